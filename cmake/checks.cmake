@@ -1,0 +1,18 @@
+# Warnings, sanitizers and coverage. The presets set these options.
+option(WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(SANITIZE "Build with address and undefined-behaviour sanitizers" OFF)
+option(COVERAGE "Build with coverage counters" OFF)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+if(WARNINGS_AS_ERRORS)
+    add_compile_options(-Werror)
+endif()
+if(SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_compile_options(${sanitizers})
+    add_link_options(${sanitizers})
+endif()
+if(COVERAGE)
+    add_compile_options(--coverage)
+    add_link_options(--coverage)
+endif()

@@ -1,0 +1,21 @@
+# The values that belong to the target device. This is their only place; core/device.h.in makes them C++.
+
+set(DEVICE_MANUFACTURER "Zorv")
+set(DEVICE_MANUFACTURER_URL "http://www.zorv.example")
+set(DEVICE_MODEL_NAME "Kelta")
+set(DEVICE_MODEL_DESCRIPTION "Zorv Kelta industrial measurement")
+set(DEVICE_MODEL_URL "${DEVICE_MANUFACTURER_URL}/kelta")
+
+set(DEVICE_BUS_NAME "com.zorv.upnpvelorn")
+
+# The firmware configuration service on the system bus
+set(DEVICE_CONFIG_SERVICE "com.zorv.fwconfig")
+set(DEVICE_SYSTEMVARIABLES_PATH "/systemvariables")
+set(DEVICE_FW_VERSION_PATH "/fwversion")
+set(DEVICE_SYSTEMCONSTANTS_PATH "/systemconstants")
+set(DEVICE_NETWORK_PATH "/network")
+set(DEVICE_NETWORK_INTERFACE "com.zorv.fwconfig.network")
+set(DEVICE_SERIALNUMBER_KEY "SERIALNUMBER")
+
+# Exists and is executable on devices with a CODESYS run-time system
+set(DEVICE_CODESYS_PROGRAM "/opt/codesys/bin/codesyscontrol.bin")

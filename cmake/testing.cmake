@@ -1,0 +1,19 @@
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
+# unit_test(tst_<class> [ISOLATED] LIBS <library>...)
+# A QtTest program of one source file. ISOLATED: it opens the daemon's ports or a system bus, so it runs
+# in a network, host name and mount namespace of its own with a private bus.
+function(unit_test name)
+    cmake_parse_arguments(arg "ISOLATED" "" "LIBS" ${ARGN})
+    add_executable(${name} ${name}.cpp)
+    target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/support")
+    target_compile_definitions(${name} PRIVATE
+        "TEST_DATA=\"${CMAKE_CURRENT_SOURCE_DIR}/data/\"" "SOURCE_ROOT=\"${CMAKE_SOURCE_DIR}/\"")
+    target_link_libraries(${name} PRIVATE ${arg_LIBS} qt_test)
+    set(command ${name})
+    if(arg_ISOLATED)
+        set(command "${Python3_EXECUTABLE}" "${CMAKE_SOURCE_DIR}/simdevice/isolated.py" $<TARGET_FILE:${name}>)
+    endif()
+    add_test(NAME ${name} COMMAND ${command})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "LC_ALL=C;QT_LOGGING_RULES=" TIMEOUT 120)
+endfunction()
