@@ -1,0 +1,66 @@
+#include "device.h"
+#include "keltalog.h"
+#include "termsignal.h"
+#include "upnphttp.h"
+#include "upnpreceiver.h"
+#include "upnpsettings.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtDBus/QDBusConnection>
+
+#include <syslog.h>
+
+static const char busName[] = DEVICE_BUS_NAME;
+
+static void openLog()
+{
+    kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
+    kelta::keltalog.setSyslogLevelWarning();
+}
+
+// Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
+static void forgetProgramName(int argc, char *argv[])
+{
+    static char noName[] = "";
+    if (argc > 0)
+        argv[0] = noName;
+}
+
+static UpnpSettings *createSettings(QObject *parent)
+{
+    return new UpnpSettings(DEVICE_MANUFACTURER, DEVICE_MANUFACTURER_URL, DEVICE_MODEL_NAME,
+        DEVICE_MODEL_DESCRIPTION, DEVICE_MODEL_URL, parent);
+}
+
+static void wire(const QObject *sender, const char *signal, const QObject *receiver, const char *slot, const char *failure)
+{
+    if (!QObject::connect(sender, signal, receiver, slot))
+        qWarning("%s", failure);
+}
+
+int main(int argc, char *argv[])
+{
+    openLog();
+    // Before anything else exists, so that a second instance ends without having opened a socket.
+    if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {
+        kelta::keltalog.msg(QtCriticalMsg, "registering dbus connection failed.");
+        return -1;
+    }
+
+    forgetProgramName(argc, argv);
+    QCoreApplication application(argc, argv);
+
+    UpnpSettings *settings = createSettings(&application);
+    QDBusConnection::systemBus().registerObject(QLatin1String("/settings"), settings, QDBusConnection::ExportAllSlots);
+
+    UpnpReceiver receiver(settings, &application);
+    wire(settings, SIGNAL(networkReady()), &receiver, SLOT(setupMulticast()), "upnpreceiver configChange connect failed");
+
+    UpnpHttp http(settings, &application);
+    wire(settings, SIGNAL(aboutToChange()), &receiver, SLOT(sendByeBye()), "upnpreceiver sendByBye connect failed");
+    wire(settings, SIGNAL(changed()), &receiver, SLOT(sendAlive()), "upnpreceiver sendAlive connect failed");
+
+    settings->configureIp();
+
+    return installTermSignalHandler() > 0 ? 1 : application.exec();
+}

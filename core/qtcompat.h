@@ -1,0 +1,114 @@
+// Every difference between Qt 4.8 and Qt 5 that the sources must know of. Nothing else tests QT_VERSION.
+#ifndef QTCOMPAT_H
+#define QTCOMPAT_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+namespace qtcompat
+{
+
+// Receives every message of qDebug(), qWarning(), qCritical() and qFatal(), in the local 8-bit encoding.
+typedef void (*MessageSink)(QtMsgType type, const char *text);
+
+namespace detail
+{
+inline MessageSink &messageSink()
+{
+    static MessageSink sink = nullptr;
+    return sink;
+}
+} // namespace detail
+
+#if QT_VERSION >= 0x050000
+
+// Qt 5 has an information level between debug and warning; its enumerator has no place in Qt 4's order.
+inline QtMsgType messageType(QtMsgType type)
+{
+    return type == QtInfoMsg ? QtDebugMsg : type;
+}
+
+inline void installMessageSink(MessageSink sink)
+{
+    detail::messageSink() = sink;
+    struct Adapter
+    {
+        static void handle(QtMsgType type, const QMessageLogContext &, const QString &text)
+        {
+            detail::messageSink()(messageType(type), text.toLocal8Bit().constData());
+        }
+    };
+    qInstallMessageHandler(Adapter::handle);
+}
+
+// In Qt 5 "any address" means both protocols, and the peers' IPv4 addresses then read "::ffff:10.0.0.5".
+template <class HostAddress>
+inline HostAddress anyIPv4()
+{
+    return HostAddress(HostAddress::AnyIPv4);
+}
+
+// Qt 5 lets timers drift by 5 % unless asked not to.
+inline int startExactTimer(QObject *object, int milliseconds)
+{
+    return object->startTimer(milliseconds, Qt::PreciseTimer);
+}
+
+// The parameter of QTcpServer::incomingConnection()
+typedef qintptr SocketDescriptor;
+
+// Qt 5 stops accepting after a failed accept() and tells it by a signal.
+template <class Server>
+inline void connectAcceptError(Server *server, const char *slot)
+{
+    QObject::connect(server, SIGNAL(acceptError(QAbstractSocket::SocketError)), server, slot);
+}
+
+// Lets a server go on whose accepting stopped.
+template <class Server>
+inline void resumeAccepting(Server *server)
+{
+    server->resumeAccepting();
+}
+
+#else
+
+inline void installMessageSink(MessageSink sink)
+{
+    qInstallMsgHandler(sink);
+}
+
+template <class HostAddress>
+inline HostAddress anyIPv4()
+{
+    return HostAddress(HostAddress::Any);
+}
+
+inline int startExactTimer(QObject *object, int milliseconds)
+{
+    return object->startTimer(milliseconds);
+}
+
+typedef int SocketDescriptor;
+
+template <class Server>
+inline void connectAcceptError(Server *, const char *) { }
+
+// In Qt 4 only the taking of a pending connection makes a full server go on.
+template <class Server>
+inline void resumeAccepting(Server *server)
+{
+    struct Pending : Server
+    {
+        static void addTo(Server *s, QTcpSocket *socket) { (s->*(&Pending::addPendingConnection))(socket); }
+    };
+    Pending::addTo(server, nullptr);
+    server->nextPendingConnection();
+}
+
+#endif
+
+} // namespace qtcompat
+
+#endif

@@ -1,0 +1,34 @@
+#include "termsignal.h"
+
+#include <QtCore/QtGlobal>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+int termSocketPair[2] = { -1, -1 };
+
+void createTermSocketPair()
+{
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, termSocketPair) != 0)
+        qFatal("Couldn't create TERM socketpair");
+    // Nobody reads the bytes, so the pair can fill up: the handler must then lose its byte, not wait.
+    fcntl(termSocketPair[0], F_SETFL, fcntl(termSocketPair[0], F_GETFL) | O_NONBLOCK);
+}
+
+void termSignalHandler(int)
+{
+    const char byte = 1;
+    const ssize_t written = write(termSocketPair[0], &byte, sizeof byte);
+    static_cast<void>(written);
+}
+
+int installTermSignalHandler()
+{
+    struct sigaction action = {};
+    action.sa_handler = termSignalHandler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags |= SA_RESTART;
+    return sigaction(SIGTERM, &action, nullptr);
+}

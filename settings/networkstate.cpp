@@ -1,0 +1,110 @@
+// The half of UpnpSettings that follows the network: the addresses of eth0, the network configuration
+// of the configuration service, and connman.
+#include "upnpsettings.h"
+
+#include "addresstext.h"
+#include "dbusmap.h"
+#include "fwconfigglobals.h"
+
+#include <QtCore/QDebug>
+#include <QtDBus/QDBusArgument>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingReply>
+#include <QtNetwork/QNetworkInterface>
+
+using kelta::FwConfigGlobals;
+
+static QDBusPendingReply<QVariantMap> askForNetworkConfiguration()
+{
+    QDBusMessage getAll = QDBusMessage::createMethodCall(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::FW_NETWORK_PATH,
+        QLatin1String("org.freedesktop.DBus.Properties"), QLatin1String("GetAll"));
+    // Meant: two arguments, where the standard has one. The configuration service answers only to both.
+    getAll << FwConfigGlobals::FW_NETWORK_INTERFACE << QString::fromLatin1("local.NetworkInterface");
+    return QDBusConnection::systemBus().call(getAll);
+}
+
+static QVariantMap mapFromReply(const QVariant &argument)
+{
+    if (argument.userType() == qMetaTypeId<QDBusArgument>())
+        return mapFromArgument(argument);
+    return argument.toMap();
+}
+
+// Meant: no aboutToChange() here, other than on connman's way (tst_networkstate).
+void UpnpSettings::configureIp()
+{
+    const QDBusPendingReply<QVariantMap> reply = askForNetworkConfiguration();
+    readInterfaceAddresses();
+    if (reply.isValid())
+        applyNetworkConfiguration(mapFromReply(reply.argumentAt(0)));
+    emit changed();
+    qDebug() << "ip:" << address.toString();
+}
+
+void UpnpSettings::readInterfaceAddresses()
+{
+    const QList<QNetworkAddressEntry> entries = QNetworkInterface::interfaceFromName(QLatin1String("eth0")).addressEntries();
+    if (entries.size() == 1) {
+        // Meant: an only address counts as the regular one, even when it is link-local or IPv6 (tst_networkstate).
+        address = entries.first().ip();
+        return;
+    }
+    for (int i = 0; i < entries.size(); ++i) {
+        const QHostAddress ip = entries.at(i).ip();
+        if (ip.protocol() != QAbstractSocket::IPv4Protocol)
+            continue;
+        if (ip.toString().startsWith(QLatin1String("169.254.")))
+            autoipAddress = ip;
+        else
+            address = ip;
+    }
+}
+
+void UpnpSettings::applyNetworkConfiguration(const QVariantMap &configuration)
+{
+    if (configuration.contains(QLatin1String("dhcp"))) {
+        const bool dhcp = configuration.value(QLatin1String("dhcp")).toBool();
+        networkConfigMethod = QLatin1String(dhcp ? "dhcp" : "static");
+    }
+    if (configuration.contains(QLatin1String("gateway")))
+        gateway = addressFromText(configuration.value(QLatin1String("gateway")).toString());
+}
+
+void UpnpSettings::serviceAvail(const QString &service)
+{
+    if (service == FwConfigGlobals::SERVICE_PATH_NAME)
+        configureIp();
+}
+
+void UpnpSettings::connmanPropertyChanged(const QString &name, const QDBusVariant &value)
+{
+    if (name == QLatin1String("State")) {
+        if (value.variant().toString() == QLatin1String("ready")) {
+            emit networkReady();
+            qDebug() << "network ready";
+        }
+    } else if (name == QLatin1String("IPv4")) {
+        emit aboutToChange();
+        applyConnmanIpv4(mapFromArgument(value.variant()));
+        emit changed();
+    }
+}
+
+// Missing entries read as empty texts and clear what they stand for.
+void UpnpSettings::applyConnmanIpv4(const QVariantMap &ipv4)
+{
+    networkConfigMethod = ipv4.value(QLatin1String("Method")).toString();
+    qDebug() << "config method:" << networkConfigMethod;
+
+    const QString text = ipv4.value(QLatin1String("Address")).toString();
+    if (text.startsWith(QLatin1String("169.254")))
+        autoipAddress = addressFromText(text);
+    else
+        address = addressFromText(text);
+    qDebug() << "ip:" << address.toString();
+
+    gateway = addressFromText(ipv4.value(QLatin1String("Gateway")).toString());
+    // Meant: this line shows the address, not the gateway (tst_networkstate).
+    qDebug() << "gateway:" << address.toString();
+}

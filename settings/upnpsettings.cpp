@@ -1,0 +1,269 @@
+#include "upnpsettings.h"
+
+#include "bareboxconfigproxy.h"
+#include "fwconfigglobals.h"
+#include "fwversionproxy.h"
+#include "syscfgmgrglobals.h"
+#include "systemconstantsproxy.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QFile>
+#include <QtCore/QStringList>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingReply>
+#include <QtNetwork/QNetworkInterface>
+
+using kelta::FwConfigGlobals;
+using kelta::SysCfgMgrGlobals;
+
+static const char hostnameFile[] = "/proc/sys/kernel/hostname";
+static const char kernelUuidFile[] = "/proc/sys/kernel/random/uuid";
+static const char uuidVariable[] = "UUID";
+
+static QByteArray local8BitUpToNul(const QString &text)
+{
+    return QByteArray(text.toLocal8Bit().constData());
+}
+
+// Asked for directly, not through the proxy's accessor: that one gives up on a value of another type,
+// where any value that has a text is welcome.
+static QByteArray propertyText(const QDBusAbstractInterface &proxy, const char *name)
+{
+    QDBusMessage get = QDBusMessage::createMethodCall(proxy.service(), proxy.path(),
+        QLatin1String("org.freedesktop.DBus.Properties"), QLatin1String("Get"));
+    get << proxy.interface() << QString::fromLatin1(name);
+    const QDBusPendingReply<QDBusVariant> reply(proxy.connection().call(get));
+    return reply.isValid() ? local8BitUpToNul(reply.value().variant().toString()) : QByteArray();
+}
+
+UpnpSettings::UpnpSettings(const QByteArray &manufacturerName, const QByteArray &manufacturerUrl, const QByteArray &model,
+    const QByteArray &description, const QByteArray &modelWebAddress, QObject *parent)
+    : QObject(parent)
+    , manufacturer(manufacturerName)
+    , url(manufacturerUrl)
+    , modelName(model)
+    , modelDescription(description)
+    , modelUrl(modelWebAddress)
+    , multicastAddress(QLatin1String("239.255.255.250"))
+    , udpPort(1900)
+    , httpPort(8200)
+    , hostnameWatcher(QStringList(QLatin1String(hostnameFile)))
+    , serviceWatcher(this)
+{
+    connect(&serviceWatcher, SIGNAL(serviceAvail(QString)), this, SLOT(serviceAvail(QString)));
+    serviceWatcher.startListening(QStringList() << FwConfigGlobals::SERVICE_PATH_NAME << QLatin1String("net.connman"));
+    connect(&hostnameWatcher, SIGNAL(fileChanged(QString)), this, SLOT(hostnameChanged()));
+    modelNameLower = modelName.toLower();
+
+    // The UUID is asked for first and waited for last, so that the other answers come meanwhile.
+    BareboxConfigProxy bootloader(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::SYSTEMVARIABLES_PATH,
+        QDBusConnection::systemBus(), nullptr);
+    QDBusPendingReply<QString> storedUuid = bootloader.get(QLatin1String(uuidVariable));
+    readVersion();
+    readSerial();
+    subscribeToConnman();
+    storedUuid.waitForFinished();
+    if (storedUuid.isValid() && !storedUuid.value().isEmpty())
+        uuid = storedUuid.value().toLatin1();
+    else
+        makeUuid(bootloader);
+    autoipUuid = uuid + '0';
+    readMacAddress();
+}
+
+void UpnpSettings::readVersion()
+{
+    const FwVersionProxy version(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::FW_VERSION_PATH,
+        QDBusConnection::systemBus(), nullptr);
+    if (!version.isValid())
+        return;
+    hostname = propertyText(version, "hostname");
+    modelNr = propertyText(version, "zorvversion");
+}
+
+void UpnpSettings::readSerial()
+{
+    SystemConstantsProxy constants(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::SYSTEMCONSTANTS_PATH,
+        QDBusConnection::systemBus(), nullptr);
+    if (!constants.isValid())
+        return;
+    QDBusPendingReply<QString> reply = constants.get(SysCfgMgrGlobals::SYSINFOTYPE_STR[SysCfgMgrGlobals::SYSINFOTYPE_SERIALNUMBER]);
+    reply.waitForFinished();
+    if (reply.isValid())
+        serial = local8BitUpToNul(reply.value());
+}
+
+void UpnpSettings::subscribeToConnman()
+{
+    const bool subscribed = QDBusConnection::systemBus().connect(QLatin1String("net.connman"), QString(),
+        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"),
+        this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
+    if (!subscribed)
+        qFatal("connman signal connect failed");
+}
+
+// The replies of "set" and "save" are not waited for: the device is the same whether they succeed or not.
+void UpnpSettings::makeUuid(BareboxConfigProxy &bootloader)
+{
+    QFile file(QString::fromLatin1(kernelUuidFile));
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    uuid = file.readAll().trimmed();
+    file.close();
+    bootloader.set(QLatin1String(uuidVariable), QString::fromLatin1(uuid.constData()));
+    bootloader.save();
+}
+
+void UpnpSettings::readMacAddress()
+{
+    const QString colons = QNetworkInterface::interfaceFromName(QLatin1String("eth0")).hardwareAddress();
+    macAddress = QLatin1String("0x") + QString(colons).remove(QLatin1Char(':'));
+}
+
+void UpnpSettings::hostnameChanged()
+{
+    QFile file(QString::fromLatin1(hostnameFile));
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    emit aboutToChange();
+    hostname = file.readAll().trimmed();
+    emit changed();
+    qDebug() << "new hostname:" << hostname;
+    file.close();
+}
+
+bool UpnpSettings::isLinkLocal(const QHostAddress &src) const
+{
+    return src.toString().startsWith(QLatin1String("169.254")) && !autoipAddress.isNull();
+}
+
+QByteArray UpnpSettings::getManufacturer() const
+{
+    return manufacturer;
+}
+
+QByteArray UpnpSettings::getUrl() const
+{
+    return url;
+}
+
+QByteArray UpnpSettings::getModelName() const
+{
+    return modelName;
+}
+
+QByteArray UpnpSettings::getModelNameLower() const
+{
+    return modelNameLower;
+}
+
+QByteArray UpnpSettings::getModelDescription() const
+{
+    return modelDescription;
+}
+
+QByteArray UpnpSettings::getModelUrl() const
+{
+    return modelUrl;
+}
+
+QByteArray UpnpSettings::getModelNr() const
+{
+    return modelNr;
+}
+
+QByteArray UpnpSettings::getSerial() const
+{
+    return serial;
+}
+
+QByteArray UpnpSettings::getUuid(const QHostAddress &src) const
+{
+    return isLinkLocal(src) ? autoipUuid : uuid;
+}
+
+QByteArray UpnpSettings::getHostname() const
+{
+    return hostname;
+}
+
+QString UpnpSettings::strHostname() const
+{
+    return QString::fromLatin1(hostname.constData());
+}
+
+QByteArray UpnpSettings::getPresentationUrl(const QHostAddress &src) const
+{
+    return "http://" + (isLinkLocal(src) ? autoipAddress : address).toString().toLatin1();
+}
+
+QByteArray UpnpSettings::getHttpUrl(const QHostAddress &src) const
+{
+    return getPresentationUrl(src) + ':' + QByteArray::number(httpPort) + '/';
+}
+
+QByteArray UpnpSettings::getMulticastUrl() const
+{
+    return multicastAddress.toString().toLatin1() + ':' + QByteArray::number(udpPort);
+}
+
+QByteArray UpnpSettings::getServerHeader() const
+{
+    return modelName + '/' + modelNr + ", UPnP/1.0";
+}
+
+QHostAddress UpnpSettings::getAddress() const
+{
+    return address;
+}
+
+QHostAddress UpnpSettings::getMulticastAddress() const
+{
+    return multicastAddress;
+}
+
+QHostAddress UpnpSettings::getAutoipAddress() const
+{
+    return autoipAddress;
+}
+
+QHostAddress UpnpSettings::getGateway() const
+{
+    return gateway;
+}
+
+QString UpnpSettings::getAddressStr() const
+{
+    return address.toString();
+}
+
+QString UpnpSettings::getMulticastAddressStr() const
+{
+    return multicastAddress.toString();
+}
+
+QString UpnpSettings::getAutoipAddressStr() const
+{
+    return autoipAddress.toString();
+}
+
+quint16 UpnpSettings::getUdpPort() const
+{
+    return udpPort;
+}
+
+quint16 UpnpSettings::getHttpPort() const
+{
+    return httpPort;
+}
+
+QString UpnpSettings::getNetworkConfigMethod() const
+{
+    return networkConfigMethod;
+}
+
+QString UpnpSettings::getMacAddress() const
+{
+    return macAddress;
+}

@@ -1,0 +1,29 @@
+#ifndef HTTPCONNECTION_H
+#define HTTPCONNECTION_H
+
+#include <QtNetwork/QTcpSocket>
+
+// The server's end of one connection: a socket that gives whole lines and holds only so much of what a peer sends.
+//
+// Of a line longer than maximalLineLength the beginning is kept and the rest is swallowed. Received bytes behind
+// the first line wait in the socket's read buffer, which holds maximalReadAhead; behind that, TCP holds the peer back.
+class HttpConnection : public QTcpSocket
+{
+public:
+    enum {
+        maximalLineLength = 1024 * 1024 + 4096,
+        maximalReadAhead = 1024 * 1024
+    };
+
+    explicit HttpConnection(QObject *parent);
+
+    // Takes the next line, line end included. False when it is not complete yet.
+    bool takeLine(QByteArray *line);
+
+private:
+    void keep(const QByteArray &piece);
+
+    QByteArray m_lineBeginning;
+};
+
+#endif

@@ -1,0 +1,81 @@
+#include "httpmessages.h"
+
+#include <QtCore/QString>
+
+#include <cstring>
+
+namespace http
+{
+
+static const char separators[] = " \r\n";
+
+static QByteArray takeWord(const char **text)
+{
+    const QByteArray word(*text, int(std::strcspn(*text, separators)));
+    *text += word.size();
+    *text += std::strspn(*text, separators);
+    return word;
+}
+
+Request parseRequestLine(const QByteArray &line)
+{
+    const char *text = line.constData();
+    Request request;
+    request.method = takeWord(&text);
+    request.path = takeWord(&text);
+    return request;
+}
+
+static QByteArray date(const QDateTime &now)
+{
+    return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:ss")).toLocal8Bit();
+}
+
+QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QDateTime &now)
+{
+    QByteArray h;
+    h.reserve(256);
+    h += "HTTP/1.1 200 OK\r\n";
+    h += "Content-Type: text/xml; charset=\"utf-8\"\r\n";
+    h += "Connection: close\r\n";
+    h += "Content-Length: " + QByteArray::number(contentLength) + "\r\n";
+    // Meant: Server and Date share one line (tst_httpmessages).
+    h += "Server: " + serverHeader;
+    h += "Date: " + date(now) + "\r\n";
+    h += "\r\n";
+    return h;
+}
+
+// Meant: another order than that of the description (tst_httpmessages).
+QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QDateTime &now)
+{
+    QByteArray h;
+    h.reserve(256);
+    h += "HTTP/1.1 200 OK\r\n";
+    h += "Content-Type: image/png\r\n";
+    h += "Content-Length: " + QByteArray::number(contentLength) + "\r\n";
+    h += "Connection: close\r\n";
+    h += "Date: " + date(now) + "\r\n";
+    h += "Server: " + serverHeader + "\r\n";
+    h += "\r\n";
+    return h;
+}
+
+QByteArray pathNotFound(const QByteArray &serverHeader)
+{
+    QByteArray h;
+    h += "HTTP/1.1 404 Not Found\r\n";
+    // Meant: no colon (tst_httpmessages).
+    h += "Server " + serverHeader + "\r\n";
+    h += "Content-Length: 0\r\n";
+    h += "\r\n";
+    return h;
+}
+
+// Meant: neither a status line nor any header (tst_httpmessages).
+QByteArray iconNotFound()
+{
+    return "404 Not Found\r\n\r\n";
+}
+
+} // namespace http

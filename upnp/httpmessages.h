@@ -1,0 +1,32 @@
+#ifndef HTTPMESSAGES_H
+#define HTTPMESSAGES_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+
+// What the description server reads and writes: the little of HTTP/1.1 (RFC 2616) that it needs. Its departures
+// from the standard are on the wire of devices in the field, are meant, and are held by tst_httpmessages.
+namespace http
+{
+
+struct Request
+{
+    QByteArray method;
+    QByteArray path;
+};
+
+// The first two words of a request line, which ends at its first zero byte. Any run of blanks, carriage returns
+// and line feeds parts the words; a tab does not. A missing word is empty.
+Request parseRequestLine(const QByteArray &line);
+
+// All that stands before the body. serverHeader is an 8-bit text, copied as it is; now is local time.
+QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QDateTime &now);
+QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QDateTime &now);
+
+// Whole answers.
+QByteArray pathNotFound(const QByteArray &serverHeader);
+QByteArray iconNotFound();
+
+} // namespace http
+
+#endif

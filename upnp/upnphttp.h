@@ -1,0 +1,45 @@
+#ifndef UPNPHTTP_H
+#define UPNPHTTP_H
+
+#include "qtcompat.h"
+
+#include <QtCore/QBasicTimer>
+#include <QtNetwork/QTcpServer>
+
+class QTcpSocket;
+class UpnpSettings;
+
+// The description server: answers one GET per connection, with the device description, with the icon or with 404,
+// and closes the connection. Everything else a peer sends is read and never answered.
+//
+// Any number of peers may hold connections open; when the descriptors of the process become scarce, further ones
+// wait in the kernel until one is free again.
+class UpnpHttp : public QTcpServer
+{
+    Q_OBJECT
+
+public:
+    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed.
+    // The settings are not owned and must outlive the server.
+    UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
+
+protected:
+    void incomingConnection(qtcompat::SocketDescriptor socketDescriptor) override;
+    void timerEvent(QTimerEvent *event) override;
+
+private slots:
+    void readyRead();
+    void disconnected();
+    void pauseAccepting();
+
+private:
+    void acceptAgain();
+    void sendDescription(QTcpSocket *socket);
+    void sendIcon(QTcpSocket *socket);
+    void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
+
+    UpnpSettings *settings;
+    QBasicTimer m_retryTimer; // runs while accepting is paused
+};
+
+#endif

@@ -1,0 +1,53 @@
+#ifndef UPNPRECEIVER_H
+#define UPNPRECEIVER_H
+
+#include "ssdpmessages.h"
+
+#include <QtCore/QObject>
+
+class QHostAddress;
+class QSocketNotifier;
+class QUdpSocket;
+class UpnpSettings;
+
+// Speaks SSDP for the device: announces it to the group of the settings, every 100 seconds and on demand,
+// and answers searches. The texts are in ssdpmessages.h.
+//
+// SIGTERM makes it announce the departure on every further pass of the event loop: the byte that the signal
+// handler wrote is left unread. Meant: the process is ended by SIGKILL (test_sigterm).
+class UpnpReceiver : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Binds the SSDP port, joins the group if the network permits, creates termSocketPair and sends the first
+    // announcement. Only a missing socket pair is an error, a fatal one; what else fails is tried again or lost.
+    // The settings are not owned and must outlive the receiver.
+    UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent);
+
+public slots:
+    // Joins the SSDP group on eth0, with multicast TTL 32. Does nothing once that succeeded.
+    void setupMulticast();
+    // One announcement for the regular address and, where there is one, another for the link-local address.
+    void sendAlive();
+    void sendByeBye();
+
+protected slots:
+    // Answers every search that waits in the socket and drops everything else.
+    void processDatagrams();
+    virtual void timerEvent(QTimerEvent *timerevent);
+    // Says byebye and leaves the event loop. Meant: connected to nothing.
+    void termSignal();
+
+private:
+    ssdp::Announcement announcementFor(const QHostAddress &address) const;
+    void multicast(const QByteArray &message);
+    void answer(const QByteArray &datagram, const QHostAddress &requester, quint16 port);
+
+    QUdpSocket *udpSocket;
+    UpnpSettings *settings;
+    QSocketNotifier *termNotifier;
+    qint32 joinResult; // 0 once the group is joined
+};
+
+#endif
