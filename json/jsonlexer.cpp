@@ -1,0 +1,242 @@
+#include "jsonlexer.h"
+
+#include "jsongrammar_p.h"
+
+#include <QVarLengthArray>
+
+namespace
+{
+
+// Holds nearly every string with escapes; longer ones move to the heap.
+typedef QVarLengthArray<ushort, 256> Units;
+
+inline const ushort *units(const QString &text)
+{
+    return reinterpret_cast<const ushort *>(text.constData());
+}
+
+inline QString toString(const ushort *units, int size)
+{
+    return QString(reinterpret_cast<const QChar *>(units), size);
+}
+
+inline bool isDigit(ushort c)
+{
+    return c >= '0' && c <= '9';
+}
+
+inline bool isLowerCase(ushort c)
+{
+    return c >= 'a' && c <= 'z';
+}
+
+// The first quote or backslash, or the end
+inline const ushort *plainEnd(const ushort *p, const ushort *end)
+{
+    while (p != end && *p != '"' && *p != '\\')
+        ++p;
+    return p;
+}
+
+inline int hexDigit(ushort c)
+{
+    if (isDigit(c))
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+// Two characters as a number. Qt decides about anything but two digits: a sign or a blank beside one
+// digit is passed over, the rest is 0.
+uint hexPair(const ushort *p)
+{
+    const int high = hexDigit(p[0]);
+    const int low = hexDigit(p[1]);
+    if (high >= 0 && low >= 0)
+        return uint(high * 16 + low);
+    return toString(p, 2).toUShort(0, 16);
+}
+
+ushort unescaped(ushort c)
+{
+    switch (c) {
+    case 'b':
+        return 8;
+    case 'f':
+        return 12;
+    case 'n':
+        return 10;
+    case 'r':
+        return 13;
+    case 't':
+        return 9;
+    default:
+        return c;
+    }
+}
+
+// Appends what the escape stands for; p is behind the backslash and not at the end. Returns the first
+// character behind the escape.
+const ushort *appendEscape(const ushort *p, const ushort *end, Units *value)
+{
+    // Meant: a \u whose digits would reach the last character of the text is a plain u (tst_jsonlexer).
+    const int digits = 4;
+    if (*p == 'u' && end - p > digits + 1) {
+        value->append(ushort(hexPair(p + 1) << 8 | hexPair(p + 3)));
+        return p + 1 + digits;
+    }
+    value->append(unescaped(*p));
+    return p + 1;
+}
+
+double toDouble(const ushort *begin, int size)
+{
+    bool ok = false;
+    const double value = toString(begin, size).toDouble(&ok);
+    return ok ? value : 0.0; // Qt 5 gives infinity for 1e400
+}
+
+} // namespace
+
+JsonLexer::JsonLexer(const QString &text)
+    : m_text(text)
+    , m_line(1)
+    , m_pos(0)
+{
+}
+
+int JsonLexer::lex()
+{
+    if (m_symbolValue.isValid())
+        m_symbolValue.clear();
+    skipWhiteSpace();
+    if (m_pos >= m_text.size())
+        return JsonGrammar::EOF_SYMBOL;
+
+    const ushort c = units(m_text)[m_pos];
+    switch (c) {
+    case ',':
+        ++m_pos;
+        return JsonGrammar::T_COMMA;
+    case ':':
+        ++m_pos;
+        return JsonGrammar::T_COLON;
+    case '[':
+        ++m_pos;
+        return JsonGrammar::T_LEFT_BRACKET;
+    case ']':
+        ++m_pos;
+        return JsonGrammar::T_RIGHT_BRACKET;
+    case '{':
+        ++m_pos;
+        return JsonGrammar::T_LEFT_BRACE;
+    case '}':
+        ++m_pos;
+        return JsonGrammar::T_RIGHT_BRACE;
+    case '"':
+        return parseString();
+    case '+':
+    case '-':
+        return parseNumber();
+    default:
+        if (isDigit(c))
+            return parseNumber();
+        return isLowerCase(c) ? parseKeyword() : int(JsonGrammar::T_ERROR);
+    }
+}
+
+void JsonLexer::skipWhiteSpace()
+{
+    const ushort *const text = units(m_text);
+    for (const int size = m_text.size(); m_pos < size; ++m_pos) {
+        const ushort c = text[m_pos];
+        if (c == '\n')
+            ++m_line;
+        else if (c != ' ' && c != '\t' && c != '\r')
+            return;
+    }
+}
+
+int JsonLexer::parseString()
+{
+    const ushort *const text = units(m_text);
+    const ushort *const end = text + m_text.size();
+    const int start = m_pos + 1;
+    const ushort *const p = plainEnd(text + start, end);
+    if (p != end && *p == '\\')
+        return parseEscapedString(start, int(p - text));
+
+    m_pos = int(p - text);
+    if (p == end)
+        return JsonGrammar::T_ERROR;
+    m_symbolValue = QVariant(toString(text + start, m_pos - start));
+    ++m_pos;
+    return JsonGrammar::T_STRING;
+}
+
+int JsonLexer::parseEscapedString(int start, int backslash)
+{
+    const ushort *const text = units(m_text);
+    const ushort *const end = text + m_text.size();
+    const ushort *plain = text + start;
+    const ushort *p = text + backslash;
+    Units value;
+    while (p != end && *p == '\\') {
+        value.append(plain, int(p - plain));
+        if (++p == end)
+            break;
+        plain = appendEscape(p, end, &value);
+        p = plainEnd(plain, end);
+    }
+
+    m_pos = int(p - text);
+    if (p == end)
+        return JsonGrammar::T_ERROR;
+    value.append(plain, int(p - plain));
+    m_symbolValue = QVariant(toString(value.constData(), value.size()));
+    ++m_pos;
+    return JsonGrammar::T_STRING;
+}
+
+int JsonLexer::parseNumber()
+{
+    const int start = m_pos;
+    const ushort *const text = units(m_text);
+    quint64 integer = 0; // unsigned, for it may wrap
+    bool floating = false;
+    for (const int size = m_text.size(); m_pos < size; ++m_pos) {
+        const ushort c = text[m_pos];
+        if (c == '.' || c == 'e' || c == 'E')
+            floating = true;
+        else if (!isDigit(c) && c != '+' && c != '-')
+            break;
+        else if (!floating && isDigit(c))
+            integer = integer * 10 + (c - '0');
+    }
+
+    if (floating)
+        m_symbolValue = QVariant(toDouble(text + start, m_pos - start));
+    else
+        m_symbolValue = QVariant(qlonglong(text[start] == '-' ? 0 - integer : integer));
+    return JsonGrammar::T_NUMBER;
+}
+
+int JsonLexer::parseKeyword()
+{
+    const int start = m_pos;
+    const ushort *const text = units(m_text);
+    while (m_pos < m_text.size() && isLowerCase(text[m_pos]))
+        ++m_pos;
+
+    const QString word = QString::fromRawData(m_text.constData() + start, m_pos - start);
+    if (word == QLatin1String("true"))
+        return JsonGrammar::T_TRUE;
+    if (word == QLatin1String("null"))
+        return JsonGrammar::T_NULL;
+    if (word == QLatin1String("false"))
+        return JsonGrammar::T_FALSE;
+    return JsonGrammar::T_ERROR;
+}

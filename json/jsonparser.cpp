@@ -1,0 +1,213 @@
+#include "jsonparser.h"
+
+#include "jsongrammar_p.h"
+#include "jsonlexer.h"
+
+#include <QStringList>
+
+/* How the tables are read.
+
+   A state says which symbols have been read so far as far as that matters for what comes next, and the
+   stack of states remembers where to go back to. The next step is the table's entry for the state on
+   top and the next token:
+
+       JsonGrammar::t_action(state, token)
+            0        the token cannot stand here: a syntax error
+           > 0       shift: the token is taken, and this is the state to push
+                     (ACCEPT_STATE: the end of the text after a whole value, so all is done)
+           < 0       reduce: the symbols on top are the right-hand side of rule -entry - 1;
+                     rhs[rule] of them are popped and one for the left-hand side lhs[rule] is pushed
+
+   The state to push after a reduction comes from the state that the pop has laid bare and the new symbol:
+
+       JsonGrammar::nt_action(state, lhs[rule] - TERMINAL_COUNT)
+
+   Most entries of one state are alike, so they are squeezed: action_index[state] + token is a place in
+   action_info, and action_check at that place tells whether the entry belongs to this token. If not, or
+   if the place is negative, action_default[state] holds for it. A state whose index is -TERMINAL_COUNT has
+   nothing but its default, and no token needs to be fetched for it. */
+
+namespace
+{
+
+const int noToken = -1;
+
+inline bool needsToken(int state)
+{
+    return JsonGrammar::action_index[state] != -JsonGrammar::TERMINAL_COUNT;
+}
+
+// "Expected ..." when the state accepts one or two tokens, else nothing: a longer list helps nobody.
+QString expectation(int state)
+{
+    QStringList names;
+    for (int token = 0; token < JsonGrammar::TERMINAL_COUNT; ++token) {
+        if (JsonGrammar::t_action(state, token) != 0)
+            names << QLatin1Char('\'') + QLatin1String(JsonGrammar::spell[token]) + QLatin1Char('\'');
+    }
+    if (names.isEmpty() || names.size() > 2)
+        return QString();
+    return QLatin1String("Expected ") + names.join(QLatin1String(", "));
+}
+
+} // namespace
+
+JsonParser::JsonParser()
+    : m_top(-1)
+    , m_depth(0)
+    , m_errorLine(0)
+    , m_errorColumn(0)
+{
+}
+
+bool JsonParser::parse(JsonLexer *lexer)
+{
+    m_top = -1;
+    m_depth = 0;
+    push(0);
+    m_values[0].clear();
+    int token = noToken;
+    for (;;) {
+        const int state = m_states[m_top];
+        if (token == noToken && needsToken(state))
+            token = lexer->lex();
+        const int action = JsonGrammar::t_action(state, token);
+        if (action == JsonGrammar::ACCEPT_STATE)
+            return true;
+        if (action == 0)
+            return fail(lexer, expectation(state));
+        if (action < 0) {
+            reduce(-action - 1);
+        } else if (shift(action, token, lexer)) {
+            token = noToken;
+        } else {
+            return fail(lexer, QString());
+        }
+    }
+}
+
+// The bottom of the stack belongs to no symbol, so it keeps the result.
+QVariant JsonParser::result() const
+{
+    return m_values.empty() ? QVariant() : m_values[0];
+}
+
+void JsonParser::reallocateStack()
+{
+    const size_t capacity = m_states.empty() ? 128 : m_states.size() * 2;
+    m_states.resize(capacity);
+    m_values.resize(capacity);
+    m_maps.resize(capacity);
+    m_lists.resize(capacity);
+}
+
+inline void JsonParser::push(int state)
+{
+    if (++m_top == stackCapacity())
+        reallocateStack();
+    m_states[m_top] = state;
+}
+
+// False when the token would open one array or object too many.
+inline bool JsonParser::shift(int state, int token, JsonLexer *lexer)
+{
+    const bool opens = token == JsonGrammar::T_LEFT_BRACE || token == JsonGrammar::T_LEFT_BRACKET;
+    if (opens && ++m_depth > MaximumDepth)
+        return false;
+    push(state);
+    lexer->swapSymbolValue(m_values[m_top]);
+    return true;
+}
+
+inline void JsonParser::reduce(int rule)
+{
+    m_top -= JsonGrammar::rhs[rule];
+    const int symbol = JsonGrammar::lhs[rule] - JsonGrammar::TERMINAL_COUNT;
+    push(JsonGrammar::nt_action(m_states[m_top], symbol));
+    runAction(rule);
+}
+
+// The slots of the right-hand side begin at the top, which is the slot of the left-hand side as well.
+// What a slot holds is moved up, so that nothing stays behind in a popped one.
+inline void JsonParser::runAction(int rule)
+{
+    const int slot = m_top;
+    switch (rule) {
+    // Root: Value
+    case 0:
+        m_values[0].swap(m_values[slot]);
+        break;
+    // Object: { Members }
+    case 1:
+        m_values[slot] = QVariant(m_maps[slot + 1]);
+        m_maps[slot + 1].clear();
+        --m_depth;
+        break;
+    // Members: string : Value
+    case 2:
+        m_maps[slot].clear();
+        insertMember(slot, slot);
+        break;
+    // Members: Members , string : Value
+    case 3:
+        insertMember(slot, slot + 2);
+        break;
+    // Members: (empty)
+    case 4:
+        m_maps[slot].clear();
+        break;
+    // Value: false
+    case 5:
+        m_values[slot] = QVariant(false);
+        break;
+    // Value: true
+    case 6:
+        m_values[slot] = QVariant(true);
+        break;
+    // Array: [ Values ]
+    case 12:
+        m_values[slot] = QVariant(m_lists[slot + 1]);
+        m_lists[slot + 1].clear();
+        --m_depth;
+        break;
+    // Values: Value
+    case 13:
+        m_lists[slot].clear();
+        appendElement(slot, slot);
+        break;
+    // Values: Values , Value
+    case 14:
+        appendElement(slot, slot + 2);
+        break;
+    // Values: (empty)
+    case 15:
+        m_lists[slot].clear();
+        break;
+    // Value: null, Object, Array, number, string. The value is there already.
+    default:
+        break;
+    }
+}
+
+// The colon stands between the key and the value.
+inline void JsonParser::insertMember(int slot, int key)
+{
+    const QString name = m_values[key].toString();
+    m_values[key].clear();
+    m_maps[slot].insert(name, QVariant()).value().swap(m_values[key + 2]);
+}
+
+inline void JsonParser::appendElement(int slot, int element)
+{
+    m_lists[slot].append(QVariant());
+    m_lists[slot].last().swap(m_values[element]);
+}
+
+bool JsonParser::fail(const JsonLexer *lexer, const QString &message)
+{
+    m_values[0].clear();
+    m_errorMessage = message;
+    m_errorLine = lexer->line();
+    m_errorColumn = lexer->pos();
+    return false;
+}

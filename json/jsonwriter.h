@@ -1,0 +1,58 @@
+#ifndef JSONWRITER_H
+#define JSONWRITER_H
+
+#include <QString>
+#include <QVariant>
+
+/* Writes a QVariant as JSON text (RFC 4627): QVariantMap = object, QVariantList and QStringList = array,
+   QString = string, numbers, bool, an invalid QVariant = null. A QByteArray is a string of Latin-1 characters
+   up to its first NUL; NaN and the infinities are null; a double has 15 significant digits. Other types are
+   written as a number or a string if QVariant converts them to one.
+
+   The text is ASCII: units from 0x80 on are written as \uXXXX. A slash is written as \/, and control
+   characters without a short escape are written raw. */
+class JsonWriter
+{
+public:
+    JsonWriter();
+
+    // Writes the value into result(), in place of the one before. False when something in it could not
+    // be written; there the text holds null, and errorString() tells what it was.
+    bool stringify(const QVariant &value);
+    // Appends the value to result() as it looks at this nesting level, from 0. Neither result() nor
+    // errorString() is cleared.
+    void stringify(const QVariant &value, int level);
+
+    QString result() const { return m_result; }
+
+    // A line "Unsupported type QRect (id: 19)" for each value that could not be written, joined by line
+    // feeds. Each is also a warning at the moment it is found.
+    QString errorString() const { return m_errorString; }
+
+    // Off at first: then the text has no blanks at all. On: each member of an object has its own line,
+    // and the elements of an array are set apart by blanks. Only arrays indent what is in them.
+    void setAutoFormatting(bool on) { m_autoFormatting = on; }
+    bool autoFormatting() const { return m_autoFormatting; }
+
+    // Width of one level: blanks if positive, tabs if negative (-2 is two tabs). Four blanks at first.
+    void setAutoFormattingIndent(int n);
+    int autoFormattingIndent() const;
+
+private:
+    void writeString(const QString &text);
+    void writeChar(QChar c);
+    void writeDouble(double number);
+    void writeArray(const QVariantList &array, int level);
+    void writeObject(const QVariantMap &object, int level);
+    void writeOther(const QVariant &value);
+    void writeUnsupported(const QVariant &value);
+    void writeEscape(ushort unit);
+    void writeAscii(const char *text) { m_result += QLatin1String(text); }
+
+    QString m_result;
+    QString m_errorString;
+    bool m_autoFormatting;
+    QString m_indent;
+};
+
+#endif
