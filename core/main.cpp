@@ -4,6 +4,7 @@
 #include "upnphttp.h"
 #include "upnpreceiver.h"
 #include "upnpsettings.h"
+#include "zorvscan.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtDBus/QDBusConnection>
@@ -11,6 +12,7 @@
 #include <syslog.h>
 
 static const char busName[] = DEVICE_BUS_NAME;
+static const int announcementInterval = 10; // seconds
 
 static void openLog()
 {
@@ -53,12 +55,21 @@ int main(int argc, char *argv[])
     UpnpSettings *settings = createSettings(&application);
     QDBusConnection::systemBus().registerObject(QLatin1String("/settings"), settings, QDBusConnection::ExportAllSlots);
 
+    ZorvScan *scan = new ZorvScan(settings, announcementInterval, &application);
+    wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "zorvscan configChange connect failed");
+    QDBusConnection::systemBus().registerObject(QLatin1String("/zorvscan"), scan,
+        QDBusConnection::ExportAllSlots | QDBusConnection::ExportChildObjects);
+
     UpnpReceiver receiver(settings, &application);
     wire(settings, SIGNAL(networkReady()), &receiver, SLOT(setupMulticast()), "upnpreceiver configChange connect failed");
+    wire(settings, SIGNAL(networkReady()), scan, SLOT(setupMulticast()), "zorvscan configChange connect failed");
 
     UpnpHttp http(settings, &application);
     wire(settings, SIGNAL(aboutToChange()), &receiver, SLOT(sendByeBye()), "upnpreceiver sendByBye connect failed");
     wire(settings, SIGNAL(changed()), &receiver, SLOT(sendAlive()), "upnpreceiver sendAlive connect failed");
+    // Meant: the second connection of the two (test_network_change). Each change rebuilds the announcement twice,
+    // before and after the alive messages.
+    wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
 
     settings->configureIp();
 

@@ -1,0 +1,127 @@
+#include "announcement.h"
+
+#include <QtNetwork/QNetworkInterface>
+
+namespace announcement
+{
+
+// Ends a list whose entries each left a comma behind.
+static void closeList(QByteArray *text, bool isEmpty)
+{
+    if (isEmpty)
+        *text += ']';
+    else
+        (*text)[text->size() - 1] = ']';
+}
+
+static void appendIpv4(QByteArray *text, const QList<Ipv4Address> &addresses)
+{
+    for (int i = 0; i < addresses.size(); ++i) {
+        *text += "{\"address\":\"" + addresses.at(i).address.toLatin1();
+        *text += "\",\"netmask\":\"" + addresses.at(i).netmask.toLatin1();
+        *text += "\"},";
+    }
+    closeList(text, addresses.isEmpty());
+}
+
+static void appendIpv6(QByteArray *text, const QList<Ipv6Address> &addresses)
+{
+    for (int i = 0; i < addresses.size(); ++i) {
+        *text += "{\"address\":\"" + addresses.at(i).address.toLatin1().replace("%eth0", "");
+        *text += "\",\"prefix\":" + QByteArray::number(addresses.at(i).prefixLength);
+        *text += "},";
+    }
+    closeList(text, addresses.isEmpty());
+}
+
+static void appendInterface(QByteArray *text, const Interface &interface, const Values &values)
+{
+    *text += "\"name\":\"" + interface.name.toLatin1();
+    *text += "\",\"type\":\"ethernet\",\"ipv4\":[";
+    appendIpv4(text, interface.ipv4);
+    *text += ",\"ipv6\":[";
+    appendIpv6(text, interface.ipv6);
+    *text += ",\"configurationMethod\":\"" + values.configurationMethod.toLatin1();
+    *text += "\"},\"defaultGateway\":{\"";
+    // Meant: a gateway that is not set is announced as an empty IPv6 address (tst_announcement).
+    *text += values.gateway.protocol() == QAbstractSocket::IPv4Protocol ? "ipv4Address\":\"" : "ipv6Address\":\"";
+    *text += values.gateway.toString().toLatin1();
+    *text += "\"}},";
+}
+
+static bool isAnnounced(const Interface &interface)
+{
+    return !interface.isLoopback && !interface.name.startsWith(QLatin1String("can"));
+}
+
+// Somewhat more than two intervals, so that a device is not forgotten over one lost datagram.
+static QByteArray expiration(int interval)
+{
+    return QByteArray::number(double(interval) * 2.2, 'g', 6);
+}
+
+QByteArray text(const Values &v)
+{
+    QByteArray t;
+    t.reserve(1024);
+    t += " \t {\"jsonrpc\":\"2.0\",\"method\": \"announce\",\"params\":{\"apiVersion\":\"1.0\",\"device\":{\"name\":\"";
+    t += v.hostname;
+    t += "\",\"uuid\":\"" + v.serial;
+    t += "\",\"type\":\"" + v.modelName;
+    if (v.hasCodesys)
+        t += " CODESYS";
+    t += "\",\"familyType\":\"" + v.modelName;
+    t += "\",\"firmwareVersion\":\"" + v.firmwareVersion;
+    t += "\"},\"netSettings\":{\"interface\": {";
+    for (int i = 0; i < v.interfaces.size(); ++i) {
+        if (isAnnounced(v.interfaces.at(i)))
+            appendInterface(&t, v.interfaces.at(i), v);
+    }
+    t += "\"services\":[{\"type\":\"http\",\"port\":80},{\"type\":\"scpi\",\"port\":55000},{\"type\":\"daqStream\",\"port\":7411}],";
+    t += "\"expiration\":" + expiration(v.interval);
+    t += "}}";
+    return t;
+}
+
+static Interface fromSystem(const QNetworkInterface &source)
+{
+    Interface interface = { source.humanReadableName(), bool(source.flags() & QNetworkInterface::IsLoopBack),
+        QList<Ipv4Address>(), QList<Ipv6Address>() };
+    const QList<QNetworkAddressEntry> entries = source.addressEntries();
+    for (int i = 0; i < entries.size(); ++i) {
+        const QNetworkAddressEntry &entry = entries.at(i);
+        if (entry.ip().protocol() == QAbstractSocket::IPv4Protocol)
+            interface.ipv4.append(Ipv4Address{ entry.ip().toString(), entry.netmask().toString() });
+        else if (entry.ip().protocol() == QAbstractSocket::IPv6Protocol)
+            interface.ipv6.append(Ipv6Address{ entry.ip().toString(), entry.prefixLength() });
+    }
+    return interface;
+}
+
+QList<Interface> interfacesOfThisMachine()
+{
+    QList<Interface> interfaces;
+    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
+    for (int i = 0; i < all.size(); ++i)
+        interfaces.append(fromSystem(all.at(i)));
+    return interfaces;
+}
+
+QString uuidIn(const QByteArray &datagram)
+{
+    static const char key[] = "\"uuid\"";
+    const int params = datagram.indexOf("\"params\"");
+    if (params <= 0)
+        return QString();
+    // Meant: without the key the search for the colon begins at position 5 (tst_announcement).
+    const int colon = datagram.indexOf(':', datagram.indexOf(key, params) + int(sizeof key) - 1);
+    if (colon == -1)
+        return QString();
+    const int opening = datagram.indexOf('"', colon);
+    const int closing = opening == -1 ? -1 : datagram.indexOf('"', opening + 1);
+    if (closing <= opening + 1)
+        return QString();
+    return QString::fromLatin1(datagram.constData() + opening + 1, closing - opening - 1);
+}
+
+} // namespace announcement

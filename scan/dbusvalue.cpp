@@ -1,0 +1,97 @@
+#include "dbusvalue.h"
+
+namespace dbusvalue
+{
+
+// libdbus takes 64 containers within each other. Of these a list of summaries takes five before the first value
+// of a summary: list, variant, dictionary, entry, variant.
+static const int maximalDepth = 64 - 5;
+static const int depthOfList = 2; // array, variant
+static const int depthOfObject = 3; // array, entry, variant
+
+static bool canBeCarried(const QString &text, int i)
+{
+    const QChar c = text.at(i);
+    if (c.isHighSurrogate())
+        return i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
+    if (c.isLowSurrogate())
+        return i > 0 && text.at(i - 1).isHighSurrogate();
+    return c.unicode() != 0 && c.unicode() < 0xfffe;
+}
+
+QString carriable(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    for (int i = 0; i < text.size(); ++i) {
+        if (canBeCarried(text, i))
+            result += text.at(i);
+    }
+    return result;
+}
+
+static QVariant carriableValue(const QVariant &value, int depth);
+
+static QVariantMap carriableObject(const QVariantMap &object, int depth)
+{
+    QVariantMap result;
+    for (QVariantMap::const_iterator entry = object.constBegin(); entry != object.constEnd(); ++entry) {
+        const QVariant value = carriableValue(entry.value(), depth);
+        if (value.isValid())
+            result.insert(carriable(entry.key()), value);
+    }
+    return result;
+}
+
+static QVariantList carriableList(const QVariantList &list, int depth)
+{
+    QVariantList result;
+    for (int i = 0; i < list.size(); ++i) {
+        const QVariant value = carriableValue(list.at(i), depth);
+        if (value.isValid())
+            result.append(value);
+    }
+    return result;
+}
+
+// An invalid variant for what cannot be carried. depth: containers that may still be opened here.
+static QVariant carriableValue(const QVariant &value, int depth)
+{
+    switch (value.userType()) {
+    case QMetaType::QVariantMap:
+        return depth < depthOfObject ? QVariant() : QVariant(carriableObject(value.toMap(), depth - depthOfObject));
+    case QMetaType::QVariantList:
+        return depth < depthOfList ? QVariant() : QVariant(carriableList(value.toList(), depth - depthOfList));
+    case QMetaType::QString:
+        return carriable(value.toString());
+    default:
+        return value;
+    }
+}
+
+QVariantMap carriable(const QVariantMap &object)
+{
+    return carriableObject(object, maximalDepth);
+}
+
+// Lengths, padding to eight bytes, signatures
+static const int overheadOfValue = 24;
+
+int marshalledSize(const QVariant &value)
+{
+    int size = overheadOfValue;
+    if (value.userType() == QMetaType::QString) {
+        size += value.toString().size() * 3;
+    } else if (value.userType() == QMetaType::QVariantMap) {
+        const QVariantMap object = value.toMap();
+        for (QVariantMap::const_iterator entry = object.constBegin(); entry != object.constEnd(); ++entry)
+            size += overheadOfValue + entry.key().size() * 3 + marshalledSize(entry.value());
+    } else if (value.userType() == QMetaType::QVariantList) {
+        const QVariantList list = value.toList();
+        for (int i = 0; i < list.size(); ++i)
+            size += marshalledSize(list.at(i));
+    }
+    return size;
+}
+
+} // namespace dbusvalue

@@ -1,0 +1,23 @@
+#ifndef DBUSVALUE_H
+#define DBUSVALUE_H
+
+#include <QtCore/QVariant>
+
+// What of a JSON value a D-Bus message can carry.
+namespace dbusvalue
+{
+
+// The object without the entries that the bus cannot carry: nulls, and lists and objects nested so deeply that the
+// bus would drop the connection. Such elements of lists are left out too; zero characters, surrogates without their
+// other half, U+FFFE and U+FFFF are left out of texts.
+QVariantMap carriable(const QVariantMap &object);
+
+// The text without the characters that a D-Bus string cannot hold.
+QString carriable(const QString &text);
+
+// About how many bytes the value takes in a message; never less than it really takes.
+int marshalledSize(const QVariant &value);
+
+} // namespace dbusvalue
+
+#endif

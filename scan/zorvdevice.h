@@ -1,0 +1,51 @@
+#ifndef ZORVDEVICE_H
+#define ZORVDEVICE_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+#include <QtCore/QVariant>
+
+// One device that announces itself on the network: its last announcement and how long that stays valid.
+// The object's name is the device's uuid. On the system bus it stands below /zorvscan as local.ZorvDevice;
+// the public slots are its methods, in this order.
+class ZorvDevice : public QObject
+{
+    Q_OBJECT
+
+public:
+    // An announcement that does not parse, or that names no whole number of seconds as its expiration, makes an
+    // entry that deletes itself as soon as the event loop is reached. A valid one keeps the entry for three times
+    // its expiration. defaultExpiration is in seconds.
+    ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
+
+    // The device announced itself again. The expiration stays that of the first announcement.
+    void update(const QByteArray &json);
+
+    // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
+    void checkExpired();
+
+    // The value at a path of keys separated by slashes. A path that leads through a list gives the list of what
+    // the path's remainder, from the first place on where the path has the current key, finds in each element.
+    // Invalid where there is no such value.
+    QVariant value(const QString &path);
+
+    // The same as a text: empty for what has none.
+    QString text(const QString &path);
+
+public slots:
+    QString jsonValue(const QString &path);
+    // The announcement as it came, up to its first zero byte.
+    QString rawJson() const;
+
+private:
+    void parseOnce();
+
+    QByteArray m_raw;
+    QDateTime m_lastSeen; // local time
+    int m_expiration; // seconds
+    QVariantMap m_parsed; // empty until asked for
+    bool m_parseAttempted;
+};
+
+#endif

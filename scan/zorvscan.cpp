@@ -1,0 +1,208 @@
+#include "zorvscan.h"
+
+#include "announcement.h"
+#include "dbusvalue.h"
+#include "fwconfigglobals.h"
+#include "qtcompat.h"
+#include "upnpsettings.h"
+#include "zorvdevice.h"
+
+#include <QtCore/QChildEvent>
+#include <QtDBus/QDBusConnection>
+#include <QtNetwork/QUdpSocket>
+
+#include <cerrno>
+
+static const char groupAddress[] = "239.255.77.76";
+static const quint16 announcementPort = 31416;
+static const char ownFamily[] = "Kelta";
+
+// Below the 32 MiB at which a system bus drops the connection of a sender.
+static const int maximalReplySize = 24 * 1024 * 1024;
+
+ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent)
+    : QObject(parent)
+    , m_socket(new QUdpSocket(this))
+    , m_group(QLatin1String(groupAddress))
+    , m_port(announcementPort)
+    , m_settings(deviceSettings)
+    , m_interval(announcementInterval)
+    , m_multicastPending(true)
+{
+    subscribeToConnman();
+    setupMulticast();
+    qtcompat::startExactTimer(this, m_interval * 1000);
+    configChanged();
+    sendAnnouncement();
+}
+
+// The children leave while their index still exists.
+ZorvScan::~ZorvScan()
+{
+    qDeleteAll(m_devices.values());
+}
+
+void ZorvScan::subscribeToConnman()
+{
+    const bool subscribed = QDBusConnection::systemBus().connect(QString(), QString(),
+        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"),
+        this, SLOT(connmanServicePropertyChanged(QString, QDBusVariant)));
+    if (!subscribed)
+        qFatal("Connman property connect failed!");
+}
+
+int ZorvScan::setupMulticast()
+{
+    m_multicastPending = true;
+    if (!bindPort()) {
+        qWarning("zorvlisten port not bound!");
+        return -1;
+    }
+    if (!joinGroup()) {
+        qWarning("join multicast failed: %s", m_socket->errorString().toLocal8Bit().constData());
+        return -2;
+    }
+    // Meant: one more connection each time (tst_zorvscan).
+    if (!connect(m_socket, SIGNAL(readyRead()), this, SLOT(pendingDatagrams()))) {
+        qWarning("connect to multicast readyRead slot failed!");
+        return -3;
+    }
+    m_multicastPending = false;
+    // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
+    pendingDatagrams();
+    return 0;
+}
+
+bool ZorvScan::bindPort()
+{
+    if (m_socket->state() == QAbstractSocket::BoundState)
+        return true;
+    if (m_socket->bind(qtcompat::anyIPv4<QHostAddress>(), m_port, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint))
+        return true;
+    qWarning("%s", m_socket->errorString().toLocal8Bit().constData());
+    return false;
+}
+
+// The socket's error() tells nothing of a failed join; errno does, and "in use" means that the group is joined already.
+bool ZorvScan::joinGroup()
+{
+    errno = 0;
+    return m_socket->joinMulticastGroup(m_group) || errno == EADDRINUSE;
+}
+
+// A socket that sends before it is bound is bound to a random port for good, so another one sends meanwhile.
+void ZorvScan::sendAnnouncement()
+{
+    if (m_socket->state() == QAbstractSocket::BoundState)
+        m_socket->writeDatagram(m_announcement, m_group, m_port);
+    else
+        QUdpSocket().writeDatagram(m_announcement, m_group, m_port);
+}
+
+int ZorvScan::socketState()
+{
+    return m_socket->state();
+}
+
+QVariantList ZorvScan::allChilds()
+{
+    return allChilds(QLatin1String(ownFamily));
+}
+
+void ZorvScan::configChanged()
+{
+    announcement::Values values;
+    values.hostname = m_settings->getHostname();
+    values.serial = m_settings->getSerial();
+    values.modelName = m_settings->getModelName();
+    values.hasCodesys = kelta::FwConfigGlobals::hasCodesys();
+    values.firmwareVersion = m_settings->getModelNr();
+    values.interfaces = announcement::interfacesOfThisMachine();
+    values.configurationMethod = m_settings->getNetworkConfigMethod();
+    values.gateway = m_settings->getGateway();
+    values.interval = m_interval;
+    m_announcement = announcement::text(values);
+}
+
+void ZorvScan::connmanServicePropertyChanged(const QString &name, const QDBusVariant &map)
+{
+    if (name == QLatin1String("State") && map.variant().toString() == QLatin1String("online")) {
+        setupMulticast();
+        configChanged();
+    }
+}
+
+void ZorvScan::timerEvent(QTimerEvent *)
+{
+    if (m_multicastPending)
+        setupMulticast();
+    const QObjectList snapshot = children();
+    for (int i = 0; i < snapshot.size(); ++i) {
+        if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
+            device->checkExpired();
+    }
+    sendAnnouncement();
+}
+
+bool ZorvScan::receive()
+{
+    const qint64 size = m_socket->pendingDatagramSize();
+    if (size < 0)
+        return false;
+    // A new array each time: the registry keeps the old one.
+    m_received = QByteArray(int(size), Qt::Uninitialized);
+    return m_socket->readDatagram(m_received.data(), size) == size;
+}
+
+void ZorvScan::pendingDatagrams()
+{
+    if (!receive())
+        return;
+    const QString uuid = announcement::uuidIn(m_received);
+    if (!uuid.isEmpty())
+        refresh(uuid);
+}
+
+void ZorvScan::refresh(const QString &uuid)
+{
+    ZorvDevice *&device = m_devices[uuid];
+    if (device)
+        device->update(m_received);
+    else
+        device = new ZorvDevice(uuid, m_received, m_interval, this);
+}
+
+// The child that leaves is being destroyed and no ZorvDevice any more, but still has its name.
+void ZorvScan::childEvent(QChildEvent *event)
+{
+    if (event->removed() && m_devices.value(event->child()->objectName()) == event->child())
+        m_devices.remove(event->child()->objectName());
+}
+
+static QVariantMap summaryOf(ZorvDevice *device)
+{
+    QVariantMap summary = device->value(QLatin1String("params/netSettings/interface")).toMap();
+    summary.insert(QLatin1String("uuid"), device->objectName());
+    summary.insert(QLatin1String("name"), device->text(QLatin1String("params/device/name")));
+    summary.insert(QLatin1String("version"), device->text(QLatin1String("params/device/firmwareVersion")));
+    summary.insert(QLatin1String("type"), device->text(QLatin1String("params/device/type")));
+    summary.insert(QLatin1String("familyType"), device->text(QLatin1String("params/device/familyType")));
+    return dbusvalue::carriable(summary);
+}
+
+QVariantList ZorvScan::allChilds(const QString &type)
+{
+    QVariantList summaries;
+    int size = 0;
+    const QObjectList &all = children();
+    for (int i = 0; i < all.size() && size < maximalReplySize; ++i) {
+        ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
+        if (!device || !(type.isEmpty() || device->text(QLatin1String("params/device/familyType")) == type))
+            continue;
+        const QVariantMap summary = summaryOf(device);
+        size += dbusvalue::marshalledSize(summary);
+        if (size < maximalReplySize)
+            summaries.append(summary);
+    }
+    return summaries;
+}

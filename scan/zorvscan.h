@@ -1,0 +1,75 @@
+#ifndef ZORVSCAN_H
+#define ZORVSCAN_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QHash>
+#include <QtCore/QObject>
+#include <QtCore/QVariant>
+#include <QtDBus/QDBusVariant>
+#include <QtNetwork/QHostAddress>
+
+class QUdpSocket;
+class UpnpSettings;
+class ZorvDevice;
+
+// The device's end of the maker's own discovery protocol: announces this device to the group 239.255.77.76, port 31416,
+// and keeps one child object for every device that announces itself there, this one included.
+//
+// Exported on the system bus with its children, where the interface is called local.ZorvScan: the public slots are
+// its methods, in this order. Hence no Q_CLASSINFO, and no slot is moved or added lightly.
+class ZorvScan : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Tries to join the group, starts announcing every interval (seconds) and sends the first announcement.
+    // The settings are not owned and must outlive the scan.
+    // Ends the process with a fatal message when connman's signals cannot be subscribed.
+    ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
+    ~ZorvScan();
+
+public slots:
+    // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
+    // Returns 0, or -1 (port not bound), -2 (group not joined), -3 (not connected), each with a warning.
+    // A failure is tried again at every announcement.
+    int setupMulticast();
+    // Sends the announcement as it was built last.
+    void sendAnnouncement();
+    // QAbstractSocket::SocketState: 0 unconnected, 4 bound.
+    int socketState();
+    // One map for every known device of the family type, of any family where the type is empty. Each is the
+    // device's interface object with "uuid", "name", "version", "type" and "familyType" of the device set in it.
+    // What the bus cannot carry is left out (dbusvalue.h).
+    QVariantList allChilds(const QString &type);
+    // The devices of the family "Kelta".
+    QVariantList allChilds();
+    // Takes one received datagram, if there is one, into the registry.
+    void pendingDatagrams();
+    // Builds the announcement anew from the settings; the next tick sends it.
+    void configChanged();
+    void connmanServicePropertyChanged(const QString &name, const QDBusVariant &map);
+
+protected:
+    void timerEvent(QTimerEvent *event) override;
+    void childEvent(QChildEvent *event) override;
+
+private:
+    void subscribeToConnman();
+    bool bindPort();
+    bool joinGroup();
+    void retrySetup();
+    bool receive();
+    void refresh(const QString &uuid);
+
+    QUdpSocket *m_socket;
+    const QHostAddress m_group;
+    const quint16 m_port;
+    UpnpSettings *m_settings;
+    int m_interval; // seconds
+    QByteArray m_received;
+    QByteArray m_announcement;
+    bool m_multicastPending; // the last set-up failed
+    QHash<QString, ZorvDevice *> m_devices; // the children that are devices, by uuid
+};
+
+#endif
