@@ -1,0 +1,40 @@
+# Sourced by ./run and ./test: installs Debian packages that are missing and builds a preset.
+# shellcheck shell=bash
+
+build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
+simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
+run_packages=(gupnp-tools miniupnpc)
+test_packages=(python3-pytest libdbus-1-dev pkg-config)
+
+say() { printf '\n== %s\n' "$*"; }
+
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f '${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || echo "$package"
+    done
+}
+
+install_packages() {
+    local missing as_root=()
+    mapfile -t missing < <(missing_packages "$@")
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "Installing Debian packages: ${missing[*]}"
+    if [ "$(id -u)" != 0 ]; then
+        if ! sudo -n true 2>/dev/null && ! { [ -t 0 ] && command -v sudo >/dev/null; }; then
+            echo "These packages are missing and only root can install them. Please run, as root:"
+            echo "    apt-get update && apt-get install ${missing[*]}"
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET
+build() {
+    say "Building ($1)"
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1"
+}
