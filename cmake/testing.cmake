@@ -1,4 +1,8 @@
-find_package(Python3 REQUIRED COMPONENTS Interpreter)
+# The simulated device needs the distribution's D-Bus binding, which no other Python has
+find_program(SYSTEM_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+if(NOT SYSTEM_PYTHON)
+    message(FATAL_ERROR "The tests need /usr/bin/python3 with python3-dbus, python3-gi and python3-pytest")
+endif()
 
 # unit_test(tst_<class> [ISOLATED] LIBS <library>...)
 # A QtTest program of one source file. ISOLATED: it opens the daemon's ports or a system bus, so it runs
@@ -12,8 +16,9 @@ function(unit_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} qt_test)
     set(command ${name})
     if(arg_ISOLATED)
-        set(command "${Python3_EXECUTABLE}" "${CMAKE_SOURCE_DIR}/simdevice/isolated.py" $<TARGET_FILE:${name}>)
+        set(command "${SYSTEM_PYTHON}" "${CMAKE_SOURCE_DIR}/simdevice/isolated.py" $<TARGET_FILE:${name}>)
     endif()
     add_test(NAME ${name} COMMAND ${command})
-    set_tests_properties(${name} PROPERTIES ENVIRONMENT "LC_ALL=C;QT_LOGGING_RULES=" TIMEOUT 120)
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "LC_ALL=C;QT_LOGGING_RULES=" TIMEOUT 120
+        SKIP_RETURN_CODE 77)
 endfunction()

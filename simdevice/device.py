@@ -1,0 +1,220 @@
+"""One Kelta device on the Lan: host, bus, services, log, files, and the daemon running among them."""
+
+import itertools
+import os
+import pathlib
+import resource
+import signal
+import struct
+import subprocess
+import zlib
+
+import dbus
+
+from simdevice.bus import Bus
+from simdevice.connman import Connman
+from simdevice.fwconfig import FwConfig
+from simdevice.network import SUBNET, Lan
+from simdevice.room import Room
+from simdevice.syslog import Syslog
+from simdevice.waiting import wait_for
+
+ADDRESS = f"{SUBNET}.2"
+MAC = "00:11:22:aa:bb:cc"
+BUS_NAME = "com.zorv.upnpvelorn"
+HTTP_PORT = 8200
+ICON = "/var/www/icons/kelta_icon48.png"
+CODESYS = "/opt/codesys/bin/codesyscontrol.bin"
+
+_PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "ASAN_SYMBOLIZER_PATH", "LLVM_PROFILE_FILE",
+              "GCOV_PREFIX", "GCOV_PREFIX_STRIP")
+_NOT_THERE_YET = ("org.freedesktop.DBus.Error.UnknownObject", "org.freedesktop.DBus.Error.ServiceUnknown",
+                  "org.freedesktop.DBus.Error.NameHasNoOwner", "org.freedesktop.DBus.Error.NoReply")
+_LISTENING = "0A"
+
+_numbers = itertools.count(1)
+
+
+def default_program() -> str:
+    here = pathlib.Path(__file__).resolve().parent.parent
+    return os.path.abspath(os.environ.get("UPNPVELORN") or here / "build" / "upnpvelorn")
+
+
+def png(size: int = 48, colour: tuple = (0, 96, 160)) -> bytes:
+    """A square picture of one colour."""
+    def chunk(kind: bytes, data: bytes) -> bytes:
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+    header = struct.pack(">IIBBBBB", size, size, 8, 2, 0, 0, 0)
+    pixels = zlib.compress((b"\0" + bytes(colour) * size) * size)
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", pixels) + chunk(b"IEND", b"")
+
+
+class Device:
+    """Everything is there after the constructor, save the daemon: that is started by start().
+
+    addresses, mac, interface, ipv6: as for network.Host; `interface` None means no eth0.
+    bus, fwconfig, connman: whether that part is there from the beginning. Each can come later with its start().
+    nofile: the daemon's limit of open files. program: another executable than the built one.
+    """
+
+    def __init__(self, lan: Lan, addresses: list = None, mac: str = MAC, interface: str = "eth0", ipv6: bool = False,
+                 hostname: str = "kelta", bus: bool = True, fwconfig: bool = True, connman: bool = True,
+                 nofile: int = None, program: str = None):
+        self.program = program or default_program()
+        self._nofile = nofile
+        self._folder = pathlib.Path(f"/run/simdevice/device{next(_numbers)}")
+        self._process = None
+        self._output = self._folder / "output"
+        self.host = lan.host(addresses=addresses or [f"{ADDRESS}/24"], mac=mac, interface=interface, ipv6=ipv6)
+        self.room = Room(self.host.path, hostname, self.program)
+        self.bus = Bus(str(self._folder))
+        self.fwconfig = FwConfig(self.bus.address)
+        self.connman = Connman(self.bus)
+        if bus:
+            self.bus.start()
+            if fwconfig:
+                self.fwconfig.start_without_waiting()
+            if connman:
+                self.connman.start()
+        self.room.wait_until_ready()
+        self.syslog = Syslog(str(self.room.path("/dev/log")))
+        self.syslog.record()
+        self.set_icon(png())
+        if self.fwconfig.running:
+            self.fwconfig.wait_until_ready()
+
+    def close(self) -> None:
+        self.stop()
+        self.connman.stop()
+        self.fwconfig.stop()
+        self.bus.stop()
+        self.syslog.close()
+        self.room.close()
+
+    # The daemon
+
+    def start(self, wait: bool = True) -> None:
+        """Starts the daemon and, unless told otherwise, waits until it is in its event loop."""
+        limits = [] if self._nofile is None else ["/usr/bin/prlimit", f"--nofile={self._nofile}", "--"]
+        environment = {"LC_ALL": "C", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+                       "DBUS_SYSTEM_BUS_ADDRESS": self.bus.address}
+        environment.update({name: os.environ[name] for name in _PASSED_ON if name in os.environ})
+        self._folder.mkdir(exist_ok=True)
+        with open(self._output, "ab") as output:
+            self._process = subprocess.Popen([*self.room.prefix, *limits, self.program], env=environment,
+                                             stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+        if wait:
+            self.wait_until_ready()
+
+    @property
+    def pid(self) -> int:
+        return self._process.pid
+
+    @property
+    def running(self) -> bool:
+        return self._process is not None and self._process.poll() is None
+
+    @property
+    def exit_status(self):
+        """None while it runs, the negative signal number when a signal ended it."""
+        return self._process.poll()
+
+    @property
+    def output(self) -> str:
+        """What the daemon wrote to its standard output and standard error."""
+        return self._output.read_text(errors="replace") if self._output.exists() else ""
+
+    def wait_until_ready(self, seconds: float = 15, http: bool = True) -> None:
+        def ready() -> bool:
+            if not self.running:
+                raise AssertionError(f"the daemon ended with status {self.exit_status}:\n{self.output}")
+            return self.answers() and (not http or self.listens(HTTP_PORT))
+        wait_for(ready, seconds, "the daemon is ready", lambda: self.output)
+
+    def answers(self, seconds: float = 5) -> bool:
+        """Whether the daemon's event loop runs: /settings answers only from there."""
+        try:
+            self.bus.call(BUS_NAME, "/settings", "local.UpnpSettings", "getUdpPort", seconds=seconds)
+        except dbus.DBusException as error:
+            return error.get_dbus_name() not in _NOT_THERE_YET
+        return True
+
+    def call(self, member: str, *arguments, path: str = "/settings", interface: str = "local.UpnpSettings",
+             **options):
+        """Calls a method of the daemon over the bus."""
+        return self.bus.call(BUS_NAME, path, interface, member, *arguments, **options)
+
+    def wait_for_exit(self, seconds: float = 10) -> int:
+        """For a daemon that is expected to end by itself. Returns its status and forgets it."""
+        wait_for(lambda: not self.running, seconds, "the daemon ends", lambda: self.output)
+        process, self._process = self._process, None
+        return process.returncode
+
+    def crashed(self) -> bool:
+        """Whether the daemon ended without being told to."""
+        return self._process is not None and self._process.poll() is not None
+
+    def terminate(self) -> None:
+        """Sends SIGTERM, which the daemon is not expected to die of."""
+        self.signal(signal.SIGTERM)
+
+    def signal(self, number: int) -> None:
+        os.kill(self.pid, number)
+
+    def stop(self) -> None:
+        """Ends the daemon as the service manager does in the end, with SIGKILL."""
+        if self._process is not None:
+            self._process.kill()
+            self._process.wait()
+            self._process = None
+
+    def restart(self) -> None:
+        self.stop()
+        wait_for(lambda: not self.bus.owner(BUS_NAME), what="the bus forgets the old daemon")
+        self.start()
+
+    def limit_open_files(self, number: int) -> None:
+        """Changes the limit of the running daemon."""
+        _, hard = resource.prlimit(self.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(self.pid, resource.RLIMIT_NOFILE, (number, hard))
+
+    def open_files(self) -> list:
+        """What the daemon's descriptors lead to."""
+        folder = pathlib.Path(f"/proc/{self.pid}/fd")
+        return [os.readlink(entry) for entry in folder.iterdir()]
+
+    def listens(self, port: int) -> bool:
+        return (port, _LISTENING) in self._sockets("tcp")
+
+    def udp_ports(self) -> set:
+        return {port for port, _ in self._sockets("udp")}
+
+    def _sockets(self, kind: str) -> set:
+        lines = pathlib.Path(f"/proc/{self.room.pid}/net/{kind}").read_text().splitlines()[1:]
+        fields = [line.split() for line in lines]
+        return {(int(field[1].split(":")[1], 16), field[3]) for field in fields}
+
+    # What is around it
+
+    @property
+    def address(self) -> str:
+        """The first address of eth0."""
+        return self.host.addresses()[0].split("/")[0]
+
+    def set_icon(self, content: bytes = None) -> None:
+        """None takes the file away."""
+        file = self.room.path(ICON)
+        file.parent.mkdir(parents=True, exist_ok=True)
+        if content is None:
+            file.unlink(missing_ok=True)
+        else:
+            file.write_bytes(content)
+
+    def install_codesys(self, executable: bool = True) -> None:
+        file = self.room.path(CODESYS)
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.touch()
+        file.chmod(0o755 if executable else 0o644)
+
+    def remove_codesys(self) -> None:
+        self.room.path(CODESYS).unlink(missing_ok=True)
