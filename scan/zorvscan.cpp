@@ -17,6 +17,10 @@ static const char groupAddress[] = "239.255.77.76";
 static const quint16 announcementPort = 31416;
 static const char ownFamily[] = "Kelta";
 
+// Each join adds a connection, and there may be many in the life of a device. More than this would change nothing
+// but the time a datagram takes.
+static const int maximalConnections = 16;
+
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;
 
@@ -28,6 +32,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_settings(deviceSettings)
     , m_interval(announcementInterval)
     , m_multicastPending(true)
+    , m_connections(0)
 {
     subscribeToConnman();
     setupMulticast();
@@ -63,10 +68,11 @@ int ZorvScan::setupMulticast()
         return -2;
     }
     // Meant: one more connection each time (tst_zorvscan).
-    if (!connect(m_socket, SIGNAL(readyRead()), this, SLOT(pendingDatagrams()))) {
+    if (m_connections < maximalConnections && !connect(m_socket, SIGNAL(readyRead()), this, SLOT(pendingDatagrams()))) {
         qWarning("connect to multicast readyRead slot failed!");
         return -3;
     }
+    m_connections = qMin(m_connections + 1, maximalConnections);
     m_multicastPending = false;
     // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
     pendingDatagrams();

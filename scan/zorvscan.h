@@ -57,7 +57,6 @@ private:
     void subscribeToConnman();
     bool bindPort();
     bool joinGroup();
-    void retrySetup();
     bool receive();
     void refresh(const QString &uuid);
 
@@ -69,6 +68,7 @@ private:
     QByteArray m_received;
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
+    int m_connections; // from the socket to pendingDatagrams()
     QHash<QString, ZorvDevice *> m_devices; // the children that are devices, by uuid
 };
 
