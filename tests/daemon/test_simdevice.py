@@ -145,6 +145,9 @@ def test_bus_keeps_its_address_over_a_restart(bare):
     bare.bus.restart()
     assert bare.bus.address == address
     assert bare.bus.owner(SERVICE) == ""
+    bare.fwconfig.start()
+    bare.connman.start()
+    assert bare.bus.owner(SERVICE) and bare.bus.owner("net.connman")
 
 
 def test_monitor_sees_calls_and_signals(bare):
@@ -350,6 +353,27 @@ def test_log_modes(bare):
     bare.syslog.record()
     log_write(bare)
     bare.syslog.wait_for_text("hello", count=2)
+
+
+# What stands for the daemon here only has to end, or to be ended
+
+def test_a_daemon_that_ends_by_itself_is_noticed(start_device):
+    device = start_device(daemon="off", program="/bin/true")
+    with pytest.raises(AssertionError, match="ended with status 0"):
+        device.start()
+    assert device.crashed()
+    with pytest.raises(AssertionError, match="ended with status 0"):
+        device.stop()
+    assert device.wait_for_exit() == 0
+
+
+def test_daemon_gets_a_small_environment(start_device):
+    device = start_device(daemon="off", program="/usr/bin/env")
+    device.start(wait=False)
+    device.wait_for_exit()
+    names = {line.split("=")[0] for line in device.output.splitlines()}
+    assert {"LC_ALL", "PATH", "DBUS_SYSTEM_BUS_ADDRESS"} <= names
+    assert not {name for name in names if name.startswith(("SIMDEVICE", "HOME", "USER", "UPNP"))}
 
 
 # The sandbox and the byte comparison
