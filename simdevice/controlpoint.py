@@ -101,10 +101,10 @@ class ControlPoint:
         return self.host.addresses()[0].split("/")[0]
 
     def listen_ssdp(self) -> Listener:
-        return self._listen(SSDP)
+        return self.listen(SSDP)
 
     def listen_announcements(self) -> Listener:
-        return self._listen(ANNOUNCEMENTS)
+        return self.listen(ANNOUNCEMENTS)
 
     def search(self, st: str = "ssdp:all", raw: bytes = None, to: tuple = SSDP, from_address: str = None,
                from_port: int = 0) -> list:
@@ -147,7 +147,7 @@ class ControlPoint:
             listener.close()
         self._open.clear()
 
-    def _listen(self, group: tuple) -> Listener:
+    def listen(self, group: tuple) -> Listener:
         listener = Listener(self.host, group)
         self._open.append(listener)
         return listener

@@ -18,7 +18,8 @@ def main() -> int:
     arguments = sys.argv[1:]
     if not any(pathlib.Path(argument.split("::")[0]).exists() for argument in arguments):
         arguments.append(str(HERE))
-    return pytest.main(["-p", "no:cacheprovider", f"--rootdir={HERE}", *arguments])
+    return pytest.main(["-p", "no:cacheprovider", f"--rootdir={HERE}",
+                        "--basetemp=/run/simdevice/tmp", *arguments])
 
 
 if __name__ == "__main__":

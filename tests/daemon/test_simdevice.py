@@ -79,7 +79,7 @@ def test_a_device_without_eth0_can_get_it_later(start_device):
 
 @pytest.mark.parametrize("group", [SSDP, ANNOUNCEMENTS])
 def test_multicast_reaches_the_peer_and_back(bare, peer, group):
-    listener = peer._listen(group)
+    listener = peer.listen(group)
     with bare.host.socket() as sender:
         sender.sendto(b"from the device", group)
     assert listener.wait_for(b"from the device")[0].source[0] == "10.77.0.2"
