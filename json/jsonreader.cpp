@@ -23,13 +23,14 @@ const char *guessedEncoding(const QByteArray &data)
 
 QString decoded(const QByteArray &data)
 {
-    if (data.isEmpty())
+    const int size = data.size();
+    if (size <= 0)
         return QString();
     const QTextCodec *codec = QTextCodec::codecForUtfText(data, 0);
     if (!codec) {
         const char *const encoding = guessedEncoding(data);
         if (!encoding) // with the size, or the text would end at the first NUL
-            return QString::fromUtf8(data.constData(), data.size());
+            return QString::fromUtf8(data.constData(), size);
         codec = QTextCodec::codecForName(encoding);
     }
     return codec->toUnicode(data);
