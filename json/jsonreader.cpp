@@ -36,6 +36,22 @@ QString decoded(const QByteArray &data)
     return codec->toUnicode(data);
 }
 
+// Nearly every announcement is a short text of plain ASCII. It is widened on the stack: a block of the heap
+// that large makes malloc tidy up the many small ones of the value before.
+const int shortText = 2048;
+
+bool widened(const QByteArray &data, ushort *text)
+{
+    const char *const bytes = data.constData();
+    for (int i = 0, size = data.size(); i < size; ++i) {
+        const uchar byte = uchar(bytes[i]);
+        if (byte == 0 || byte >= 0x80)
+            return false; // another encoding, or none
+        text[i] = byte;
+    }
+    return true;
+}
+
 } // namespace
 
 JsonReader::JsonReader()
@@ -61,5 +77,8 @@ bool JsonReader::parse(const QString &text)
 
 bool JsonReader::parse(const QByteArray &data)
 {
+    ushort text[shortText];
+    if (data.size() <= shortText && widened(data, text))
+        return parse(QString::fromRawData(reinterpret_cast<const QChar *>(text), data.size()));
     return parse(decoded(data));
 }
