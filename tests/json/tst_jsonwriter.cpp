@@ -1,3 +1,4 @@
+#include "jsonparser.h"
 #include "jsonreader.h"
 #include "jsonwriter.h"
 
@@ -30,6 +31,8 @@ private slots:
     void workerAppendsAndClearsNothing();
     void resultIsACopy();
     void whatIsWrittenCanBeReadAgain();
+    void deepestTextThatIsReadCanBeWritten_data();
+    void deepestTextThatIsReadCanBeWritten();
 };
 
 // A type that QVariant converts neither to a number nor to a string
@@ -356,6 +359,26 @@ void tst_JsonWriter::whatIsWrittenCanBeReadAgain()
         QVERIFY2(reader.parse(written(map, formatted != 0)), qPrintable(reader.errorString()));
         QCOMPARE(reader.result(), QVariant(map));
     }
+}
+
+void tst_JsonWriter::deepestTextThatIsReadCanBeWritten_data()
+{
+    QTest::addColumn<QString>("opening");
+    QTest::addColumn<QString>("closing");
+
+    QTest::newRow("arrays") << latin1("[") << latin1("]");
+    QTest::newRow("objects") << latin1("{\"a\":") << latin1("}");
+}
+
+void tst_JsonWriter::deepestTextThatIsReadCanBeWritten()
+{
+    QFETCH(QString, opening);
+    QFETCH(QString, closing);
+
+    const QString text = opening.repeated(JsonParser::MaximumDepth) + latin1("1") + closing.repeated(JsonParser::MaximumDepth);
+    JsonReader reader;
+    QVERIFY(reader.parse(text));
+    QVERIFY(written(reader.result()) == text);
 }
 
 QTEST_APPLESS_MAIN(tst_JsonWriter)
