@@ -151,7 +151,8 @@ bool exactDouble(const ushort *p, const ushort *end, double *value)
     }
     if (qAbs(exponent) > maximumPower)
         return false;
-    *value = exponent < 0 ? mantissa / powers[-exponent] : mantissa * powers[exponent];
+    const double whole = double(mantissa);
+    *value = exponent < 0 ? whole / powers[-exponent] : whole * powers[exponent];
     if (negative)
         *value = -*value;
     return true;

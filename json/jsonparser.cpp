@@ -65,7 +65,6 @@ bool JsonParser::parse(JsonLexer *lexer)
     m_top = -1;
     m_depth = 0;
     push(0);
-    m_values[0].clear();
     int token = noToken;
     for (;;) {
         const int state = m_states[m_top];

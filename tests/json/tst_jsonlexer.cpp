@@ -3,6 +3,7 @@
 
 #include <QtTest>
 
+#include <cmath>
 #include <limits>
 
 class tst_JsonLexer : public QObject
@@ -36,6 +37,7 @@ private slots:
     void integers();
     void floatingNumbers_data();
     void floatingNumbers();
+    void onlyANumberCanBeMinusZero();
     void numberEndsAtTheFirstOtherCharacter_data();
     void numberEndsAtTheFirstOtherCharacter();
     void scannersStartAtTheCurrentPosition();
@@ -461,6 +463,18 @@ void tst_JsonLexer::floatingNumbers()
     QCOMPARE(lexer.symbolValue().userType(), int(QMetaType::Double));
     QVERIFY2(lexer.symbolValue().toDouble() == value, QByteArray::number(lexer.symbolValue().toDouble(), 'g', 17).constData());
     QCOMPARE(lexer.pos(), text.size());
+}
+
+void tst_JsonLexer::onlyANumberCanBeMinusZero()
+{
+    JsonLexer number(latin1("-0.0"));
+    QCOMPARE(number.lex(), 2);
+    QVERIFY(std::signbit(number.symbolValue().toDouble()));
+
+    JsonLexer noDigits(latin1("-."));
+    QCOMPARE(noDigits.lex(), 2);
+    QCOMPARE(noDigits.symbolValue().userType(), int(QMetaType::Double));
+    QVERIFY(noDigits.symbolValue().toDouble() == 0 && !std::signbit(noDigits.symbolValue().toDouble()));
 }
 
 void tst_JsonLexer::numberEndsAtTheFirstOtherCharacter_data()

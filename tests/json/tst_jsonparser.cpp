@@ -19,6 +19,8 @@ private slots:
     void resultIsInvalidBeforeParsing();
     void resultIsInvalidAfterAnErrorBehindAWholeValue();
     void parserCanBeUsedAgain();
+    void nothingIsLeftOverFromABrokenText_data();
+    void nothingIsLeftOverFromABrokenText();
     void oldValuesAreNotTouchedByTheNextText();
     void stacksBeginWith128EntriesAndDouble();
     void stacksGrowWithNesting();
@@ -273,6 +275,39 @@ void tst_JsonParser::parserCanBeUsedAgain()
     JsonLexer null(latin1("null"));
     QVERIFY(parser.parse(&null));
     QVERIFY(!parser.result().isValid());
+}
+
+void tst_JsonParser::nothingIsLeftOverFromABrokenText_data()
+{
+    QTest::addColumn<QString>("broken");
+    QTest::addColumn<QString>("whole");
+    QTest::addColumn<QVariant>("value");
+
+    const QVariantList one = QVariantList() << number(1);
+    QTest::newRow("members before an empty object") << latin1("{\"x\":1,") << latin1("{}") << QVariant(QVariantMap());
+    QTest::newRow("members before a leading comma")
+        << latin1("{\"x\":1,") << latin1("{,\"a\":1}") << QVariant(object("a", number(1)));
+    QTest::newRow("members before a member") << latin1("{\"x\":1,") << latin1("{\"a\":1}") << QVariant(object("a", number(1)));
+    QTest::newRow("elements before an empty array") << latin1("[9,") << latin1("[]") << QVariant(QVariantList());
+    QTest::newRow("elements before a leading comma") << latin1("[9,") << latin1("[,1]") << QVariant(one);
+    QTest::newRow("elements before an element") << latin1("[9,") << latin1("[1]") << QVariant(one);
+    QTest::newRow("a string before null") << latin1("\"x\",") << latin1("null") << QVariant();
+    QTest::newRow("open arrays do not count any more")
+        << latin1("[").repeated(JsonParser::MaximumDepth + 1) << latin1("[1]") << QVariant(one);
+}
+
+void tst_JsonParser::nothingIsLeftOverFromABrokenText()
+{
+    QFETCH(QString, broken);
+    QFETCH(QString, whole);
+    QFETCH(QVariant, value);
+
+    JsonParser parser;
+    JsonLexer first(broken);
+    QVERIFY(!parser.parse(&first));
+    JsonLexer second(whole);
+    QVERIFY(parser.parse(&second));
+    QCOMPARE(parser.result(), value);
 }
 
 void tst_JsonParser::oldValuesAreNotTouchedByTheNextText()

@@ -313,6 +313,8 @@ void tst_JsonReader::invalidUtf8IsKeptAsReplacementCharacters()
     JsonReader reader;
     QVERIFY(reader.parse(QByteArray("[\"a\xff\"]")));
     QCOMPARE(reader.result().toList().value(0).toString(), latin1("a") + QChar(0xfffd));
+    QVERIFY(reader.parse(QByteArray("[\"a\x80\"]")));
+    QCOMPARE(reader.result().toList().value(0).toString(), latin1("a") + QChar(0xfffd));
     QVERIFY(reader.parse(QByteArray("[\"\xc3\"]")));
     QVERIFY(!reader.parse(QByteArray("[\xff]")));
     QCOMPARE(reader.errorString(), latin1("Expected ']', ',' at line 1 pos 1"));
