@@ -29,7 +29,7 @@ static void receive(QtMsgType type, const char *message)
     QMutexLocker locker(&mutex);
     if (caught && type != QtFatalMsg)
         caught->append(QString::fromLatin1(levelName(type)) + QLatin1String(": ") + QString::fromLocal8Bit(message));
-    else
+    else if (type != QtDebugMsg)
         std::fprintf(stderr, "%s: %s\n", levelName(type), message);
 }
 

@@ -3,7 +3,8 @@
 
 #include <QtCore/QStringList>
 
-// While one of these lives, Qt's messages are kept instead of printed. One at a time.
+// While one of these lives, Qt's messages are kept instead of printed. One at a time. From the first one on,
+// debug messages that nobody catches are dropped.
 class CaughtLog
 {
 public:
