@@ -73,6 +73,10 @@ private slots:
     void failedReadsLeaveTheirValuesEmpty();
     void propertiesOfOtherTypesBecomeText_data();
     void propertiesOfOtherTypesBecomeText();
+    void barePropertyValuesAreNoValues_data();
+    void barePropertyValuesAreNoValues();
+    void serialNumberThatIsNoTextIsEmpty_data();
+    void serialNumberThatIsNoTextIsEmpty();
     void textsEndAtTheirFirstZeroByte();
     void hostNameOfTheServiceIsNotTheKernels();
 
@@ -80,6 +84,7 @@ private slots:
     void missingUuidIsTakenFromTheKernelAndStored_data();
     void missingUuidIsTakenFromTheKernelAndStored();
     void freshUuidIsUsedWithoutTheService();
+    void unreadableKernelFileLeavesTheUuidEmpty();
     void failedStoringIsNotNoticed();
     void storedUuidIsLatin1();
 
@@ -253,6 +258,46 @@ void TestUpnpSettings::propertiesOfOtherTypesBecomeText()
     QCOMPARE(m_settings->getServerHeader(), "Kelta/" + asText + ", UPnP/1.0");
 }
 
+void TestUpnpSettings::barePropertyValuesAreNoValues_data()
+{
+    QTest::addColumn<QVariant>("value");
+
+    TextMap map;
+    map.insert(text("a"), text("b"));
+    QTest::newRow("text") << QVariant(text("1.4.3"));
+    QTest::newRow("number") << QVariant(142);
+    QTest::newRow("dictionary") << QVariant::fromValue(map);
+}
+
+void TestUpnpSettings::barePropertyValuesAreNoValues()
+{
+    QFETCH(QVariant, value);
+    m_service->answer(readVersion, value);
+    makeSettings();
+    QCOMPARE(m_settings->getModelNr(), QByteArray());
+    QCOMPARE(m_settings->getHostname(), QByteArray("dev1"));
+}
+
+void TestUpnpSettings::serialNumberThatIsNoTextIsEmpty_data()
+{
+    QTest::addColumn<QVariant>("value");
+
+    TextMap map;
+    map.insert(text("a"), text("b"));
+    const TextPair pair = { text("a"), text("b") };
+    QTest::newRow("dictionary") << QVariant::fromValue(map);
+    QTest::newRow("list of numbers") << QVariant::fromValue(QList<int>() << 1);
+    QTest::newRow("structure") << QVariant::fromValue(pair);
+}
+
+void TestUpnpSettings::serialNumberThatIsNoTextIsEmpty()
+{
+    QFETCH(QVariant, value);
+    m_service->answer(readSerial, value);
+    makeSettings();
+    QCOMPARE(m_settings->getSerial(), QByteArray());
+}
+
 // A D-Bus text cannot hold a zero byte, but an array of bytes can.
 void TestUpnpSettings::textsEndAtTheirFirstZeroByte()
 {
@@ -315,6 +360,23 @@ void TestUpnpSettings::freshUuidIsUsedWithoutTheService()
     QCOMPARE(first.size(), 36);
     makeSettings();
     QVERIFY(m_settings->getUuid(nobody) != first);
+}
+
+// An empty folder over that of the file takes it away, also from root.
+void TestUpnpSettings::unreadableKernelFileLeavesTheUuidEmpty()
+{
+    m_service->answer(readUuid, text(""));
+    QCOMPARE(QProcess::execute(text("mount"), QStringList() << text("-t") << text("tmpfs") << text("none") << text("/proc/sys/kernel/random")), 0);
+    CaughtLog log;
+    m_settings.reset(newSettings());
+    QCOMPARE(QProcess::execute(text("umount"), QStringList(text("/proc/sys/kernel/random"))), 0);
+    addLinkLocalAddress();
+    QCOMPARE(m_settings->getUuid(nobody), QByteArray());
+    QCOMPARE(m_settings->getUuid(linkLocalPeer), QByteArray("0"));
+    QCOMPARE(m_service->calls().mid(0, 4), QStringList() << text(readUuid) << text(readHostname) << text(readVersion) << text(readSerial));
+    QVERIFY(m_service->calls().last().startsWith(text("/network GetAll")));
+    QCOMPARE(m_service->calls().size(), 5);
+    QCOMPARE(log.warnings(), QStringList());
 }
 
 void TestUpnpSettings::failedStoringIsNotNoticed()
