@@ -57,8 +57,9 @@ ZorvScan::~ZorvScan()
 
 void ZorvScan::subscribeToConnman()
 {
+    // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
     const bool subscribed = QDBusConnection::systemBus().connect(QString(), QString(),
-        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"),
+        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
         this, SLOT(connmanServicePropertyChanged(QString, QDBusVariant)));
     if (!subscribed)
         qFatal("Connman property connect failed!");

@@ -571,6 +571,10 @@ void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered_data()
     QTest::newRow("name alone") << (QVariantList() << text("IPv4"));
     QTest::newRow("nothing") << QVariantList();
     QTest::newRow("number for a name") << (QVariantList() << 7 << QVariant::fromValue(QDBusVariant(text("ready"))));
+    QTest::newRow("bare dictionary") << (QVariantList() << text("IPv4") << ipv4("dhcp", "10.0.0.5", "10.0.0.1"));
+    QTest::newRow("list of numbers") << (QVariantList() << text("IPv4") << QVariant::fromValue(QList<int>() << 1));
+    QTest::newRow("structure") << (QVariantList() << text("IPv4") << QVariant::fromValue(TextPair()));
+    QTest::newRow("dictionary for a name") << (QVariantList() << ipv4("dhcp", "10.0.0.5", "10.0.0.1") << QVariant::fromValue(QDBusVariant(text("ready"))));
 }
 
 void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered()
