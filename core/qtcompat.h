@@ -58,20 +58,6 @@ inline int startExactTimer(QObject *object, int milliseconds)
 // The parameter of QTcpServer::incomingConnection()
 typedef qintptr SocketDescriptor;
 
-// Qt 5 stops accepting after a failed accept() and tells it by a signal.
-template <class Server>
-inline void connectAcceptError(Server *server, const char *slot)
-{
-    QObject::connect(server, SIGNAL(acceptError(QAbstractSocket::SocketError)), server, slot);
-}
-
-// Lets a server go on whose accepting stopped.
-template <class Server>
-inline void resumeAccepting(Server *server)
-{
-    server->resumeAccepting();
-}
-
 #else
 
 inline void installMessageSink(MessageSink sink)
@@ -91,21 +77,6 @@ inline int startExactTimer(QObject *object, int milliseconds)
 }
 
 typedef int SocketDescriptor;
-
-template <class Server>
-inline void connectAcceptError(Server *, const char *) { }
-
-// In Qt 4 only the taking of a pending connection makes a full server go on.
-template <class Server>
-inline void resumeAccepting(Server *server)
-{
-    struct Pending : Server
-    {
-        static void addTo(Server *s, QTcpSocket *socket) { (s->*(&Pending::addPendingConnection))(socket); }
-    };
-    Pending::addTo(server, nullptr);
-    server->nextPendingConnection();
-}
 
 #endif
 

@@ -9,9 +9,14 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
+#include <QtCore/QSocketNotifier>
 #include <QtCore/QTimerEvent>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 static const char descriptionPath[] = "/rootDesc.xml";
 static const char iconPath[] = "/icons/kelta_icon48.png";
@@ -20,20 +25,83 @@ static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
 // Descriptors that stay free for the log, for files and for asking the kernel about interfaces.
 static const rlim_t reservedDescriptors = 16;
 static const int acceptRetryPeriod = 200; // ms
+static const int maximalAcceptsPerPass = 50;
 
-// The kernel gives out the lowest free number, so the newest number tells how many are in use.
-static bool areDescriptorsScarce(qtcompat::SocketDescriptor newest)
+// The kernel gives out the lowest free number, so a number tells how many are in use.
+static bool isNearTheLimit(int descriptor)
 {
     struct rlimit limit = {};
-    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && rlim_t(newest) + reservedDescriptors >= limit.rlim_cur;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return false;
+    return rlim_t(descriptor) + qMin(reservedDescriptors, limit.rlim_cur / 4) >= limit.rlim_cur;
+}
+
+static bool areDescriptorsScarce(int anyDescriptor)
+{
+    const int lowestFree = fcntl(anyDescriptor, F_DUPFD_CLOEXEC, 0);
+    if (lowestFree == -1)
+        return true;
+    close(lowestFree);
+    return isNearTheLimit(lowestFree);
 }
 
 UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     : QTcpServer(parent)
     , settings(deviceSettings)
 {
-    qtcompat::connectAcceptError(this, SLOT(pauseAccepting()));
-    listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort());
+    if (listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort()))
+        takeOverAccepting();
+}
+
+UpnpHttp::~UpnpHttp()
+{
+}
+
+// When descriptors run out, QTcpServer either stops for good or takes the whole processor, so it is not left to it.
+void UpnpHttp::takeOverAccepting()
+{
+    const QList<QSocketNotifier *> own = findChildren<QSocketNotifier *>();
+    for (int i = 0; i < own.size(); ++i)
+        own.at(i)->setEnabled(false);
+    m_acceptable.reset(new QSocketNotifier(int(socketDescriptor()), QSocketNotifier::Read));
+    connect(m_acceptable.data(), SIGNAL(activated(int)), this, SLOT(acceptConnections()));
+}
+
+void UpnpHttp::acceptConnections()
+{
+    for (int i = 0; i < maximalAcceptsPerPass; ++i) {
+        const int descriptor = accept4(int(socketDescriptor()), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (descriptor == -1) {
+            if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR)
+                pauseAccepting();
+            return;
+        }
+        incomingConnection(descriptor);
+        if (isNearTheLimit(descriptor)) {
+            pauseAccepting();
+            return;
+        }
+    }
+}
+
+void UpnpHttp::pauseAccepting()
+{
+    m_acceptable->setEnabled(false);
+    m_retryTimer.start(acceptRetryPeriod, this);
+}
+
+void UpnpHttp::tryAcceptingAgain()
+{
+    if (areDescriptorsScarce(int(socketDescriptor())))
+        return;
+    m_retryTimer.stop();
+    m_acceptable->setEnabled(true);
+}
+
+void UpnpHttp::timerEvent(QTimerEvent *event)
+{
+    if (event->timerId() == m_retryTimer.timerId())
+        tryAcceptingAgain();
 }
 
 void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
@@ -42,35 +110,13 @@ void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
     connect(socket, SIGNAL(readyRead()), this, SLOT(readyRead()));
     connect(socket, SIGNAL(disconnected()), this, SLOT(disconnected()));
     socket->setSocketDescriptor(socketDescriptor, QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
-    if (areDescriptorsScarce(socketDescriptor))
-        pauseAccepting();
-}
-
-// No pending connection is ever kept, so a maximum of none stops the accepting at once.
-void UpnpHttp::pauseAccepting()
-{
-    setMaxPendingConnections(0);
-    m_retryTimer.start(acceptRetryPeriod, this);
-}
-
-void UpnpHttp::acceptAgain()
-{
-    m_retryTimer.stop();
-    setMaxPendingConnections(1);
-    qtcompat::resumeAccepting(this);
-}
-
-void UpnpHttp::timerEvent(QTimerEvent *event)
-{
-    if (event->timerId() == m_retryTimer.timerId())
-        acceptAgain();
 }
 
 void UpnpHttp::disconnected()
 {
     sender()->deleteLater();
     if (m_retryTimer.isActive())
-        acceptAgain();
+        tryAcceptingAgain();
 }
 
 // Meant: one line for each signal. What stands behind a line that is no GET waits for the next signal and is

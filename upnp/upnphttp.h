@@ -4,8 +4,10 @@
 #include "qtcompat.h"
 
 #include <QtCore/QBasicTimer>
+#include <QtCore/QScopedPointer>
 #include <QtNetwork/QTcpServer>
 
+class QSocketNotifier;
 class QTcpSocket;
 class UpnpSettings;
 
@@ -22,6 +24,7 @@ public:
     // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed.
     // The settings are not owned and must outlive the server.
     UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
+    ~UpnpHttp();
 
 protected:
     void incomingConnection(qtcompat::SocketDescriptor socketDescriptor) override;
@@ -30,15 +33,18 @@ protected:
 private slots:
     void readyRead();
     void disconnected();
-    void pauseAccepting();
+    void acceptConnections();
 
 private:
-    void acceptAgain();
+    void takeOverAccepting();
+    void pauseAccepting();
+    void tryAcceptingAgain();
     void sendDescription(QTcpSocket *socket);
     void sendIcon(QTcpSocket *socket);
     void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
 
     UpnpSettings *settings;
+    QScopedPointer<QSocketNotifier> m_acceptable;
     QBasicTimer m_retryTimer; // runs while accepting is paused
 };
 
