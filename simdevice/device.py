@@ -1,5 +1,6 @@
 """One Kelta device on the Lan: host, bus, services, log, files, and the daemon running among them."""
 
+import contextlib
 import itertools
 import os
 import pathlib
@@ -192,8 +193,11 @@ class Device:
 
     def open_files(self) -> list:
         """What the daemon's descriptors lead to."""
-        folder = pathlib.Path(f"/proc/{self.pid}/fd")
-        return [os.readlink(entry) for entry in folder.iterdir()]
+        found = []
+        for entry in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
+            with contextlib.suppress(FileNotFoundError):  # closed in the meantime
+                found.append(os.readlink(entry))
+        return found
 
     def listens(self, port: int) -> bool:
         return (port, _LISTENING) in self._sockets("tcp")
