@@ -11,11 +11,16 @@ from wirebytes import compare_bytes
 DESCRIPTION_REQUEST = b"GET /rootDesc.xml HTTP/1.1\r\n\r\n"
 
 
+def settled(device) -> None:
+    """The daemon has seen all that was written up to now."""
+    for _ in range(3):
+        device.call("getUdpPort")
+
+
 def expect_pairs(device, listener) -> None:
     """A byebye and an alive, or twice that: opening a file for writing may be reported as well as the write."""
     listener.wait_for(b"ssdp:alive")
-    for _ in range(3):
-        device.call("getUdpPort")
+    settled(device)
     got = notifies(listener)
     assert len(got) in (2, 4)
     for position, text in enumerate(got):
@@ -91,6 +96,7 @@ def test_many_changes_end_with_the_last_name(quiet, ssdp):
     for number in range(100):
         quiet.room.write_hostname(f"dev{number}")
     wait_for(lambda: quiet.call("getHostname") == b"dev99", what="the last name")
+    settled(quiet)
     got = notifies(ssdp)
     assert len(got) % 2 == 0
     assert [text.endswith(b"NTS:ssdp:byebye\r\n\r\n") for text in got] == [True, False] * (len(got) // 2)
