@@ -3,8 +3,6 @@
 import socket
 import struct
 
-import pytest
-
 from simdevice.controlpoint import SSDP
 from simdevice.device import ADDRESS, BUS_NAME
 from simdevice.waiting import wait_for

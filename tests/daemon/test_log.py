@@ -50,15 +50,22 @@ def test_form_of_a_warning(without_eth0):
 
 
 @pytest.mark.parametrize("mode", ["absent", "plain_file", "never_read"])
-def test_a_log_that_does_not_work_at_the_start(start_device, peer, mode):
+def test_without_a_log_that_works_the_daemon_starts_and_works(start_device, peer, mode):
     device = start_device(daemon="off")
     getattr(device.syslog, mode)()
     device.start()
     still_works(device, peer)
+
+
+@pytest.mark.parametrize("mode", ["absent", "plain_file", "never_read"])
+def test_a_log_that_works_only_after_the_start_gets_the_later_lines(start_device, mode):
+    device = start_device(daemon="off", interface=None)
+    getattr(device.syslog, mode)()
+    device.start()
     device.syslog.record()
-    device.host.remove_interface("eth0")
-    device.host.add_interface("eth0", ["10.77.0.2/24"])
-    assert device.call("getUdpPort") == 1900
+    device.connman.state("ready")
+    device.syslog.wait_for_text(NOT_READY)
+    assert device.syslog.texts.count(NOT_READY) == 1
 
 
 @pytest.mark.parametrize("mode", ["absent", "plain_file", "never_read"])

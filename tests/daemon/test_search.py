@@ -21,7 +21,8 @@ URN = b"urn:schemas-upnp-org:device:Basic:1"
 
 
 def search(st: bytes) -> bytes:
-    return b'M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nMAN: "ssdp:discover"\r\nMX: 1\r\nST: ' + st + b"\r\n\r\n"
+    return (b'M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nMAN: "ssdp:discover"\r\nMX: 1\r\n'
+            b"ST: " + st + b"\r\n\r\n")
 
 
 def the_answer(peer, raw: bytes, **options) -> bytes:
@@ -151,8 +152,8 @@ def link_local_peer(peer):
 def test_a_link_local_peer_gets_the_link_local_identity(start_device, link_local_peer):
     start_device(addresses=BOTH_KINDS)
     link_local_peer.device_address = AUTOIP
-    compare_bytes(the_answer(link_local_peer, search(b"ssdp:all"), from_address=LINK_LOCAL_PEER), ANSWER_AUTOIP)
-    compare_bytes(the_answer(link_local_peer, search(UUID.encode() + b"0"), from_address=LINK_LOCAL_PEER), ANSWER_AUTOIP)
+    for st in (b"ssdp:all", UUID.encode() + b"0"):
+        compare_bytes(the_answer(link_local_peer, search(st), from_address=LINK_LOCAL_PEER), ANSWER_AUTOIP)
     assert link_local_peer.search(raw=search(UUID.encode()), from_address=LINK_LOCAL_PEER) == []
 
 
@@ -176,7 +177,8 @@ def test_with_an_empty_uuid_every_search_is_answered(start_device, peer, tmp_pat
     device = start_device(daemon="off")
     device.fwconfig.set(variables={})
     (tmp_path / "empty").touch()
-    device.host.command([*device.room.prefix, "mount", "--bind", str(tmp_path / "empty"), "/proc/sys/kernel/random/uuid"])
+    device.host.command([*device.room.prefix, "mount", "--bind", str(tmp_path / "empty"),
+                         "/proc/sys/kernel/random/uuid"])
     device.start()
     expected = replaced(ANSWER, uuid="")
     compare_bytes(the_answer(peer, search(URN)), expected)

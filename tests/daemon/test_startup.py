@@ -39,7 +39,8 @@ def replace_kernel_uuid_file(device, path) -> None:
 
 def refused(device) -> None:
     line = wait_for(lambda: device.syslog.lines, what="a log line")[0]
-    assert re.fullmatch(rb"<178>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d upnp: registering dbus connection failed\.", line.raw)
+    assert re.fullmatch(rb"<178>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d upnp: registering dbus connection failed\.",
+                        line.raw)
     assert len(device.syslog.lines) == 1
 
 
