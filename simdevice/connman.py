@@ -27,6 +27,11 @@ class Connman:
             self._connection.close()
             self._connection = None
 
+    @property
+    def connection(self) -> Connection:
+        """For other messages from connman. What goes over one connection arrives in its order."""
+        return self._connection
+
     def property_changed(self, name: str, value: Any, path: str = WIRED_SERVICE,
                          connection: Connection = None) -> None:
         """Sends PropertyChanged(s, v). `value` is a plain value or a Typed of any bus type.

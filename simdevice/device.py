@@ -1,5 +1,6 @@
 """One Kelta device on the Lan: host, bus, services, log, files, and the daemon running among them."""
 
+import contextlib
 import itertools
 import os
 import pathlib
@@ -95,16 +96,23 @@ class Device:
 
     def start(self, wait: bool = True) -> None:
         """Starts the daemon and, unless told otherwise, waits until it is in its event loop."""
+        self._process = self._launch()
+        if wait:
+            self.wait_until_ready()
+
+    def start_another(self) -> subprocess.Popen:
+        """Starts the daemon a second time. The caller waits for its end."""
+        return self._launch()
+
+    def _launch(self) -> subprocess.Popen:
         limits = [] if self._nofile is None else ["/usr/bin/prlimit", f"--nofile={self._nofile}", "--"]
         environment = {"LC_ALL": "C", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
                        "DBUS_SYSTEM_BUS_ADDRESS": self.bus.address}
         environment.update({name: os.environ[name] for name in _PASSED_ON if name in os.environ})
         self._folder.mkdir(exist_ok=True)
         with open(self._output, "ab") as output:
-            self._process = subprocess.Popen([*self.room.prefix, *limits, self.program], env=environment,
-                                             stdin=subprocess.DEVNULL, stdout=output, stderr=output)
-        if wait:
-            self.wait_until_ready()
+            return subprocess.Popen([*self.room.prefix, *limits, self.program], env=environment,
+                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output)
 
     @property
     def pid(self) -> int:
@@ -185,8 +193,11 @@ class Device:
 
     def open_files(self) -> list:
         """What the daemon's descriptors lead to."""
-        folder = pathlib.Path(f"/proc/{self.pid}/fd")
-        return [os.readlink(entry) for entry in folder.iterdir()]
+        found = []
+        for entry in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
+            with contextlib.suppress(FileNotFoundError):  # closed in the meantime
+                found.append(os.readlink(entry))
+        return found
 
     def listens(self, port: int) -> bool:
         return (port, _LISTENING) in self._sockets("tcp")

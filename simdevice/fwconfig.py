@@ -102,11 +102,12 @@ class FwConfig:
 
     def behave(self, how: str = "normal", *members: str, seconds: float = 0,
                error: str = "org.freedesktop.DBus.Error.Failed") -> None:
-        """Normal, slow (answers after `seconds`), silent (never answers) or failing (with the bus error `error`).
+        """Normal, slow (answers after `seconds`), silent (never answers), failing (with the bus error `error`) or held
+        (answers when the behaviour changes).
 
         Without members it holds for all, and takes the place of everything said before.
         """
-        behaviour = {"normal": {}, "slow": {"seconds": seconds}, "silent": {"silent": True},
+        behaviour = {"normal": {}, "slow": {"seconds": seconds}, "silent": {"silent": True}, "held": {"held": True},
                      "failing": {"error": error}}[how]
         if members:
             self._behaviours.update(dict.fromkeys(members, behaviour))

@@ -39,6 +39,7 @@ class Service:
         self.values = {}
         self.behaviours = {}
         self.calls = []
+        self._held = []
         self._bus = dbus.bus.BusConnection(address, mainloop=DBusGMainLoop())
         self._bus.add_message_filter(self._filter)
         reply = self._bus.request_name(NAME, dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
@@ -52,6 +53,9 @@ class Service:
             self.values.update(from_json(order["values"]))
         if "behaviours" in order:
             self.behaviours = order["behaviours"]
+            held, self._held = self._held, []
+            for question in held:
+                self._treat(*question)
         if "forget" in order:
             self.calls.clear()
         return self.calls
@@ -62,14 +66,19 @@ class Service:
         path, interface, member = message.get_path(), message.get_interface(), message.get_member()
         arguments = [from_dbus(value) for value in message.get_args_list()]
         self.calls.append([path, interface, member, arguments])
+        self._treat(message, path, interface, member, arguments)
+        return dbus.lowlevel.HANDLER_RESULT_HANDLED
+
+    def _treat(self, message, path: str, interface: str, member: str, arguments: list) -> None:
         how = self.behaviours.get(f"{path}.{member}", self.behaviours.get("", {}))
         if "error" in how:
             self._send(dbus.lowlevel.ErrorMessage(message, how["error"], "switched to failing"))
         elif "seconds" in how:
             GLib.timeout_add(int(how["seconds"] * 1000), self._answer, message, path, interface, member, arguments)
+        elif "held" in how:
+            self._held.append((message, path, interface, member, arguments))
         elif "silent" not in how:
             self._answer(message, path, interface, member, arguments)
-        return dbus.lowlevel.HANDLER_RESULT_HANDLED
 
     def _answer(self, message, path: str, interface: str, member: str, arguments: list) -> bool:
         try:

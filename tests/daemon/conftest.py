@@ -58,3 +58,35 @@ def peer(lan):
     made = ControlPoint(lan.host(addresses=[f"{PEER_ADDRESS}/24"]))
     yield made
     made.close()
+
+
+@pytest.fixture(scope="module")
+def shared_lan():
+    made = Lan()
+    yield made
+    made.close()
+
+
+@pytest.fixture(scope="module")
+def shared_device(shared_lan):
+    """One device for all tests of a file that leave nothing behind."""
+    device = Device(shared_lan)
+    device.start()
+    yield device
+    crashed, output = device.crashed(), device.output
+    device.close()
+    if crashed:
+        pytest.fail(f"the daemon ended:\n{output}", pytrace=False)
+
+
+@pytest.fixture(scope="module")
+def shared_peer(shared_lan):
+    made = ControlPoint(shared_lan.host(addresses=[f"{PEER_ADDRESS}/24"]))
+    yield made
+    made.close()
+
+
+@pytest.fixture
+def ssdp(peer):
+    """What the peer hears on the group for searches and announcements. Name it before `device` to hear all."""
+    return peer.listen_ssdp()

@@ -224,6 +224,19 @@ def test_behaviour_can_be_switched(bare):
     assert bare.bus.call(*NETWORK)
 
 
+def test_held_answers_come_when_the_behaviour_changes(bare):
+    monitor = bare.bus.monitor("type='method_return'")
+    caller = bare.bus.connect()
+    bare.fwconfig.behave("held", "/systemconstants.get")
+    caller.raw.call_async(*CONSTANTS, "get", "s", ["SERIALNUMBER"], None, None)
+    wait_for(lambda: bare.fwconfig.calls_of("/systemconstants.get"), what="the call arrives")
+    bare.bus.call(*VARIABLES, "get", "UUID")
+    assert ["KM-2044817"] not in [m.arguments for m in monitor.messages]
+    bare.fwconfig.behave("normal")
+    wait_for(lambda: ["KM-2044817"] in [m.arguments for m in monitor.messages], what="the answer")
+    caller.close()
+
+
 def test_service_goes_and_comes_back(bare):
     bare.bus.call(*VARIABLES, "get", "UUID")
     bare.fwconfig.set(variables={"UUID": "kept"})
