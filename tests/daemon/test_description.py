@@ -440,3 +440,35 @@ def test_limit_lowered_below_use_and_raised_again(plain_build, device, peer):
         device.limit_open_files(1024)
         compare_bytes(waiting.receive_until_close(), DESCRIPTION)
     served(peer)
+
+
+def test_limit_lowered_below_use_after_a_served_connection(plain_build, device, peer):
+    served(peer)
+    usual = cost_of_other_doors(device, peer)
+    device.limit_open_files(len(device.open_files()) - 2)
+    with peer.connect() as waiting:
+        waiting.send(GET)
+        assert cost_of_other_doors(device, peer) < 2 * usual + 0.2
+        assert waiting.nothing_to_read()
+        device.limit_open_files(1024)
+        compare_bytes(waiting.receive_until_close(), DESCRIPTION)
+    served(peer)
+
+
+def test_out_of_descriptors_the_daemon_rests_and_keeps_some_for_its_other_doors(start_device, peer):
+    device = start_device(nofile=64)
+    usual = cost_of_other_doors(device, peer)
+    with contextlib.ExitStack() as stack:
+        connections = [stack.enter_context(peer.connect()) for _ in range(80)]
+        assert cost_of_other_doors(device, peer, rounds=90) < 6 * usual + 0.2
+        assert connections[-1].nothing_to_read()
+        connections[0].send(GET_ICON)
+        compare_bytes(connections[0].receive_until_close(), icon_answer(png()))
+        device.host.add_address("10.77.0.9/24")
+        device.call("configureIp")
+        assert device.call("getAddressStr") == "10.77.0.9"
+        for connection in connections[1:60]:
+            connection.close()
+        connections[-1].send(GET)
+        compare_bytes(connections[-1].receive_until_close(), replaced(DESCRIPTION, address="10.77.0.9"))
+    assert device.syslog.lines == []

@@ -182,6 +182,11 @@ def test_text_of_the_method(device, value, text):
     pytest.param([Typed("s", "IPv4"), Typed("a{sv}", {"Address": "10.0.0.5"})], "vv", id="name in a variant"),
     pytest.param([4, Typed("a{sv}", {"Address": "10.0.0.5"})], "iv", id="number as name"),
     pytest.param(["IPv4", "10.0.0.5"], "ss", id="text not in a variant"),
+    pytest.param(["IPv4", {"Address": "10.0.0.5"}], "sa{sv}", id="dictionary not in a variant"),
+    pytest.param(["IPv4", {"a": "b"}], "sa{ss}", id="dictionary of texts not in a variant"),
+    pytest.param(["IPv4", [1]], "sai", id="list of numbers not in a variant"),
+    pytest.param(["IPv4", ["a", "b"]], "s(ss)", id="pair not in a variant"),
+    pytest.param(["other", ["x"]], "sav", id="list of values not in a variant"),
 ])
 def test_property_changed_of_another_form_does_no_harm(device, arguments, signature):
     device.connman.connection.send_signal(WIRED_SERVICE, INTERFACE, "PropertyChanged", *arguments, signature=signature)
@@ -190,6 +195,21 @@ def test_property_changed_of_another_form_does_no_harm(device, arguments, signat
     settled(device)
     assert state_of(device) == ("10.0.0.5", "", "manual")
     assert device.syslog.lines == []
+
+
+@pytest.mark.parametrize("value, signature", [
+    pytest.param({"a": "b"}, "sa{sv}", id="dictionary"),
+    pytest.param({"a": "b"}, "sa{ss}", id="dictionary of texts"),
+    pytest.param([1], "sai", id="list of numbers"),
+    pytest.param(["a", "b"], "s(ss)", id="pair"),
+    pytest.param(["x"], "sav", id="list of values"),
+])
+def test_a_strangers_property_changed_of_another_form_does_no_harm(device, value, signature):
+    stranger = device.bus.connect()
+    stranger.send_signal(WIRED_SERVICE, INTERFACE, "PropertyChanged", "IPv4", value, signature=signature)
+    settled(device, stranger)
+    assert state_of(device) == (ADDRESS, "", "dhcp")
+    stranger.close()
 
 
 def test_nested_variants_do_no_harm(device):
