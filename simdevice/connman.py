@@ -16,6 +16,8 @@ class Connman:
         self._connection = None
 
     def start(self) -> None:
+        """Also for coming back after the bus was restarted."""
+        self.stop()
         self._connection = self._bus.connect()
         if not self._connection.own(NAME):
             raise RuntimeError(f"{NAME} has another owner")

@@ -3,75 +3,38 @@
 import select
 import socket
 import struct
-import threading
-import time
-from typing import NamedTuple
 
 from simdevice.device import ADDRESS, HTTP_PORT
 from simdevice.network import Host
+from simdevice.recorder import Recorder, drain
 from simdevice.waiting import wait_for
 
 SSDP = ("239.255.255.250", 1900)
 ANNOUNCEMENTS = ("239.255.77.76", 31416)
 
 
-class Datagram(NamedTuple):
-    data: bytes
-    source: tuple
-    time: float
-
-    @property
-    def text(self) -> str:
-        return self.data.decode("latin-1")
-
-
-class Listener:
+class Listener(Recorder):
     """Records every datagram that reaches a group, from the moment it was made."""
 
     def __init__(self, host: Host, group: tuple):
-        self._received = []
         with host.inside():
-            self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
-            self._socket.bind(group)
+            made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            made.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+            made.bind(group)
             index = socket.if_nametoindex("eth0")
             member = struct.pack("4s4si", socket.inet_aton(group[0]), bytes(4), index)
-            self._socket.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, member)
-        self._end, self._wake = socket.socketpair()
-        self._thread = threading.Thread(target=self._read, daemon=True)
-        self._thread.start()
-
-    def _read(self) -> None:
-        while True:
-            ready, _, _ = select.select([self._socket, self._end], [], [])
-            if self._end in ready:
-                return
-            data, source = self._socket.recvfrom(65536)
-            self._received.append(Datagram(data, source, time.monotonic()))
-
-    @property
-    def received(self) -> list:
-        return list(self._received)
+            made.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, member)
+        super().__init__(made)
 
     def matching(self, content: bytes) -> list:
         return [datagram for datagram in self.received if content in datagram.data]
-
-    def clear(self) -> None:
-        self._received.clear()
 
     def wait_for(self, content: bytes = b"", count: int = 1, seconds: float = 10) -> list:
         """Waits for at least `count` datagrams that contain `content`; returns all of these."""
         wait_for(lambda: len(self.matching(content)) >= count, seconds,
                  f"{count} datagram(s) with {content!r}", lambda: self.received)
         return self.matching(content)
-
-    def close(self) -> None:
-        if self._thread.is_alive():
-            self._wake.send(b".")
-            self._thread.join()
-        for one in (self._socket, self._end, self._wake):
-            one.close()
 
 
 class HttpConnection:
@@ -138,10 +101,10 @@ class ControlPoint:
         return self.host.addresses()[0].split("/")[0]
 
     def listen_ssdp(self) -> Listener:
-        return self._listen(SSDP)
+        return self.listen(SSDP)
 
     def listen_announcements(self) -> Listener:
-        return self._listen(ANNOUNCEMENTS)
+        return self.listen(ANNOUNCEMENTS)
 
     def search(self, st: str = "ssdp:all", raw: bytes = None, to: tuple = SSDP, from_address: str = None,
                from_port: int = 0) -> list:
@@ -152,8 +115,8 @@ class ControlPoint:
         with self._udp(from_address, from_port) as asking, self._udp() as closing:
             asking.sendto(raw if raw is not None else self.search_text(st), to)
             closing.sendto(self.search_text("ssdp:all"), (self.device_address, SSDP[1]))
-            wait_for(lambda: _drain(closing), what=f"{self.device_address} answers searches")
-            return _drain(asking)
+            wait_for(lambda: drain(closing), what=f"{self.device_address} answers searches")
+            return drain(asking)
 
     @staticmethod
     def search_text(st: str) -> bytes:
@@ -184,7 +147,7 @@ class ControlPoint:
             listener.close()
         self._open.clear()
 
-    def _listen(self, group: tuple) -> Listener:
+    def listen(self, group: tuple) -> Listener:
         listener = Listener(self.host, group)
         self._open.append(listener)
         return listener
@@ -198,14 +161,3 @@ class ControlPoint:
             made.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(from_address))
         made.setblocking(False)
         return made
-
-
-def _drain(source: socket.socket) -> list:
-    """What has arrived at a socket that does not block."""
-    found = []
-    while True:
-        try:
-            data, sender = source.recvfrom(65536)
-        except BlockingIOError:
-            return found
-        found.append(Datagram(data, sender, time.monotonic()))

@@ -84,7 +84,7 @@ class Device:
             self.fwconfig.wait_until_ready()
 
     def close(self) -> None:
-        self.stop()
+        self._kill()
         self.connman.stop()
         self.fwconfig.stop()
         self.bus.stop()
@@ -162,7 +162,12 @@ class Device:
         os.kill(self.pid, number)
 
     def stop(self) -> None:
-        """Ends the daemon as the service manager does in the end, with SIGKILL."""
+        """Ends the daemon as the service manager does in the end, with SIGKILL. It must have lived until then."""
+        if self.crashed():
+            raise AssertionError(f"the daemon had ended with status {self.exit_status}:\n{self.output}")
+        self._kill()
+
+    def _kill(self) -> None:
         if self._process is not None:
             self._process.kill()
             self._process.wait()

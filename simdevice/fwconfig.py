@@ -44,6 +44,7 @@ class FwConfig:
         self.wait_until_ready()
 
     def start_without_waiting(self) -> None:
+        self.stop()
         self._process = subprocess.Popen(
             [PYTHON, "-E", "-s", str(pathlib.Path(__file__).with_name("fwconfigservice.py")), self._address],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1)

@@ -3,9 +3,9 @@
 import os
 import re
 import socket
-import threading
 from typing import NamedTuple
 
+from simdevice.recorder import Recorder
 from simdevice.waiting import wait_for
 
 
@@ -35,21 +35,19 @@ class Syslog:
 
     def __init__(self, path: str):
         self._path = path
-        self._lines = []
-        self._socket = None
-        self._reader = None
+        self._earlier = []
+        self._recorder = None
+        self._unread = None
 
     def record(self) -> None:
         """A log that works."""
         self.absent()
-        self._bind()
-        self._reader = threading.Thread(target=self._read, args=(self._socket,), daemon=True)
-        self._reader.start()
+        self._recorder = Recorder(self._bind())
 
     def never_read(self) -> None:
         """A log service that hangs: the socket is there and fills up."""
         self.absent()
-        self._bind()
+        self._unread = self._bind()
 
     def plain_file(self) -> None:
         self.absent()
@@ -59,35 +57,36 @@ class Syslog:
     def absent(self) -> None:
         if os.path.lexists(self._path):
             os.unlink(self._path)
-        if self._socket:
-            self._socket.shutdown(socket.SHUT_RDWR)
-            if self._reader:
-                self._reader.join()
-            self._socket.close()
-        self._socket = self._reader = None
+        if self._recorder:
+            self._earlier += self._recorder.received
+            self._recorder.close()
+        if self._unread:
+            self._unread.close()
+        self._recorder = self._unread = None
 
     close = absent
 
     @property
     def lines(self) -> list:
-        return [parse(raw) for raw in list(self._lines)]
+        """Everything logged since the beginning or clear(), over all changes of the mode."""
+        now = self._recorder.received if self._recorder else []
+        return [parse(datagram.data) for datagram in self._earlier + now]
 
     @property
     def texts(self) -> list:
         return [line.text for line in self.lines]
 
     def clear(self) -> None:
-        self._lines.clear()
+        self._earlier.clear()
+        if self._recorder:
+            self._recorder.clear()
 
     def wait_for_text(self, text: str, count: int = 1, seconds: float = 10) -> None:
         """Waits until at least `count` lines have exactly this text."""
         wait_for(lambda: self.texts.count(text) >= count, seconds, f"{count} log line(s) {text!r}", lambda: self.texts)
 
-    def _bind(self) -> None:
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind(self._path)
+    def _bind(self) -> socket.socket:
+        made = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        made.bind(self._path)
         os.chmod(self._path, 0o666)
-
-    def _read(self, log: socket.socket) -> None:
-        while raw := log.recv(65536):
-            self._lines.append(raw)
+        return made

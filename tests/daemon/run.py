@@ -1,4 +1,4 @@
-"""Runs pytest in a sandbox: run.py [PYTEST ARGUMENT...]. Ends with 77 where the machine allows no sandbox.
+"""Runs pytest in a sandbox: run.py [PYTEST ARGUMENT OR FILE...]. Ends with 77 where the machine allows no sandbox.
 
 UPNPVELORN names the executable to be tested; without it that is build/upnpvelorn.
 """
@@ -15,7 +15,11 @@ from simdevice import sandbox
 def main() -> int:
     sandbox.enter(status_if_refused=77)
     import pytest
-    return pytest.main(["-p", "no:cacheprovider", f"--rootdir={HERE}", *(sys.argv[1:] or [str(HERE)])])
+    arguments = sys.argv[1:]
+    if not any(pathlib.Path(argument.split("::")[0]).exists() for argument in arguments):
+        arguments.append(str(HERE))
+    return pytest.main(["-p", "no:cacheprovider", f"--rootdir={HERE}",
+                        "--basetemp=/run/simdevice/tmp", *arguments])
 
 
 if __name__ == "__main__":

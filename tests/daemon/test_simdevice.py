@@ -79,7 +79,7 @@ def test_a_device_without_eth0_can_get_it_later(start_device):
 
 @pytest.mark.parametrize("group", [SSDP, ANNOUNCEMENTS])
 def test_multicast_reaches_the_peer_and_back(bare, peer, group):
-    listener = peer._listen(group)
+    listener = peer.listen(group)
     with bare.host.socket() as sender:
         sender.sendto(b"from the device", group)
     assert listener.wait_for(b"from the device")[0].source[0] == "10.77.0.2"
@@ -145,6 +145,9 @@ def test_bus_keeps_its_address_over_a_restart(bare):
     bare.bus.restart()
     assert bare.bus.address == address
     assert bare.bus.owner(SERVICE) == ""
+    bare.fwconfig.start()
+    bare.connman.start()
+    assert bare.bus.owner(SERVICE) and bare.bus.owner("net.connman")
 
 
 def test_monitor_sees_calls_and_signals(bare):
@@ -352,37 +355,46 @@ def test_log_modes(bare):
     bare.syslog.wait_for_text("hello", count=2)
 
 
+# What stands for the daemon here only has to end, or to be ended
+
+def test_a_daemon_that_ends_by_itself_is_noticed(start_device):
+    device = start_device(daemon="off", program="/bin/true")
+    with pytest.raises(AssertionError, match="ended with status 0"):
+        device.start()
+    assert device.crashed()
+    with pytest.raises(AssertionError, match="ended with status 0"):
+        device.stop()
+    assert device.wait_for_exit() == 0
+
+
+def test_daemon_gets_a_small_environment(start_device):
+    device = start_device(daemon="off", program="/usr/bin/env")
+    device.start(wait=False)
+    device.wait_for_exit()
+    names = {line.split("=")[0] for line in device.output.splitlines()}
+    assert {"LC_ALL", "PATH", "DBUS_SYSTEM_BUS_ADDRESS"} <= names
+    assert not {name for name in names if name.startswith(("SIMDEVICE", "HOME", "USER", "UPNP"))}
+
+
 # The sandbox and the byte comparison
 
-SANDBOX_SCRIPT = """
-import sys
-sys.path.insert(0, {root!r})
-from simdevice import sandbox
-sandbox.enter()
-import os, signal, subprocess, time
-"""
+def sandboxed(*arguments) -> subprocess.Popen:
+    """The mark of another sandbox in its environment must not deceive it."""
+    script = pathlib.Path(__file__).with_name("sandboxed.py")
+    return subprocess.Popen([sandbox.PYTHON, str(script), *arguments], stdout=subprocess.PIPE, text=True,
+                            env={**os.environ, "SIMDEVICE_SANDBOX": "1-2-3-4"})
 
 
-def outer_script(tmp_path, body: str):
-    root = str(pathlib.Path(sandbox.__file__).parent.parent)
-    script = tmp_path / "script.py"
-    script.write_text(SANDBOX_SCRIPT.format(root=root) + body)
-    environment = {**os.environ, "SIMDEVICE_SANDBOX": "1-2-3-4"}
-    return subprocess.Popen([sandbox.PYTHON, str(script)], stdout=subprocess.PIPE, text=True, env=environment)
-
-
-def test_sandbox_hands_on_status_and_signals(tmp_path):
-    assert outer_script(tmp_path, "sys.exit(41)").wait(10) == 41
-    process = outer_script(tmp_path, "signal.signal(15, lambda *_: sys.exit(9))\nprint('up', flush=True)\n"
-                                     "while True: signal.pause()")
+def test_sandbox_hands_on_status_and_signals():
+    assert sandboxed("41").wait(10) == 41
+    process = sandboxed()
     assert process.stdout.readline() == "up\n"
     process.terminate()
     assert process.wait(10) == 9
 
 
-def test_killing_the_outer_script_ends_everything_inside(tmp_path):
-    process = outer_script(tmp_path, "subprocess.Popen(['sleep', '1000'])\nprint('up', flush=True)\n"
-                                     "while True: signal.pause()")
+def test_killing_the_outer_script_ends_everything_inside():
+    process = sandboxed()
     assert process.stdout.readline() == "up\n"
     process.kill()
     process.wait()
