@@ -31,10 +31,9 @@ def _go_inside(host: str, files: list) -> None:
     for name, file, current in zip(door.NAMESPACES, files, own):
         if not os.path.samestat(os.fstat(file), current):
             ns.setns(file, _KINDS[name])
-    try:
-        os.chdir(folder)
-    except OSError:
-        os.fchdir(here)  # covered by a folder of the device, but whoever stands in it can still use it
+    os.fchdir(here)
+    if os.path.isdir(folder) and os.path.samestat(os.stat(folder), os.fstat(here)):
+        os.chdir(folder)  # else a folder of the device covers it; whoever stands in it can still use it
     os.environ["PS1"] = f"{host}:\\w\\$ "
     os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
 

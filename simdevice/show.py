@@ -202,9 +202,9 @@ def main() -> int:
     chosen = arguments()
     if not sandbox.inside() and not chosen.once and not door.build():
         sys.exit("A plant of yours is running already. End that one with Ctrl-C first.")
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, end)  # SIGINT too: whoever starts this in the background has it ignored
     sandbox.enter()
-    signal.signal(signal.SIGTERM, end)
-    signal.signal(signal.SIGHUP, end)
     try:
         return run(chosen)
     except KeyboardInterrupt:
