@@ -24,18 +24,24 @@ _KINDS = {"user": ns.CLONE_NEWUSER, "pid": ns.CLONE_NEWPID, "mnt": ns.CLONE_NEWN
 _ORDERS = {"table": (), "unplug": ("device",), "plug": ("device",), "move": ("device", "address"), "join": ()}
 
 
-def _go_inside(host: str, files: list) -> None:
-    here = os.open(".", os.O_PATH | os.O_CLOEXEC)
-    folder = os.getcwd()
-    own = [os.stat(f"/proc/self/ns/{name}") for name in door.NAMESPACES]
-    for name, file, current in zip(door.NAMESPACES, files, own):
-        if not os.path.samestat(os.fstat(file), current):
-            ns.setns(file, _KINDS[name])
-    os.fchdir(here)
-    if os.path.isdir(folder) and os.path.samestat(os.stat(folder), os.fstat(here)):
-        os.chdir(folder)  # else a folder of the device covers it; whoever stands in it can still use it
+def _go_inside(host: str, files: dict) -> None:
+    here, folder = os.stat("."), os.getcwd()
+    own = {name: os.stat(f"/proc/self/ns/{name}") for name in _KINDS}
+    for name, kind in _KINDS.items():
+        if not os.path.samestat(os.fstat(files[name]), own[name]):
+            ns.setns(files[name], kind)
+    if not _is_folder(folder, here):
+        ns.setns(files["shared mnt"], ns.CLONE_NEWNS)
+        print(f"({host} hides this folder behind one of its own; you see the folders of this machine instead)",
+              file=sys.stderr)
+    if _is_folder(folder, here):
+        os.chdir(folder)
     os.environ["PS1"] = f"{host}:\\w\\$ "
     os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
+
+
+def _is_folder(path: str, status: os.stat_result) -> bool:
+    return os.path.isdir(path) and os.path.samestat(os.stat(path), status)
 
 
 def _run(command: list) -> int:
@@ -57,7 +63,7 @@ def _execute(host: str, command: list) -> int:
     reply, files = door.ask({"order": "namespaces", "host": host})
     os.environ.pop("DBUS_SYSTEM_BUS_ADDRESS", None)
     os.environ.update(reply["environment"])
-    _go_inside(host, files)
+    _go_inside(host, dict(zip(reply["files"], files)))
     return _run(command)
 
 

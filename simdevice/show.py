@@ -8,7 +8,6 @@
 """
 
 import argparse
-import os
 import pathlib
 import signal
 import sys
@@ -98,13 +97,16 @@ class Show:
             return {"error": str(error)}, []
 
     def _inside(self, host: str) -> tuple:
-        own = dict.fromkeys(door.NAMESPACES, os.getpid())
-        paths = {name: f"/proc/{pid}/ns/{name}" for name, pid in own.items()}
+        paths = {name: f"/proc/self/ns/{name}" for name in ("user", "pid", "mnt", "net", "uts", "ipc")}
+        paths["shared mnt"] = paths["mnt"]
+        environment = {}
         if host == PC:
-            return {"environment": {}}, list({**paths, "net": self.plant.pc.host.path}.values())
-        device = self.plant.node(host).device
-        paths.update({name: f"/proc/{device.room.pid}/ns/{name}" for name in ("mnt", "net", "uts")})
-        return {"environment": {"DBUS_SYSTEM_BUS_ADDRESS": device.bus.address}}, list(paths.values())
+            paths["net"] = self.plant.pc.host.path
+        else:
+            device = self.plant.node(host).device
+            paths.update({name: f"/proc/{device.room.pid}/ns/{name}" for name in ("mnt", "net", "uts")})
+            environment["DBUS_SYSTEM_BUS_ADDRESS"] = device.bus.address
+        return {"environment": environment, "files": list(paths)}, list(paths.values())
 
     def _carry_out(self, request: dict) -> str:
         order = request["order"]
