@@ -7,12 +7,15 @@ that whoever asked can enter. Only the user who started the plant is served.
 
 import array
 import contextlib
+import errno
 import json
 import os
 import socket
 import struct
+import time
 
 _VARIABLE = "SIMDEVICE_DOOR"
+_DYING = 2      # seconds that an earlier plant may need until the last of it is gone
 _MOST = 65536
 _MOST_FILES = 16
 
@@ -24,14 +27,25 @@ class DoorError(Exception):
 def build() -> bool:
     """To be called before the sandbox is entered. False when a plant of this user has its door there already."""
     made = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-    try:
-        made.bind(_name())
-    except OSError:
-        made.close()
-        return False
+    deadline = time.monotonic() + _DYING
+    while not _bound(made):
+        if time.monotonic() > deadline:
+            made.close()
+            return False
+        time.sleep(0.05)
     made.listen()
     made.set_inheritable(True)
     os.environ[_VARIABLE] = str(made.detach())
+    return True
+
+
+def _bound(made: socket.socket) -> bool:
+    try:
+        made.bind(_name())
+    except OSError as error:
+        if error.errno != errno.EADDRINUSE:
+            raise
+        return False
     return True
 
 

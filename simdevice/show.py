@@ -9,6 +9,7 @@
 
 import argparse
 import pathlib
+import shutil
 import signal
 import sys
 import time
@@ -140,13 +141,17 @@ To try in another terminal, in this folder (Ctrl-C here ends everything):
     ./run exec kelta-1 python3 examples/list_devices.py      the devices that kelta-1 knows
     ./run exec pc python3 examples/search.py                 search from the PC
     ./run exec pc curl -s {url}
-    ./run exec kelta-1 busctl call com.zorv.upnpvelorn /settings local.UpnpSettings getAddressStr
+    ./run exec kelta-1 {ask_address}
     ./run enter kelta-1                                      a shell on a device, or: ./run enter pc
 
     ./run unplug kelta-2        ./run plug kelta-2           take its cable out, put it in again
     ./run move kelta-1 10.77.0.77                            give it another address
     ./run join                                               switch on one more device
 """
+
+ASK_ADDRESS = "busctl call com.zorv.upnpvelorn /settings local.UpnpSettings getAddressStr"
+ASK_ADDRESS_WITHOUT_SYSTEMD = ("gdbus call --system --dest com.zorv.upnpvelorn --object-path /settings \\\n"
+                               "        --method local.UpnpSettings.getAddressStr")
 
 
 def arguments() -> argparse.Namespace:
@@ -165,7 +170,8 @@ def arguments() -> argparse.Namespace:
 def show_next(show: Show) -> None:
     first = next(iter(show.plant.nodes.values()))
     show.screen.heading("The plant stays up")
-    show.screen.plain(*NEXT.format(url=first.description_url).splitlines())
+    ask = ASK_ADDRESS if shutil.which("busctl") else ASK_ADDRESS_WITHOUT_SYSTEMD
+    show.screen.plain(*NEXT.format(url=first.description_url, ask_address=ask).splitlines())
     show.screen.plain("Below: who lists whom. A row is a device's own list, asked over its system bus (allChilds).",
                       ".11 = listed at 10.77.0.11, - = not listed. Announcements that reach the PC are reported.")
 
