@@ -150,8 +150,8 @@ To try in another terminal, in this folder (Ctrl-C here ends everything):
 """
 
 ASK_ADDRESS = "busctl call com.zorv.upnpvelorn /settings local.UpnpSettings getAddressStr"
-ASK_ADDRESS_WITHOUT_SYSTEMD = ("gdbus call --system --dest com.zorv.upnpvelorn --object-path /settings \\\n"
-                               "        --method local.UpnpSettings.getAddressStr")
+ASK_ADDRESS_WITHOUT_SYSTEMD = ("dbus-send --system --print-reply --dest=com.zorv.upnpvelorn \\\n"
+                               "        /settings local.UpnpSettings.getAddressStr")
 
 
 def arguments() -> argparse.Namespace:
