@@ -147,6 +147,7 @@ To try in another terminal, in this folder (Ctrl-C here ends everything):
     ./run unplug kelta-2        ./run plug kelta-2           take its cable out, put it in again
     ./run move kelta-1 10.77.0.77                            give it another address
     ./run join                                               switch on one more device
+
 """
 
 ASK_ADDRESS = "busctl call com.zorv.upnpvelorn /settings local.UpnpSettings getAddressStr"

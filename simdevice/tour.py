@@ -12,7 +12,7 @@ from simdevice.plant import PC_ADDRESS, Node
 
 EXPIRATION = 66   # seconds: three times the 22 that every announcement says
 TICK = 10         # seconds between two announcements of a device, and between its looks at what has expired
-SLACK = 6         # seconds granted to a slow machine
+SLACK = 10        # seconds granted to a slow machine
 
 
 class NotSeen(Exception):
