@@ -92,8 +92,77 @@ const ushort *appendEscape(const ushort *p, const ushort *end, Units *value)
     return p + 1;
 }
 
+// An e, perhaps a sign, and one to three digits, up to the end
+bool readExponent(const ushort *p, const ushort *end, int *exponent)
+{
+    if (*p != 'e' && *p != 'E')
+        return false;
+    if (++p == end)
+        return false;
+    const bool negative = *p == '-';
+    p += negative || *p == '+';
+    if (p == end || end - p > 3)
+        return false;
+    int value = 0;
+    for (; p != end; ++p) {
+        if (!isDigit(*p))
+            return false;
+        value = value * 10 + (*p - '0');
+    }
+    *exponent = negative ? -value : value;
+    return true;
+}
+
+// Reads [sign] digits [. digits] [e [sign] digits] if its digits fit a double exactly and its power of ten
+// is exact as well: then one multiplication or division rounds correctly, as Qt does at greater length.
+// False for all other texts.
+bool exactDouble(const ushort *p, const ushort *end, double *value)
+{
+    static const double powers[] = {
+        1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22
+    };
+    const int maximumDigits = 15;
+    const int maximumPower = int(sizeof powers / sizeof *powers) - 1;
+
+    const bool negative = *p == '-';
+    p += negative || *p == '+';
+    qint64 mantissa = 0;
+    int digits = 0;
+    int exponent = 0;
+    for (bool fraction = false; p != end && (isDigit(*p) || (*p == '.' && !fraction)); ++p) {
+        if (*p == '.') {
+            fraction = true;
+            continue;
+        }
+        mantissa = mantissa * 10 + (*p - '0');
+        exponent -= fraction;
+        if (++digits > maximumDigits)
+            return false;
+    }
+    if (digits == 0)
+        return false;
+
+    if (p != end) {
+        int power = 0;
+        if (!readExponent(p, end, &power))
+            return false;
+        exponent += power;
+    }
+    if (qAbs(exponent) > maximumPower)
+        return false;
+    const double whole = double(mantissa);
+    *value = exponent < 0 ? whole / powers[-exponent] : whole * powers[exponent];
+    if (negative)
+        *value = -*value;
+    return true;
+}
+
 double toDouble(const ushort *begin, int size)
 {
+    double exact = 0;
+    if (exactDouble(begin, begin + size, &exact))
+        return exact;
     bool ok = false;
     const double value = toString(begin, size).toDouble(&ok);
     return ok ? value : 0.0; // Qt 5 gives infinity for 1e400
@@ -151,13 +220,18 @@ int JsonLexer::lex()
 void JsonLexer::skipWhiteSpace()
 {
     const ushort *const text = units(m_text);
-    for (const int size = m_text.size(); m_pos < size; ++m_pos) {
-        const ushort c = text[m_pos];
+    const int size = m_text.size();
+    int pos = m_pos;
+    for (; pos < size; ++pos) {
+        const ushort c = text[pos];
+        if (c > ' ')
+            break;
         if (c == '\n')
             ++m_line;
         else if (c != ' ' && c != '\t' && c != '\r')
-            return;
+            break;
     }
+    m_pos = pos;
 }
 
 int JsonLexer::parseString()
@@ -207,8 +281,10 @@ int JsonLexer::parseNumber()
     const ushort *const text = units(m_text);
     quint64 integer = 0; // unsigned, for it may wrap
     bool floating = false;
-    for (const int size = m_text.size(); m_pos < size; ++m_pos) {
-        const ushort c = text[m_pos];
+    const int size = m_text.size();
+    int pos = start;
+    for (; pos < size; ++pos) {
+        const ushort c = text[pos];
         if (c == '.' || c == 'e' || c == 'E')
             floating = true;
         else if (!isDigit(c) && c != '+' && c != '-')
@@ -217,8 +293,9 @@ int JsonLexer::parseNumber()
             integer = integer * 10 + (c - '0');
     }
 
+    m_pos = pos;
     if (floating)
-        m_symbolValue = QVariant(toDouble(text + start, m_pos - start));
+        m_symbolValue = QVariant(toDouble(text + start, pos - start));
     else
         m_symbolValue = QVariant(qlonglong(text[start] == '-' ? 0 - integer : integer));
     return JsonGrammar::T_NUMBER;

@@ -65,7 +65,6 @@ bool JsonParser::parse(JsonLexer *lexer)
     m_top = -1;
     m_depth = 0;
     push(0);
-    m_values[0].clear();
     int token = noToken;
     for (;;) {
         const int state = m_states[m_top];
@@ -89,12 +88,12 @@ bool JsonParser::parse(JsonLexer *lexer)
 // The bottom of the stack belongs to no symbol, so it keeps the result.
 QVariant JsonParser::result() const
 {
-    return m_values.empty() ? QVariant() : m_values[0];
+    return m_values.isEmpty() ? QVariant() : m_values[0];
 }
 
 void JsonParser::reallocateStack()
 {
-    const size_t capacity = m_states.empty() ? 128 : m_states.size() * 2;
+    const int capacity = m_states.isEmpty() ? int(InitialCapacity) : m_states.size() * 2;
     m_states.resize(capacity);
     m_values.resize(capacity);
     m_maps.resize(capacity);
@@ -192,9 +191,9 @@ inline void JsonParser::runAction(int rule)
 // The colon stands between the key and the value.
 inline void JsonParser::insertMember(int slot, int key)
 {
-    const QString name = m_values[key].toString();
-    m_values[key].clear();
+    const QString &name = *static_cast<const QString *>(m_values[key].constData());
     m_maps[slot].insert(name, QVariant()).value().swap(m_values[key + 2]);
+    m_values[key].clear();
 }
 
 inline void JsonParser::appendElement(int slot, int element)

@@ -2,9 +2,8 @@
 #define JSONPARSER_H
 
 #include <QString>
+#include <QVarLengthArray>
 #include <QVariant>
-
-#include <vector>
 
 class JsonLexer;
 
@@ -20,6 +19,9 @@ public:
     // recursively, and what is read comes from the network: the bound keeps that far below the 8 MiB
     // of an ordinary stack, with address sanitizer as well.
     enum { MaximumDepth = 4096 };
+    // Entries that the stacks begin with; an announcement needs no more. They are part of the parser, so
+    // reading one takes no memory for them.
+    enum { InitialCapacity = 128 };
 
     JsonParser();
 
@@ -38,10 +40,10 @@ public:
     // that begins no token is not passed.
     int errorColumn() const { return m_errorColumn; }
 
-    // Doubles the stacks, from 128 entries at first. parse() does this when they are full.
+    // Doubles the stacks, which have no entries before the first parse(). parse() does this when they are full.
     void reallocateStack();
     // Number of entries that the stacks have room for.
-    int stackCapacity() const { return int(m_states.size()); }
+    int stackCapacity() const { return m_states.size(); }
 
 private:
     void push(int state);
@@ -55,10 +57,10 @@ private:
     // Four stacks with one top. Which of them holds what a grammar symbol means depends on the symbol:
     // Members has a map, Values a list, everything else a value.
     int m_top;
-    std::vector<int> m_states;
-    std::vector<QVariant> m_values;
-    std::vector<QVariantMap> m_maps;
-    std::vector<QVariantList> m_lists;
+    QVarLengthArray<int, InitialCapacity> m_states;
+    QVarLengthArray<QVariant, InitialCapacity> m_values;
+    QVarLengthArray<QVariantMap, InitialCapacity> m_maps;
+    QVarLengthArray<QVariantList, InitialCapacity> m_lists;
 
     int m_depth; // open arrays and objects
     QString m_errorMessage;

@@ -23,16 +23,33 @@ const char *guessedEncoding(const QByteArray &data)
 
 QString decoded(const QByteArray &data)
 {
-    if (data.isEmpty())
+    const int size = data.size();
+    if (size <= 0)
         return QString();
     const QTextCodec *codec = QTextCodec::codecForUtfText(data, 0);
     if (!codec) {
         const char *const encoding = guessedEncoding(data);
         if (!encoding) // with the size, or the text would end at the first NUL
-            return QString::fromUtf8(data.constData(), data.size());
+            return QString::fromUtf8(data.constData(), size);
         codec = QTextCodec::codecForName(encoding);
     }
     return codec->toUnicode(data);
+}
+
+// Nearly every announcement is a short text of plain ASCII. It is widened on the stack: a block of the heap
+// that large makes malloc tidy up the many small ones of the value before.
+const int shortText = 2048;
+
+bool widened(const QByteArray &data, ushort *text)
+{
+    const char *const bytes = data.constData();
+    for (int i = 0, size = data.size(); i < size; ++i) {
+        const uchar byte = uchar(bytes[i]);
+        if (byte == 0 || byte >= 0x80)
+            return false; // another encoding, or none
+        text[i] = byte;
+    }
+    return true;
 }
 
 } // namespace
@@ -60,5 +77,8 @@ bool JsonReader::parse(const QString &text)
 
 bool JsonReader::parse(const QByteArray &data)
 {
+    ushort text[shortText];
+    if (data.size() <= shortText && widened(data, text))
+        return parse(QString::fromRawData(reinterpret_cast<const QChar *>(text), data.size()));
     return parse(decoded(data));
 }

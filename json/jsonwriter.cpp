@@ -171,23 +171,35 @@ void JsonWriter::writeArray(const QVariantList &array, int level)
 // Meant: the values are written at the level of the object, so that only arrays indent (tst_jsonwriter).
 void JsonWriter::writeObject(const QVariantMap &object, int level)
 {
-    const QString pad = m_autoFormatting ? m_indent.repeated(level) : QString();
-    if (m_autoFormatting && level > 0)
-        m_result += QLatin1Char('\n') + pad + QLatin1String("{\n");
-    else
+    if (m_autoFormatting && level > 0) {
+        m_result += QLatin1Char('\n');
+        writePad(level);
+        writeAscii("{\n");
+    } else {
         m_result += QLatin1Char('{');
+    }
     for (QVariantMap::const_iterator i = object.constBegin(); i != object.constEnd(); ++i) {
         if (i != object.constBegin())
             writeAscii(m_autoFormatting ? ",\n" : ",");
-        if (m_autoFormatting)
-            m_result += pad + QLatin1Char(' ');
+        if (m_autoFormatting) {
+            writePad(level);
+            m_result += QLatin1Char(' ');
+        }
         writeString(i.key());
         m_result += QLatin1Char(':');
         stringify(i.value(), level);
     }
-    if (m_autoFormatting)
-        m_result += QLatin1Char('\n') + pad;
+    if (m_autoFormatting) {
+        m_result += QLatin1Char('\n');
+        writePad(level);
+    }
     m_result += QLatin1Char('}');
+}
+
+void JsonWriter::writePad(int level)
+{
+    for (int i = 0; i < level; ++i)
+        m_result += m_indent;
 }
 
 void JsonWriter::writeOther(const QVariant &value)

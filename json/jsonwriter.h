@@ -44,6 +44,7 @@ private:
     void writeDouble(double number);
     void writeArray(const QVariantList &array, int level);
     void writeObject(const QVariantMap &object, int level);
+    void writePad(int level);
     void writeOther(const QVariant &value);
     void writeUnsupported(const QVariant &value);
     void writeEscape(ushort unit);

@@ -71,6 +71,11 @@ void ZorvDevice::update(const QByteArray &json)
 {
     m_raw = json;
     m_lastSeen = QDateTime::currentDateTime();
+    forgetParsed();
+}
+
+void ZorvDevice::forgetParsed()
+{
     m_parsed.clear();
     m_parseAttempted = false;
 }

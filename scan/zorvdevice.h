@@ -25,6 +25,9 @@ public:
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();
 
+    // The length of the last announcement, in bytes.
+    int size() const { return m_raw.size(); }
+
     // The value at a path of keys separated by slashes. A path that leads through a list gives the list of what
     // the path's remainder, from the first place on where the path has the current key, finds in each element.
     // Invalid where there is no such value.
@@ -32,6 +35,11 @@ public:
 
     // The same as a text: empty for what has none.
     QString text(const QString &path);
+
+    // The parsed announcement is kept from the first look-up on; true when it is there.
+    bool isParsed() const { return !m_parsed.isEmpty(); }
+    // Gives its memory back until the next look-up.
+    void forgetParsed();
 
 public slots:
     QString jsonValue(const QString &path);

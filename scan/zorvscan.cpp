@@ -21,6 +21,13 @@ static const char ownFamily[] = "Kelta";
 // but the time a datagram takes.
 static const int maximalConnections = 16;
 
+static const int maximalDevices = 20000;
+static const int maximalRegistrySize = 32 * 1024 * 1024;
+static const qint64 fullWarningPeriod = 60 * 60 * 1000; // ms
+
+// Parsed announcements are kept up to this much text: they can take forty times the memory of it.
+static const int maximalParsedSize = 4 * 1024 * 1024;
+
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;
 
@@ -33,6 +40,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_interval(announcementInterval)
     , m_multicastPending(true)
     , m_connections(0)
+    , m_registrySize(0)
 {
     subscribeToConnman();
     setupMulticast();
@@ -142,12 +150,24 @@ void ZorvScan::timerEvent(QTimerEvent *)
 {
     if (m_multicastPending)
         setupMulticast();
+    checkDevices();
+    sendAnnouncement();
+}
+
+void ZorvScan::checkDevices()
+{
+    m_registrySize = 0;
+    int parsedSize = 0;
     const QObjectList snapshot = children();
     for (int i = 0; i < snapshot.size(); ++i) {
-        if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
-            device->checkExpired();
+        ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i));
+        if (!device)
+            continue;
+        device->checkExpired();
+        m_registrySize += device->size();
+        if (device->isParsed() && (parsedSize += device->size()) > maximalParsedSize)
+            device->forgetParsed();
     }
-    sendAnnouncement();
 }
 
 bool ZorvScan::receive()
@@ -171,11 +191,31 @@ void ZorvScan::pendingDatagrams()
 
 void ZorvScan::refresh(const QString &uuid)
 {
-    ZorvDevice *&device = m_devices[uuid];
-    if (device)
-        device->update(m_received);
-    else
-        device = new ZorvDevice(uuid, m_received, m_interval, this);
+    if (ZorvDevice *device = m_devices.value(uuid)) {
+        if (takeRoom(m_received.size() - device->size()))
+            device->update(m_received);
+    } else if (m_devices.size() < maximalDevices && takeRoom(m_received.size())) {
+        m_devices.insert(uuid, new ZorvDevice(uuid, m_received, m_interval, this));
+    } else {
+        warnOfFullRegistry();
+    }
+}
+
+// What does not grow always has room.
+bool ZorvScan::takeRoom(int bytes)
+{
+    if (bytes > 0 && m_registrySize + bytes > maximalRegistrySize)
+        return false;
+    m_registrySize += bytes;
+    return true;
+}
+
+void ZorvScan::warnOfFullRegistry()
+{
+    if (m_sinceFullWarning.isValid() && m_sinceFullWarning.elapsed() < fullWarningPeriod)
+        return;
+    qWarning("zorvscan: too many devices announce themselves, further ones are ignored");
+    m_sinceFullWarning.start();
 }
 
 // The child that leaves is being destroyed and no ZorvDevice any more, but still has its name.
@@ -196,19 +236,32 @@ static QVariantMap summaryOf(ZorvDevice *device)
     return dbusvalue::carriable(summary);
 }
 
+// Nothing more is added once the reply is full.
+static void appendSummary(QVariantList *summaries, int *replySize, ZorvDevice *device)
+{
+    if (*replySize > maximalReplySize)
+        return;
+    const QVariantMap summary = summaryOf(device);
+    *replySize += dbusvalue::marshalledSize(summary);
+    if (*replySize <= maximalReplySize)
+        summaries->append(summary);
+}
+
 QVariantList ZorvScan::allChilds(const QString &type)
 {
     QVariantList summaries;
-    int size = 0;
+    int replySize = 0;
+    int parsedSize = 0;
     const QObjectList &all = children();
-    for (int i = 0; i < all.size() && size < maximalReplySize; ++i) {
+    for (int i = 0; i < all.size(); ++i) {
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
-        if (!device || !(type.isEmpty() || device->text(QLatin1String("params/device/familyType")) == type))
+        if (!device)
             continue;
-        const QVariantMap summary = summaryOf(device);
-        size += dbusvalue::marshalledSize(summary);
-        if (size < maximalReplySize)
-            summaries.append(summary);
+        if (type.isEmpty() || device->text(QLatin1String("params/device/familyType")) == type)
+            appendSummary(&summaries, &replySize, device);
+        parsedSize += device->size();
+        if (parsedSize > maximalParsedSize)
+            device->forgetParsed();
     }
     return summaries;
 }

@@ -2,6 +2,7 @@
 #define ZORVSCAN_H
 
 #include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QHash>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
@@ -14,6 +15,9 @@ class ZorvDevice;
 
 // The device's end of the maker's own discovery protocol: announces this device to the group 239.255.77.76, port 31416,
 // and keeps one child object for every device that announces itself there, this one included.
+//
+// The number of devices and the memory they take are bounded far above any real network: further ones are ignored,
+// with a warning an hour, until known ones have expired.
 //
 // Exported on the system bus with its children, where the interface is called local.ZorvScan: the public slots are
 // its methods, in this order. Hence no Q_CLASSINFO, and no slot is moved or added lightly.
@@ -59,6 +63,9 @@ private:
     bool joinGroup();
     bool receive();
     void refresh(const QString &uuid);
+    bool takeRoom(int bytes);
+    void warnOfFullRegistry();
+    void checkDevices();
 
     QUdpSocket *m_socket;
     const QHostAddress m_group;
@@ -70,6 +77,8 @@ private:
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
     QHash<QString, ZorvDevice *> m_devices; // the children that are devices, by uuid
+    int m_registrySize; // bytes of all announcements kept; those of devices that left count until the next tick
+    QElapsedTimer m_sinceFullWarning;
 };
 
 #endif

@@ -4,7 +4,8 @@
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
 simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
 run_packages=(gupnp-tools miniupnpc)
-test_packages=(python3-pytest libdbus-1-dev pkg-config)
+test_packages=(python3-pytest)
+style_packages=(clang-tidy clang-format)
 
 say() { printf '\n== %s\n' "$*"; }
 
@@ -37,4 +38,16 @@ build() {
     say "Building ($1)"
     cmake --preset "$1" >/dev/null
     cmake --build --preset "$@"
+}
+
+# clang-format and clang-tidy over the product's sources, two at a time
+check_style() {
+    local sources headers
+    install_packages "${style_packages[@]}"
+    build release
+    say "Checking style"
+    mapfile -t sources < <(git ls-files '*.cpp' ':!tests' ':!examples' ':!json/jsongrammar.cpp')
+    mapfile -t headers < <(git ls-files '*.h' ':!json/jsongrammar_p.h')
+    clang-format --dry-run --Werror "${sources[@]}" "${headers[@]}"
+    printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -n 4 clang-tidy -p build --quiet 2>/dev/null
 }

@@ -11,7 +11,7 @@ static const char separators[] = " \r\n";
 
 static QByteArray takeWord(const char **text)
 {
-    const QByteArray word(*text, int(std::strcspn(*text, separators)));
+    QByteArray word(*text, int(std::strcspn(*text, separators)));
     *text += word.size();
     *text += std::strspn(*text, separators);
     return word;

@@ -17,6 +17,9 @@ static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
 
+// More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
+static const int maximalDatagramsPerPass = 1000;
+
 UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     : QObject(parent)
     , udpSocket(new QUdpSocket(this))
@@ -97,7 +100,7 @@ void UpnpReceiver::sendByeBye()
 
 void UpnpReceiver::processDatagrams()
 {
-    while (udpSocket->hasPendingDatagrams()) {
+    for (int i = 0; i < maximalDatagramsPerPass && udpSocket->hasPendingDatagrams(); ++i) {
         QByteArray datagram;
         datagram.resize(int(qMax(qint64(0), udpSocket->pendingDatagramSize())));
         QHostAddress requester;

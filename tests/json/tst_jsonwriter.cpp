@@ -1,0 +1,385 @@
+#include "jsonparser.h"
+#include "jsonreader.h"
+#include "jsonwriter.h"
+
+#include <QtTest>
+
+#include <limits>
+
+class tst_JsonWriter : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void startsEmptyUnformattedWithFourBlanks();
+    void values_data();
+    void values();
+    void objectsFormattedAndNot_data();
+    void objectsFormattedAndNot();
+    void membersAreWrittenInKeyOrder();
+    void keysAreEscaped();
+    void everyUnitIsEscapedByTheTable();
+    void longTextsAreWrittenWhole();
+    void nanAndInfinityAreNullWithoutAnError();
+    void indentIsBlanksOrTabs_data();
+    void indentIsBlanksOrTabs();
+    void tabIndentIsWrittenOncePerLevel();
+    void unsupportedValueIsNullWithAWarning();
+    void twoUnsupportedValuesGiveTwoLinesAndTwoWarnings();
+    void nextRunClearsTextAndErrors();
+    void workerAppendsAndClearsNothing();
+    void resultIsACopy();
+    void whatIsWrittenCanBeReadAgain();
+    void deepestTextThatIsReadCanBeWritten_data();
+    void deepestTextThatIsReadCanBeWritten();
+};
+
+// A type that QVariant converts neither to a number nor to a string
+struct Opaque
+{
+};
+Q_DECLARE_METATYPE(Opaque)
+
+namespace
+{
+
+const char opaqueName[] = "Opaque";
+
+QString latin1(const char *text)
+{
+    return QString::fromLatin1(text);
+}
+
+QVariantMap object(const char *key, const QVariant &value)
+{
+    QVariantMap map;
+    map.insert(latin1(key), value);
+    return map;
+}
+
+QVariantMap aAndB()
+{
+    QVariantMap map = object("a", 1);
+    map.insert(latin1("b"), true);
+    return map;
+}
+
+QString written(const QVariant &value, bool formatted = false)
+{
+    JsonWriter writer;
+    writer.setAutoFormatting(formatted);
+    return writer.stringify(value) ? writer.result() : latin1("error: ") + writer.errorString();
+}
+
+QString opaqueMessage()
+{
+    return latin1("Unsupported type Opaque (id: %1)").arg(qMetaTypeId<Opaque>());
+}
+
+// The warning as the debug stream puts it: a blank after each item, the message in quotes.
+QByteArray opaqueWarning()
+{
+    return "JsonWriter::stringify -  \"" + opaqueMessage().toLatin1() + '"';
+}
+
+} // namespace
+
+void tst_JsonWriter::initTestCase()
+{
+    QCOMPARE(QMetaType::typeName(qMetaTypeId<Opaque>()), opaqueName);
+}
+
+void tst_JsonWriter::startsEmptyUnformattedWithFourBlanks()
+{
+    const JsonWriter writer;
+    QCOMPARE(writer.result(), QString());
+    QCOMPARE(writer.errorString(), QString());
+    QCOMPARE(writer.autoFormatting(), false);
+    QCOMPARE(writer.autoFormattingIndent(), 4);
+}
+
+void tst_JsonWriter::values_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("invalid") << QVariant() << latin1("null");
+    QTest::newRow("true") << QVariant(true) << latin1("true");
+    QTest::newRow("false") << QVariant(false) << latin1("false");
+
+    QTest::newRow("int") << QVariant(-7) << latin1("-7");
+    QTest::newRow("unsigned int") << QVariant(4294967295U) << latin1("4294967295");
+    QTest::newRow("smallest 64-bit integer") << QVariant(std::numeric_limits<qlonglong>::min()) << latin1("-9223372036854775808");
+    QTest::newRow("largest unsigned 64-bit integer") << QVariant(std::numeric_limits<qulonglong>::max()) << latin1("18446744073709551615");
+
+    QTest::newRow("one tenth") << QVariant(0.1) << latin1("0.1");
+    QTest::newRow("double without a fraction") << QVariant(100000.0) << latin1("100000");
+    QTest::newRow("exponent form") << QVariant(1e20) << latin1("1e+20");
+    QTest::newRow("fifteen digits") << QVariant(0.1 + 0.2) << latin1("0.3");
+    QTest::newRow("one third") << QVariant(1.0 / 3) << latin1("0.333333333333333");
+    QTest::newRow("small") << QVariant(1e-7) << latin1("1e-07");
+    QTest::newRow("float") << QVariant(0.5f) << latin1("0.5");
+    QTest::newRow("float has the digits of its double") << QVariant(0.1f) << latin1("0.100000001490116");
+
+    QTest::newRow("string") << QVariant(latin1("abc")) << latin1("\"abc\"");
+    QTest::newRow("empty string") << QVariant(latin1("")) << latin1("\"\"");
+    QTest::newRow("null string") << QVariant(QString()) << latin1("\"\"");
+    QTest::newRow("e acute, slash and the character of code 1")
+        << QVariant(latin1("\xe9/\x01")) << latin1("\"\\u00e9\\/\x01\"");
+    QTest::newRow("byte array") << QVariant(QByteArray("a/b")) << latin1("\"a\\/b\"");
+    QTest::newRow("byte array is Latin-1") << QVariant(QByteArray("\xe9")) << latin1("\"\\u00e9\"");
+    QTest::newRow("byte array ends at NUL") << QVariant(QByteArray("a\0b", 3)) << latin1("\"a\"");
+    QTest::newRow("null byte array") << QVariant(QByteArray()) << latin1("\"\"");
+    QTest::newRow("surrogate pair") << QVariant(QString(QChar(0xd83d)) + QChar(0xde00)) << latin1("\"\\ud83d\\ude00\"");
+
+    QTest::newRow("character") << QVariant(QChar(QLatin1Char('a'))) << latin1("\"a\"");
+    QTest::newRow("quote character is not escaped") << QVariant(QChar(QLatin1Char('"'))) << latin1("\"\"\"");
+    QTest::newRow("backslash character is not escaped") << QVariant(QChar(QLatin1Char('\\'))) << latin1("\"\\\"");
+    QTest::newRow("line feed character is not escaped") << QVariant(QChar(QLatin1Char('\n'))) << latin1("\"\n\"");
+    QTest::newRow("last character that stands for itself") << QVariant(QChar(0x7f)) << latin1("\"\x7f\"");
+    QTest::newRow("first character that is escaped") << QVariant(QChar(0x80)) << latin1("\"\\u0080\"");
+    QTest::newRow("character beyond one byte") << QVariant(QChar(0x20ac)) << latin1("\"\\u20ac\"");
+
+    QTest::newRow("short converts to a number") << QVariant::fromValue<short>(-3) << latin1("-3");
+    QTest::newRow("unsigned char converts to a number") << QVariant::fromValue<uchar>(200) << latin1("200");
+    QTest::newRow("date converts to a string") << QVariant(QDate(2024, 2, 29)) << latin1("\"2024-02-29\"");
+    QTest::newRow("url converts to a string") << QVariant(QUrl(latin1("http://a/b"))) << latin1("\"http:\\/\\/a\\/b\"");
+
+    QTest::newRow("empty list") << QVariant(QVariantList()) << latin1("[]");
+    QTest::newRow("list") << QVariant(QVariantList() << 1 << latin1("a") << QVariant()) << latin1("[1,\"a\",null]");
+    QTest::newRow("string list") << QVariant(QStringList() << latin1("a") << latin1("/")) << latin1("[\"a\",\"\\/\"]");
+    QTest::newRow("string list of one is an array") << QVariant(QStringList() << latin1("5")) << latin1("[\"5\"]");
+    QTest::newRow("empty string list") << QVariant(QStringList()) << latin1("[]");
+    QTest::newRow("lists inside a list")
+        << QVariant(QVariantList() << QVariant(QVariantList() << 1) << QVariant(QVariantList())) << latin1("[[1],[]]");
+}
+
+void tst_JsonWriter::values()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, text);
+
+    JsonWriter writer;
+    QVERIFY2(writer.stringify(value), qPrintable(writer.errorString()));
+    QCOMPARE(writer.result(), text);
+    QCOMPARE(writer.errorString(), QString());
+}
+
+void tst_JsonWriter::objectsFormattedAndNot_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("compact");
+    QTest::addColumn<QString>("formatted");
+
+    QTest::newRow("empty object") << QVariant(QVariantMap()) << latin1("{}") << latin1("{\n}");
+    QTest::newRow("empty list") << QVariant(QVariantList()) << latin1("[]") << latin1("[]");
+    QTest::newRow("two members") << QVariant(aAndB()) << latin1("{\"a\":1,\"b\":true}") << latin1("{ \"a\":1,\n \"b\":true\n}");
+    QTest::newRow("object in a list")
+        << QVariant(QVariantList() << QVariant(aAndB()))
+        << latin1("[{\"a\":1,\"b\":true}]")
+        << latin1("[\n    {\n     \"a\":1,\n     \"b\":true\n    }]");
+    QTest::newRow("list elements are set apart by a blank")
+        << QVariant(QVariantList() << 1 << 2 << 3) << latin1("[1,2,3]") << latin1("[1, 2, 3]");
+    QTest::newRow("object in an object stays at its level")
+        << QVariant(object("o", object("a", 1)))
+        << latin1("{\"o\":{\"a\":1}}")
+        << latin1("{ \"o\":{ \"a\":1\n}\n}");
+    QTest::newRow("object in an object in a list")
+        << QVariant(QVariantList() << QVariant(object("o", object("a", 1))))
+        << latin1("[{\"o\":{\"a\":1}}]")
+        << latin1("[\n    {\n     \"o\":\n    {\n     \"a\":1\n    }\n    }]");
+    QTest::newRow("list in an object raises the level")
+        << QVariant(object("l", QVariantList() << 1 << QVariant(object("a", 1))))
+        << latin1("{\"l\":[1,{\"a\":1}]}")
+        << latin1("{ \"l\":[1, \n    {\n     \"a\":1\n    }]\n}");
+    QTest::newRow("two lists deep")
+        << QVariant(QVariantList() << QVariant(QVariantList() << QVariantMap()))
+        << latin1("[[{}]]")
+        << latin1("[[\n        {\n\n        }]]");
+}
+
+void tst_JsonWriter::objectsFormattedAndNot()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, compact);
+    QFETCH(QString, formatted);
+
+    QCOMPARE(written(value), compact);
+    QCOMPARE(written(value, true), formatted);
+}
+
+void tst_JsonWriter::membersAreWrittenInKeyOrder()
+{
+    QVariantMap map;
+    map.insert(latin1("b"), 1);
+    map.insert(latin1("B"), 2);
+    map.insert(latin1("a"), 3);
+    map.insert(latin1(""), 4);
+    map.insert(latin1("\xe9"), 5);
+    QCOMPARE(written(map), latin1("{\"\":4,\"B\":2,\"a\":3,\"b\":1,\"\\u00e9\":5}"));
+}
+
+void tst_JsonWriter::keysAreEscaped()
+{
+    QCOMPARE(written(object("a/\"\\\n\xe9", 1)), latin1("{\"a\\/\\\"\\\\\\n\\u00e9\":1}"));
+}
+
+void tst_JsonWriter::everyUnitIsEscapedByTheTable()
+{
+    QMap<int, QString> table;
+    table[0x08] = latin1("\\b");
+    table[0x0c] = latin1("\\f");
+    table[0x0a] = latin1("\\n");
+    table[0x0d] = latin1("\\r");
+    table[0x09] = latin1("\\t");
+    table[0x22] = latin1("\\\"");
+    table[0x5c] = latin1("\\\\");
+    table[0x2f] = latin1("\\/");
+    for (int unit = 0; unit <= 0xffff; ++unit) {
+        QString content = QString(1, QChar(ushort(unit)));
+        if (table.contains(unit))
+            content = table.value(unit);
+        else if (unit >= 0x80)
+            content = latin1("\\u") + QString::number(unit, 16).rightJustified(4, QLatin1Char('0'));
+        const QString text = latin1("x") + QChar(ushort(unit)) + latin1("y");
+        QCOMPARE(written(text), latin1("\"x") + content + latin1("y\""));
+    }
+}
+
+void tst_JsonWriter::longTextsAreWrittenWhole()
+{
+    const int count = 64 * 1024;
+    QCOMPARE(written(latin1("ab\n\xe9").repeated(count)), QLatin1Char('"') + latin1("ab\\n\\u00e9").repeated(count) + QLatin1Char('"'));
+}
+
+void tst_JsonWriter::nanAndInfinityAreNullWithoutAnError()
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    QCOMPARE(written(QVariantList() << nan << infinity << -infinity), latin1("[null,null,null]"));
+    QCOMPARE(written(QVariant(std::numeric_limits<float>::infinity())), latin1("null"));
+}
+
+void tst_JsonWriter::indentIsBlanksOrTabs_data()
+{
+    QTest::addColumn<int>("indent");
+    QTest::addColumn<QString>("unit");
+
+    QTest::newRow("none") << 0 << QString();
+    QTest::newRow("two blanks") << 2 << latin1("  ");
+    QTest::newRow("one tab") << -1 << latin1("\t");
+    QTest::newRow("two tabs") << -2 << latin1("\t\t");
+}
+
+void tst_JsonWriter::indentIsBlanksOrTabs()
+{
+    QFETCH(int, indent);
+    QFETCH(QString, unit);
+
+    JsonWriter writer;
+    writer.setAutoFormatting(true);
+    QVERIFY(writer.autoFormatting());
+    writer.setAutoFormattingIndent(indent);
+    QCOMPARE(writer.autoFormattingIndent(), indent);
+    QVERIFY(writer.stringify(QVariantList() << QVariantMap()));
+    QCOMPARE(writer.result(), latin1("[\n") + unit + latin1("{\n\n") + unit + latin1("}]"));
+}
+
+void tst_JsonWriter::tabIndentIsWrittenOncePerLevel()
+{
+    JsonWriter writer;
+    writer.setAutoFormatting(true);
+    writer.setAutoFormattingIndent(-2);
+    writer.stringify(object("a", 1), 2);
+    QCOMPARE(writer.result(), latin1("\n\t\t\t\t{\n\t\t\t\t \"a\":1\n\t\t\t\t}"));
+}
+
+void tst_JsonWriter::unsupportedValueIsNullWithAWarning()
+{
+    QTest::ignoreMessage(QtWarningMsg, opaqueWarning().constData());
+    JsonWriter writer;
+    QVERIFY(!writer.stringify(QVariant::fromValue(Opaque())));
+    QCOMPARE(writer.result(), latin1("null"));
+    QCOMPARE(writer.errorString(), opaqueMessage());
+}
+
+void tst_JsonWriter::twoUnsupportedValuesGiveTwoLinesAndTwoWarnings()
+{
+    QTest::ignoreMessage(QtWarningMsg, opaqueWarning().constData());
+    QTest::ignoreMessage(QtWarningMsg, opaqueWarning().constData());
+    const QVariant opaque = QVariant::fromValue(Opaque());
+    QVariantMap map = object("a", opaque);
+    map.insert(latin1("b"), 1);
+    JsonWriter writer;
+    QVERIFY(!writer.stringify(QVariantList() << map << opaque << 2));
+    QCOMPARE(writer.result(), latin1("[{\"a\":null,\"b\":1},null,2]"));
+    QCOMPARE(writer.errorString(), opaqueMessage() + QLatin1Char('\n') + opaqueMessage());
+}
+
+void tst_JsonWriter::nextRunClearsTextAndErrors()
+{
+    QTest::ignoreMessage(QtWarningMsg, opaqueWarning().constData());
+    JsonWriter writer;
+    QVERIFY(!writer.stringify(QVariant::fromValue(Opaque())));
+    QVERIFY(writer.stringify(1));
+    QCOMPARE(writer.result(), latin1("1"));
+    QCOMPARE(writer.errorString(), QString());
+}
+
+void tst_JsonWriter::workerAppendsAndClearsNothing()
+{
+    QTest::ignoreMessage(QtWarningMsg, opaqueWarning().constData());
+    JsonWriter writer;
+    writer.stringify(1, 0);
+    writer.stringify(QVariant::fromValue(Opaque()), 0);
+    writer.stringify(latin1("a"), 3);
+    QCOMPARE(writer.result(), latin1("1null\"a\""));
+    QCOMPARE(writer.errorString(), opaqueMessage());
+}
+
+void tst_JsonWriter::resultIsACopy()
+{
+    JsonWriter writer;
+    writer.stringify(1);
+    const QString first = writer.result();
+    writer.stringify(QVariant(2), 0);
+    QCOMPARE(first, latin1("1"));
+    QCOMPARE(writer.result(), latin1("12"));
+}
+
+void tst_JsonWriter::whatIsWrittenCanBeReadAgain()
+{
+    QVariantMap map = object("text", latin1("a\"\\/\b\f\n\r\t\xe9") + QChar(0x20ac) + QChar(0xd800) + QChar(0));
+    map.insert(latin1("list"), QVariantList() << Q_INT64_C(1) << -0.5 << 1e300 << QVariant() << true << false);
+    map.insert(latin1("\xe9/"), QVariantMap());
+    map.insert(latin1("empty"), QVariant(QVariantList()));
+    for (int formatted = 0; formatted < 2; ++formatted) {
+        JsonReader reader;
+        QVERIFY2(reader.parse(written(map, formatted != 0)), qPrintable(reader.errorString()));
+        QCOMPARE(reader.result(), QVariant(map));
+    }
+}
+
+void tst_JsonWriter::deepestTextThatIsReadCanBeWritten_data()
+{
+    QTest::addColumn<QString>("opening");
+    QTest::addColumn<QString>("closing");
+
+    QTest::newRow("arrays") << latin1("[") << latin1("]");
+    QTest::newRow("objects") << latin1("{\"a\":") << latin1("}");
+}
+
+void tst_JsonWriter::deepestTextThatIsReadCanBeWritten()
+{
+    QFETCH(QString, opening);
+    QFETCH(QString, closing);
+
+    const QString text = opening.repeated(JsonParser::MaximumDepth) + latin1("1") + closing.repeated(JsonParser::MaximumDepth);
+    JsonReader reader;
+    QVERIFY(reader.parse(text));
+    QVERIFY(written(reader.result()) == text);
+}
+
+QTEST_APPLESS_MAIN(tst_JsonWriter)
+#include "tst_jsonwriter.moc"
