@@ -1,5 +1,6 @@
 #include "zorvdevice.h"
 
+#include "dbusvalue.h"
 #include "jsonreader.h"
 
 #include <limits>
@@ -106,6 +107,22 @@ QVariant ZorvDevice::value(const QString &path)
 QString ZorvDevice::text(const QString &path)
 {
     return textOf(value(path));
+}
+
+QString ZorvDevice::familyType()
+{
+    return text(QLatin1String("params/device/familyType"));
+}
+
+QVariantMap ZorvDevice::summary()
+{
+    QVariantMap summary = value(QLatin1String("params/netSettings/interface")).toMap();
+    summary.insert(QLatin1String("uuid"), objectName());
+    summary.insert(QLatin1String("name"), text(QLatin1String("params/device/name")));
+    summary.insert(QLatin1String("version"), text(QLatin1String("params/device/firmwareVersion")));
+    summary.insert(QLatin1String("type"), text(QLatin1String("params/device/type")));
+    summary.insert(QLatin1String("familyType"), familyType());
+    return dbusvalue::carriable(summary);
 }
 
 QString ZorvDevice::jsonValue(const QString &path)

@@ -36,6 +36,12 @@ public:
     // The same as a text: empty for what has none.
     QString text(const QString &path);
 
+    QString familyType();
+
+    // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.
+    // What the bus cannot carry is left out (dbusvalue.h).
+    QVariantMap summary();
+
     // The parsed announcement is kept from the first look-up on; true when it is there.
     bool isParsed() const { return !m_parsed.isEmpty(); }
     // Gives its memory back until the next look-up.

@@ -57,8 +57,9 @@ ZorvScan::~ZorvScan()
 
 void ZorvScan::subscribeToConnman()
 {
+    // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
     const bool subscribed = QDBusConnection::systemBus().connect(QString(), QString(),
-        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"),
+        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
         this, SLOT(connmanServicePropertyChanged(QString, QDBusVariant)));
     if (!subscribed)
         qFatal("Connman property connect failed!");
@@ -225,23 +226,12 @@ void ZorvScan::childEvent(QChildEvent *event)
         m_devices.remove(event->child()->objectName());
 }
 
-static QVariantMap summaryOf(ZorvDevice *device)
-{
-    QVariantMap summary = device->value(QLatin1String("params/netSettings/interface")).toMap();
-    summary.insert(QLatin1String("uuid"), device->objectName());
-    summary.insert(QLatin1String("name"), device->text(QLatin1String("params/device/name")));
-    summary.insert(QLatin1String("version"), device->text(QLatin1String("params/device/firmwareVersion")));
-    summary.insert(QLatin1String("type"), device->text(QLatin1String("params/device/type")));
-    summary.insert(QLatin1String("familyType"), device->text(QLatin1String("params/device/familyType")));
-    return dbusvalue::carriable(summary);
-}
-
 // Nothing more is added once the reply is full.
 static void appendSummary(QVariantList *summaries, int *replySize, ZorvDevice *device)
 {
     if (*replySize > maximalReplySize)
         return;
-    const QVariantMap summary = summaryOf(device);
+    const QVariantMap summary = device->summary();
     *replySize += dbusvalue::marshalledSize(summary);
     if (*replySize <= maximalReplySize)
         summaries->append(summary);
@@ -257,7 +247,7 @@ QVariantList ZorvScan::allChilds(const QString &type)
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
         if (!device)
             continue;
-        if (type.isEmpty() || device->text(QLatin1String("params/device/familyType")) == type)
+        if (type.isEmpty() || device->familyType() == type)
             appendSummary(&summaries, &replySize, device);
         parsedSize += device->size();
         if (parsedSize > maximalParsedSize)

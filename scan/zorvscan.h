@@ -41,9 +41,8 @@ public slots:
     void sendAnnouncement();
     // QAbstractSocket::SocketState: 0 unconnected, 4 bound.
     int socketState();
-    // One map for every known device of the family type, of any family where the type is empty. Each is the
-    // device's interface object with "uuid", "name", "version", "type" and "familyType" of the device set in it.
-    // What the bus cannot carry is left out (dbusvalue.h).
+    // One summary (ZorvDevice::summary()) for every known device of the family type, of any family where the type
+    // is empty.
     QVariantList allChilds(const QString &type);
     // The devices of the family "Kelta".
     QVariantList allChilds();

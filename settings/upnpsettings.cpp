@@ -96,8 +96,9 @@ void UpnpSettings::readSerial()
 
 void UpnpSettings::subscribeToConnman()
 {
+    // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
     const bool subscribed = QDBusConnection::systemBus().connect(QLatin1String("net.connman"), QString(),
-        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"),
+        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
         this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
     if (!subscribed)
         qFatal("connman signal connect failed");

@@ -1,0 +1,353 @@
+// The system log as the daemon writes it, read at /dev/log.
+#include "keltalog.h"
+#include "syslogsocket.h"
+
+#include "bytes.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QRegExp>
+#include <QtCore/QScopedPointer>
+#include <QtTest/QtTest>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+using kelta::Keltalog;
+using kelta::SyslogSocket;
+
+// The syslog daemon's end. Lines are there as soon as they are sent.
+class LogDaemon
+{
+public:
+    explicit LogDaemon(int type = SOCK_DGRAM)
+        : m_type(type)
+        , m_descriptor(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
+        , m_accepted(-1)
+    {
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        qstrcpy(address.sun_path, "/dev/log");
+        unlink("/dev/log");
+        if (bind(m_descriptor, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) != 0)
+            qFatal("/dev/log cannot be bound");
+        if (type == SOCK_STREAM)
+            listen(m_descriptor, 5);
+    }
+    ~LogDaemon()
+    {
+        close(m_descriptor);
+        close(m_accepted);
+        unlink("/dev/log");
+    }
+
+    // The next line as it came; empty when there is none.
+    QByteArray next()
+    {
+        int source = m_descriptor;
+        if (m_type == SOCK_STREAM) {
+            if (m_accepted == -1)
+                m_accepted = accept4(m_descriptor, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+            source = m_accepted;
+        }
+        char buffer[65536];
+        const ssize_t size = recv(source, buffer, sizeof buffer, 0);
+        return size > 0 ? QByteArray(buffer, int(size)) : QByteArray();
+    }
+
+private:
+    Q_DISABLE_COPY(LogDaemon)
+
+    int m_type;
+    int m_descriptor;
+    int m_accepted;
+};
+
+class TestKeltalog : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void facilitiesAreThoseOfSyslog();
+    void messagesCarryFacilityAndSeverity_data();
+    void messagesCarryFacilityAndSeverity();
+    void linesNameTimeAndIdent();
+    void thresholdLetsWarningsPass_data();
+    void thresholdLetsWarningsPass();
+    void qtMessagesTakeTheSameWay();
+    void formatsAreFilledIn();
+    void percentSignsOfQtMessagesAreText();
+    void longMessagesAreCutButSent();
+    void introspectionNoiseIsDropped_data();
+    void introspectionNoiseIsDropped();
+    void missingLogLosesMessages();
+    void logThatComesLaterIsFound();
+    void restartedLogIsFoundAgain();
+    void logThatNobodyReadsLosesMessages();
+    void streamLogGetsZeroBytesBetweenLines();
+    void socketSendsTheBytesAsTheyAre();
+    void lineLongerThanADatagramIsLostAlone();
+    // The last one: the process's own log cannot be opened up again.
+    void thresholdHoldsForQtMessages();
+};
+
+void TestKeltalog::facilitiesAreThoseOfSyslog()
+{
+    QCOMPARE(int(Keltalog::FacilityUser), int(LOG_USER));
+    QCOMPARE(int(Keltalog::FacilityDaemon), int(LOG_DAEMON));
+    QCOMPARE(int(Keltalog::FacilityLocal6), int(LOG_LOCAL6));
+    QCOMPARE(int(Keltalog::FacilityLocal6), 176);
+    QCOMPARE(int(Keltalog::NoOption), 0);
+}
+
+static void openLog(Keltalog *log, Keltalog::Facility facility = Keltalog::FacilityLocal6)
+{
+    log->open(text("upnp"), facility, Keltalog::NoOption);
+}
+
+static QByteArray priorityOf(const QByteArray &line)
+{
+    return line.left(line.indexOf('>') + 1);
+}
+
+static QByteArray messageOf(const QByteArray &line)
+{
+    return line.mid(line.indexOf("upnp: "));
+}
+
+void TestKeltalog::messagesCarryFacilityAndSeverity_data()
+{
+    QTest::addColumn<int>("facility");
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("priority");
+
+    // Local use 6 is 22 * 8 = 176; debug 7, warning 4, critical 2, alert 1.
+    QTest::newRow("debug") << 176 << int(QtDebugMsg) << QByteArray("<183>");
+    QTest::newRow("warning") << 176 << int(QtWarningMsg) << QByteArray("<180>");
+    QTest::newRow("critical") << 176 << int(QtCriticalMsg) << QByteArray("<178>");
+    QTest::newRow("daemon's warning") << 24 << int(QtWarningMsg) << QByteArray("<28>");
+    QTest::newRow("user's critical") << 8 << int(QtCriticalMsg) << QByteArray("<10>");
+}
+
+void TestKeltalog::messagesCarryFacilityAndSeverity()
+{
+    QFETCH(int, facility);
+    QFETCH(int, type);
+    QFETCH(QByteArray, priority);
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log, Keltalog::Facility(facility));
+    log.msg(QtMsgType(type), "registering dbus connection failed.");
+    const QByteArray line = daemon.next();
+    QCOMPARE(priorityOf(line), priority);
+    QCOMPARE(messageOf(line), QByteArray("upnp: registering dbus connection failed."));
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+void TestKeltalog::linesNameTimeAndIdent()
+{
+    LogDaemon daemon;
+    Keltalog log;
+    log.open(text("another name"), Keltalog::FacilityLocal6, Keltalog::NoOption);
+    log.msg(QtWarningMsg, "a message");
+    const QString line = QString::fromLatin1(daemon.next().constData());
+    QRegExp form(text("<180>((?:Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) (?: [1-9]|[12][0-9]|3[01]) [0-9]{2}:[0-9]{2}:[0-9]{2}) another name: a message"));
+    QVERIFY2(form.exactMatch(line), qPrintable(line));
+    const QDateTime now = QDateTime::currentDateTime();
+    QStringList possible;
+    for (int seconds = 0; seconds < 30; ++seconds) {
+        const QDateTime then = now.addSecs(-seconds);
+        possible << then.toString(text("MMM ")) + QString::number(then.date().day()).rightJustified(2) + then.toString(text(" hh:mm:ss"));
+    }
+    QVERIFY2(possible.contains(form.cap(1)), qPrintable(line));
+}
+
+void TestKeltalog::thresholdLetsWarningsPass_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("priority");
+
+    QTest::newRow("debug") << int(QtDebugMsg) << QByteArray();
+    QTest::newRow("warning") << int(QtWarningMsg) << QByteArray("<180>");
+    QTest::newRow("critical") << int(QtCriticalMsg) << QByteArray("<178>");
+}
+
+void TestKeltalog::thresholdLetsWarningsPass()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, priority);
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log);
+    log.setSyslogLevelWarning();
+    log.msg(QtMsgType(type), "first");
+    QCOMPARE(priorityOf(daemon.next()), priority);
+    log.msg(QtCriticalMsg, "last");
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: last"));
+}
+
+void TestKeltalog::qtMessagesTakeTheSameWay()
+{
+    LogDaemon daemon;
+    openLog(&kelta::keltalog);
+    qDebug("sending alive");
+    qWarning("setsockopt: no address");
+    qCritical("critical");
+    qDebug() << "ip:" << text("10.0.0.5");
+    QByteArray line = daemon.next();
+    QCOMPARE(priorityOf(line), QByteArray("<183>"));
+    QCOMPARE(messageOf(line), QByteArray("upnp: sending alive"));
+    line = daemon.next();
+    QCOMPARE(priorityOf(line), QByteArray("<180>"));
+    QCOMPARE(messageOf(line), QByteArray("upnp: setsockopt: no address"));
+    line = daemon.next();
+    QCOMPARE(priorityOf(line), QByteArray("<178>"));
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: ip: \"10.0.0.5\""));
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+void TestKeltalog::formatsAreFilledIn()
+{
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log);
+    log.msg(QtCriticalMsg, "%s: %d %%", "port", 1900);
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: port: 1900 %"));
+}
+
+void TestKeltalog::percentSignsOfQtMessagesAreText()
+{
+    LogDaemon daemon;
+    openLog(&kelta::keltalog);
+    qWarning("%s", "100%s %n %d");
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: 100%s %n %d"));
+}
+
+void TestKeltalog::longMessagesAreCutButSent()
+{
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log);
+    const QByteArray longText(100000, 'x');
+    log.msg(QtWarningMsg, "begin %s", longText.constData());
+    const QByteArray message = messageOf(daemon.next());
+    QVERIFY(message.startsWith("upnp: begin xxx"));
+    QVERIFY(message.size() < longText.size());
+}
+
+void TestKeltalog::introspectionNoiseIsDropped_data()
+{
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<bool>("isWritten");
+
+    QTest::newRow("skipped method") << QByteArray("Skipped method \"getUuid\" : Type not registered with QtDBus in parameter list: QHostAddress") << false;
+    QTest::newRow("result type") << QByteArray("Invalid return type in method \"getAddress\" : \"QHostAddress\"") << false;
+    QTest::newRow("same words elsewhere") << QByteArray("a Skipped method ") << true;
+    QTest::newRow("other words") << QByteArray("Skipped") << true;
+    QTest::newRow("empty") << QByteArray("") << true;
+}
+
+void TestKeltalog::introspectionNoiseIsDropped()
+{
+    QFETCH(QByteArray, message);
+    QFETCH(bool, isWritten);
+    LogDaemon daemon;
+    openLog(&kelta::keltalog);
+    qWarning("%s", message.constData());
+    QCOMPARE(messageOf(daemon.next()), isWritten ? "upnp: " + message : QByteArray());
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+void TestKeltalog::missingLogLosesMessages()
+{
+    Keltalog log;
+    openLog(&log);
+    log.msg(QtCriticalMsg, "lost");
+    LogDaemon daemon;
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+void TestKeltalog::logThatComesLaterIsFound()
+{
+    Keltalog log;
+    openLog(&log);
+    log.msg(QtCriticalMsg, "lost");
+    LogDaemon daemon;
+    log.msg(QtCriticalMsg, "found");
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: found"));
+}
+
+void TestKeltalog::restartedLogIsFoundAgain()
+{
+    QScopedPointer<LogDaemon> daemon(new LogDaemon);
+    Keltalog log;
+    openLog(&log);
+    for (int i = 0; i < 3; ++i) {
+        log.msg(QtCriticalMsg, "run %d", i);
+        QCOMPARE(messageOf(daemon->next()), "upnp: run " + QByteArray::number(i));
+        daemon.reset();
+        log.msg(QtCriticalMsg, "lost");
+        daemon.reset(new LogDaemon);
+    }
+}
+
+// Neither waits nor fails; what fitted in is there, and a log that is emptied gets lines again.
+void TestKeltalog::logThatNobodyReadsLosesMessages()
+{
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log);
+    for (int i = 0; i < 10000; ++i)
+        log.msg(QtCriticalMsg, "line %d", i);
+    int kept = 0;
+    for (QByteArray line = daemon.next(); !line.isEmpty(); line = daemon.next())
+        QCOMPARE(messageOf(line), "upnp: line " + QByteArray::number(kept++));
+    QVERIFY(kept > 0);
+    QVERIFY(kept < 10000);
+    log.msg(QtCriticalMsg, "again");
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: again"));
+}
+
+void TestKeltalog::streamLogGetsZeroBytesBetweenLines()
+{
+    LogDaemon daemon(SOCK_STREAM);
+    SyslogSocket socket;
+    socket.send("<180>first");
+    socket.send("<180>second");
+    QCOMPARE(daemon.next(), QByteArray("<180>first\0<180>second\0", 23));
+}
+
+void TestKeltalog::socketSendsTheBytesAsTheyAre()
+{
+    LogDaemon daemon;
+    SyslogSocket socket;
+    const QByteArray line("<180>\xe9 100%\tx", 13);
+    socket.send(line);
+    QVERIFY(compareBytes(daemon.next(), line));
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+void TestKeltalog::lineLongerThanADatagramIsLostAlone()
+{
+    LogDaemon daemon;
+    SyslogSocket socket;
+    socket.send(QByteArray(4 * 1024 * 1024, 'x'));
+    socket.send("<180>next");
+    QCOMPARE(daemon.next(), QByteArray("<180>next"));
+}
+
+void TestKeltalog::thresholdHoldsForQtMessages()
+{
+    LogDaemon daemon;
+    openLog(&kelta::keltalog);
+    kelta::keltalog.setSyslogLevelWarning();
+    qDebug("not written");
+    qWarning("written");
+    QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: written"));
+    QCOMPARE(daemon.next(), QByteArray());
+}
+
+QTEST_APPLESS_MAIN(TestKeltalog)
+
+#include "tst_keltalog.moc"

@@ -1,0 +1,38 @@
+#include "fakeconnman.h"
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusVariant>
+
+static const char connectionName[] = "fakeconnman";
+
+FakeConnman::FakeConnman()
+{
+    const QString address = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData());
+    QDBusConnection connection = QDBusConnection::connectToBus(address, QLatin1String(connectionName));
+    if (!connection.registerService(QLatin1String("net.connman")))
+        qFatal("net.connman is taken");
+}
+
+FakeConnman::~FakeConnman()
+{
+    QDBusConnection::disconnectFromBus(QLatin1String(connectionName));
+}
+
+static void send(const char *path, const QVariantList &arguments)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(QLatin1String(path), QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"));
+    signal.setArguments(arguments);
+    if (!QDBusConnection(QLatin1String(connectionName)).send(signal))
+        qFatal("a signal of net.connman could not be sent");
+}
+
+void FakeConnman::propertyChanged(const char *name, const QVariant &value, const char *path)
+{
+    send(path, QVariantList() << QString::fromLatin1(name) << QVariant::fromValue(QDBusVariant(value)));
+}
+
+void FakeConnman::propertyChangedWith(const QVariantList &arguments)
+{
+    send("/net/connman/service/ethernet", arguments);
+}

@@ -1,0 +1,23 @@
+#include "network.h"
+
+#include <QtCore/QProcess>
+#include <QtCore/QStringList>
+
+namespace network
+{
+
+bool ip(const char *arguments)
+{
+    const QStringList words = QString::fromLatin1(arguments).split(QLatin1Char(' '));
+    return QProcess::execute(QLatin1String("ip"), words) == 0;
+}
+
+bool reset()
+{
+    return ip("link set eth0 up")
+        && ip("address flush dev eth0")
+        && ip("address add 10.77.0.2/24 dev eth0")
+        && ip("route replace default dev eth0");
+}
+
+} // namespace network

@@ -1,0 +1,73 @@
+// What the tests must know of the differences between Qt 4.8 and Qt 5.
+#ifndef QTVERSIONS_H
+#define QTVERSIONS_H
+
+#include <QtCore/QAbstractEventDispatcher>
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QMetaMethod>
+
+namespace qtversions
+{
+
+inline QByteArray signature(const QMetaMethod &method)
+{
+#if QT_VERSION >= 0x050000
+    return method.methodSignature();
+#else
+    return method.signature();
+#endif
+}
+
+// Qt 5 has its own names for the types it knows, and a name for none.
+inline QByteArray resultType(const QMetaMethod &method)
+{
+    const QByteArray name = method.typeName();
+    if (name.isEmpty())
+        return "void";
+    return name == "ushort" ? QByteArray("quint16") : name;
+}
+
+inline QByteArray kind(const QMetaMethod &method)
+{
+    if (method.methodType() == QMetaMethod::Signal)
+        return "signal";
+    const QByteArray type = method.methodType() == QMetaMethod::Slot ? "slot" : "other";
+    switch (method.access()) {
+    case QMetaMethod::Public:
+        return "public " + type;
+    case QMetaMethod::Protected:
+        return "protected " + type;
+    default:
+        return "private " + type;
+    }
+}
+
+// "public slot QByteArray getUuid(QHostAddress) src"
+inline QByteArray described(const QMetaMethod &method)
+{
+    QByteArray names;
+    const QList<QByteArray> list = method.parameterNames();
+    for (int i = 0; i < list.size(); ++i)
+        names += (i > 0 ? "," : "") + list.at(i);
+    return kind(method) + ' ' + resultType(method) + ' ' + signature(method) + ' ' + names;
+}
+
+// The periods of an object's timers in milliseconds; a timer that may drift counts as -1.
+inline QList<int> timerPeriods(QObject *object)
+{
+    QList<int> periods;
+    const QList<QAbstractEventDispatcher::TimerInfo> timers = QAbstractEventDispatcher::instance()->registeredTimers(object);
+    for (int i = 0; i < timers.size(); ++i) {
+#if QT_VERSION >= 0x050000
+        periods << (timers.at(i).timerType == Qt::PreciseTimer ? timers.at(i).interval : -1);
+#else
+        periods << timers.at(i).second;
+#endif
+    }
+    return periods;
+}
+
+} // namespace qtversions
+
+#endif

@@ -1,0 +1,441 @@
+#include "upnphttp.h"
+
+#include "bytes.h"
+#include "caughtlog.h"
+#include "fakedevice.h"
+#include "filesender.h"
+#include "network.h"
+#include "peer.h"
+#include "upnpsettings.h"
+#include "waitfor.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QScopedPointer>
+#include <QtTest/QtTest>
+
+#include <cstdio>
+#include <sys/resource.h>
+
+static const char descriptionRequest[] = "GET /rootDesc.xml HTTP/1.1\r\nHost: 10.77.0.2:8200\r\n\r\n";
+static const char iconRequest[] = "GET /icons/kelta_icon48.png HTTP/1.1\r\n\r\n";
+static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
+
+class TestUpnpHttp : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void descriptionIsServed_data();
+    void descriptionIsServed();
+    void linkLocalPeersGetTheLinkLocalDescription();
+    void valuesAreThoseOfTheMoment();
+    void requestInTwoSegmentsIsAnsweredAfterTheSecond();
+    void otherMethodsAreNeverAnsweredAndStayOpen_data();
+    void otherMethodsAreNeverAnsweredAndStayOpen();
+    void otherPathsAreNotFound_data();
+    void otherPathsAreNotFound();
+    void oneLineIsJudgedPerSignal();
+    void everyGetIsLoggedWithItsPeer();
+    void onlyGetsAreLogged();
+    void connectionsAreForgottenWhenThePeerLeaves();
+
+    void missingIconIsABareText();
+    void iconIsServed_data();
+    void iconIsServed();
+    void pausingReaderGetsTheWholeIconWhileOthersAreServed();
+    void peersThatResetAreNoMatter_data();
+    void peersThatResetAreNoMatter();
+    void lineWithoutEndIsAnsweredAtItsEnd();
+    void whatFollowsTheRequestIsIgnored();
+    void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
+    void takenPortGoesUnnoticed();
+
+private:
+    bool isServed();
+    bool isSilentAndOpen(Peer *peer);
+    void writeIcon(const QByteArray &content);
+
+    QScopedPointer<FakeDevice> m_device;
+    QScopedPointer<UpnpHttp> m_server;
+};
+
+void TestUpnpHttp::init()
+{
+    m_device.reset(new FakeDevice);
+    m_server.reset(new UpnpHttp(m_device->settings(), nullptr));
+}
+
+void TestUpnpHttp::cleanup()
+{
+    m_server.reset();
+    m_device.reset();
+    QFile::remove(QLatin1String(iconFile));
+}
+
+static QByteArray descriptionAnswer(const QByteArray &answer)
+{
+    return withDateOf(answer, "Date: ", "ddd, dd MMM yyyy hh:mm:ss", testData("description_header.msg")) + testData("rootdesc.xml");
+}
+
+static QByteArray iconAnswer(const QByteArray &answer, const QByteArray &icon)
+{
+    QByteArray header = withDateOf(answer, "Date: ", "ddd, dd MMM yyyy hh:mm:ss", testData("icon_header.msg"));
+    return header.replace("3145728", QByteArray::number(icon.size())) + icon;
+}
+
+// A whole exchange with another peer; when it is over, the server has seen everything that was sent before.
+bool TestUpnpHttp::isServed()
+{
+    Peer peer;
+    return peer.isConnected() && peer.send(descriptionRequest) && peer.readToEnd()
+        && compareBytes(peer.received(), descriptionAnswer(peer.received()));
+}
+
+bool TestUpnpHttp::isSilentAndOpen(Peer *peer)
+{
+    return isServed() && !peer->isAtEnd() && peer->received().isEmpty();
+}
+
+void TestUpnpHttp::writeIcon(const QByteArray &content)
+{
+    QVERIFY(QDir().mkpath(text("/var/www/icons")));
+    QFile file(QString::fromLatin1(iconFile));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), qint64(content.size()));
+}
+
+void TestUpnpHttp::descriptionIsServed_data()
+{
+    QTest::addColumn<QByteArray>("request");
+
+    QTest::newRow("customary") << QByteArray(descriptionRequest);
+    QTest::newRow("first line alone") << QByteArray("GET /rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("older protocol") << QByteArray("GET /rootDesc.xml HTTP/1.0\r\n\r\n");
+    QTest::newRow("no protocol") << QByteArray("GET /rootDesc.xml\r\n");
+    QTest::newRow("line feed alone") << QByteArray("GET /rootDesc.xml HTTP/1.1\n");
+    QTest::newRow("two blanks") << QByteArray("GET  /rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("blanks and carriage returns") << QByteArray("GET \r \r/rootDesc.xml\r\r HTTP/1.1\r\n");
+    QTest::newRow("zero byte behind the path") << QByteArray("GET /rootDesc.xml\0?a HTTP/1.1\r\n", 31);
+}
+
+void TestUpnpHttp::descriptionIsServed()
+{
+    QFETCH(QByteArray, request);
+    Peer peer;
+    QVERIFY(peer.send(request));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+void TestUpnpHttp::linkLocalPeersGetTheLinkLocalDescription()
+{
+    QVERIFY(m_device->addLinkLocalAddress());
+    Peer peer("169.254.7.8");
+    QVERIFY(peer.send(descriptionRequest));
+    QVERIFY(peer.readToEnd());
+    QByteArray header = withDateOf(peer.received(), "Date: ", "ddd, dd MMM yyyy hh:mm:ss", testData("description_header.msg"));
+    QVERIFY(compareBytes(peer.received(), header.replace("Content-Length: 924\r\n", "Content-Length: 923\r\n") + testData("rootdesc_autoip.xml")));
+    // Everybody else still gets the regular one.
+    QVERIFY(isServed());
+}
+
+void TestUpnpHttp::valuesAreThoseOfTheMoment()
+{
+    QVERIFY(isServed());
+    QVERIFY(network::ip("address del 192.168.1.20/24 dev eth0"));
+    m_device->settings()->configureIp();
+    Peer peer;
+    QVERIFY(peer.send(descriptionRequest));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(peer.received().contains("<URLBase>http://10.77.0.2/</URLBase>"));
+    QVERIFY(peer.received().contains("Content-Length: 918\r\n"));
+}
+
+void TestUpnpHttp::requestInTwoSegmentsIsAnsweredAfterTheSecond()
+{
+    Peer peer;
+    QVERIFY(peer.send("GET /rootDesc.xml HT"));
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send("TP/1.1\r\n\r\n"));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+void TestUpnpHttp::otherMethodsAreNeverAnsweredAndStayOpen_data()
+{
+    QTest::addColumn<QByteArray>("request");
+
+    QTest::newRow("HEAD") << QByteArray("HEAD /rootDesc.xml HTTP/1.1\r\n\r\n");
+    QTest::newRow("lower case") << QByteArray("get /rootDesc.xml HTTP/1.1\r\n\r\n");
+    QTest::newRow("POST") << QByteArray("POST /rootDesc.xml HTTP/1.1\r\nContent-Length: 1\r\n\r\nx");
+    QTest::newRow("longer method") << QByteArray("GETX /rootDesc.xml HTTP/1.1\r\n\r\n");
+    QTest::newRow("tab after the method") << QByteArray("GET\t/rootDesc.xml HTTP/1.1\r\n\r\n");
+    QTest::newRow("blank before the method") << QByteArray(" GET /rootDesc.xml HTTP/1.1\r\n\r\n");
+    QTest::newRow("empty line first") << QByteArray("\r\nGET /rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("zero byte in the method") << QByteArray("GE\0T /rootDesc.xml HTTP/1.1\r\n", 29);
+    QTest::newRow("no line end") << QByteArray("GET /rootDesc.xml HTTP/1.1\r");
+}
+
+void TestUpnpHttp::otherMethodsAreNeverAnsweredAndStayOpen()
+{
+    QFETCH(QByteArray, request);
+    Peer peer;
+    QVERIFY(peer.send(request));
+    QVERIFY(isSilentAndOpen(&peer));
+}
+
+void TestUpnpHttp::otherPathsAreNotFound_data()
+{
+    QTest::addColumn<QByteArray>("request");
+
+    QTest::newRow("query") << QByteArray("GET /rootDesc.xml?a=b HTTP/1.1\r\n");
+    QTest::newRow("slash at the end") << QByteArray("GET /rootDesc.xml/ HTTP/1.1\r\n");
+    QTest::newRow("lower case") << QByteArray("GET /rootdesc.xml HTTP/1.1\r\n");
+    QTest::newRow("no slash") << QByteArray("GET rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("two slashes") << QByteArray("GET //rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("whole address") << QByteArray("GET http://10.77.0.2:8200/rootDesc.xml HTTP/1.1\r\n");
+    QTest::newRow("tab behind the path") << QByteArray("GET /rootDesc.xml\tHTTP/1.1\r\n");
+    QTest::newRow("root") << QByteArray("GET / HTTP/1.1\r\n");
+    QTest::newRow("no path") << QByteArray("GET\r\n");
+    QTest::newRow("other icon") << QByteArray("GET /icons/other.png HTTP/1.1\r\n");
+    QTest::newRow("way out of the folder") << QByteArray("GET /icons/../../../etc/passwd HTTP/1.1\r\n");
+}
+
+void TestUpnpHttp::otherPathsAreNotFound()
+{
+    QFETCH(QByteArray, request);
+    Peer peer;
+    QVERIFY(peer.send(request));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), testData("not_found.msg")));
+}
+
+void TestUpnpHttp::oneLineIsJudgedPerSignal()
+{
+    Peer peer;
+    QVERIFY(peer.send("HEAD / HTTP/1.1\r\nPOST / HTTP/1.1\r\nGET /rootDesc.xml HTTP/1.1\r\n"));
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send("x"));
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send("x"));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+void TestUpnpHttp::everyGetIsLoggedWithItsPeer()
+{
+    QVERIFY(m_device->addLinkLocalAddress());
+    CaughtLog log;
+    const char *const requests[] = { descriptionRequest, iconRequest, "GET /a?b HTTP/1.1\r\n", "GET\r\n" };
+    for (const char *request : requests) {
+        Peer peer("169.254.7.8");
+        QVERIFY(peer.send(request));
+        QVERIFY(peer.readToEnd());
+    }
+    QCOMPARE(log.lines(), QStringList() << text("debug: \"169.254.7.8\" \"/rootDesc.xml\"") << text("debug: \"169.254.7.8\" \"/icons/kelta_icon48.png\"") << text("debug: \"169.254.7.8\" \"/a?b\"") << text("debug: \"169.254.7.8\" \"\""));
+}
+
+void TestUpnpHttp::onlyGetsAreLogged()
+{
+    CaughtLog log;
+    Peer peer;
+    QVERIFY(peer.send("HEAD /rootDesc.xml HTTP/1.1\r\n"));
+    QVERIFY(isSilentAndOpen(&peer));
+    QCOMPARE(log.lines(), QStringList(text("debug: \"10.77.0.2\" \"/rootDesc.xml\"")));
+}
+
+void TestUpnpHttp::connectionsAreForgottenWhenThePeerLeaves()
+{
+    QVERIFY(isServed());
+    {
+        Peer peer;
+        QVERIFY(peer.send("HEAD / HTTP/1.1\r\n"));
+        QVERIFY(isSilentAndOpen(&peer));
+        QVERIFY(waitFor([this] { return m_server->findChildren<QTcpSocket *>().size() == 1; }));
+    }
+    QVERIFY(waitFor([this] { return m_server->findChildren<QTcpSocket *>().isEmpty(); }));
+}
+
+void TestUpnpHttp::missingIconIsABareText()
+{
+    Peer peer;
+    QVERIFY(peer.send(iconRequest));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), testData("icon_not_found.msg")));
+}
+
+void TestUpnpHttp::iconIsServed_data()
+{
+    QTest::addColumn<QByteArray>("icon");
+
+    QTest::newRow("a few bytes") << QByteArray("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("zero bytes") << QByteArray(3000, '\0');
+    QTest::newRow("a hundred kilobytes") << QByteArray(100000, 'i');
+}
+
+void TestUpnpHttp::iconIsServed()
+{
+    QFETCH(QByteArray, icon);
+    writeIcon(icon);
+    Peer peer;
+    QVERIFY(peer.send(iconRequest));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), iconAnswer(peer.received(), icon)));
+}
+
+void TestUpnpHttp::pausingReaderGetsTheWholeIconWhileOthersAreServed()
+{
+    QByteArray icon(24 * 1024 * 1024, '\0');
+    for (int i = 0; i < icon.size(); ++i)
+        icon[i] = char(i ^ (i >> 8) ^ (i >> 16));
+    writeIcon(icon);
+    Peer peer;
+    QVERIFY(peer.send(iconRequest));
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(isServed());
+        peer.read(1000);
+    }
+    QVERIFY(peer.received().size() <= 3000);
+    QVERIFY(peer.readToEnd());
+    QVERIFY(peer.received() == iconAnswer(peer.received(), icon));
+}
+
+void TestUpnpHttp::peersThatResetAreNoMatter_data()
+{
+    QTest::addColumn<QByteArray>("request");
+
+    QTest::newRow("description") << QByteArray(descriptionRequest);
+    QTest::newRow("icon") << QByteArray(iconRequest);
+    QTest::newRow("not found") << QByteArray("GET / HTTP/1.1\r\n");
+    QTest::newRow("not answered") << QByteArray("HEAD / HTTP/1.1\r\n");
+    QTest::newRow("half a line") << QByteArray("GET /roo");
+    QTest::newRow("nothing") << QByteArray();
+}
+
+void TestUpnpHttp::peersThatResetAreNoMatter()
+{
+    QFETCH(QByteArray, request);
+    writeIcon(QByteArray(24 * 1024 * 1024, 'i'));
+    for (int i = 0; i < 5; ++i) {
+        // At once, and after the server had its turn.
+        Peer early;
+        QVERIFY(early.send(request));
+        early.reset();
+        Peer late;
+        QVERIFY(late.send(request));
+        QVERIFY(isServed());
+        late.reset();
+    }
+    QVERIFY(isServed());
+    QVERIFY(waitFor([this] { return m_server->findChildren<QTcpSocket *>().isEmpty() && m_server->findChildren<FileSender *>().isEmpty(); }));
+}
+
+void TestUpnpHttp::lineWithoutEndIsAnsweredAtItsEnd()
+{
+    Peer peer;
+    QVERIFY(peer.send("GET /" + QByteArray(8 * 1024 * 1024, 'a')));
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send("\r\n"));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), testData("not_found.msg")));
+}
+
+void TestUpnpHttp::whatFollowsTheRequestIsIgnored()
+{
+    Peer peer;
+    QVERIFY(peer.send("GET /rootDesc.xml HTTP/1.1\r\nGET / HTTP/1.1\r\n\r\n"));
+    QVERIFY(waitFor([&] {
+        peer.read();
+        return peer.received().endsWith("</root>");
+    }));
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+static int openDescriptors()
+{
+    return int(QDir(text("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size());
+}
+
+// Lowers the number of descriptors that the process may have.
+class DescriptorLimit
+{
+public:
+    explicit DescriptorLimit(int number)
+    {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        struct rlimit lower = m_before;
+        lower.rlim_cur = rlim_t(number);
+        setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+private:
+    Q_DISABLE_COPY(DescriptorLimit)
+
+    struct rlimit m_before;
+};
+
+void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
+{
+    QProcess others;
+    others.start(text("/proc/self/exe"), QStringList(text("--hold-connections")));
+    QVERIFY(others.waitForStarted());
+    const int limit = openDescriptors() + 40;
+    const DescriptorLimit lowered(limit);
+    QVERIFY(waitFor([&] { return others.canReadLine(); }));
+    QCOMPARE(others.readLine(), QByteArray("connected\n"));
+    QVERIFY(waitFor([&] { return m_server->findChildren<QTcpSocket *>().size() > 10; }));
+
+    Peer waiting;
+    QVERIFY(waiting.isConnected());
+    QVERIFY(waiting.send(descriptionRequest));
+    QVERIFY(openDescriptors() < limit);
+    others.closeWriteChannel();
+    QVERIFY(waiting.readToEnd());
+    QVERIFY(compareBytes(waiting.received(), descriptionAnswer(waiting.received())));
+    QVERIFY(waitFor([&] { return others.state() == QProcess::NotRunning; }));
+    QVERIFY(isServed());
+}
+
+void TestUpnpHttp::takenPortGoesUnnoticed()
+{
+    CaughtLog log;
+    const UpnpHttp second(m_device->settings(), nullptr);
+    QVERIFY(!second.isListening());
+    QVERIFY(m_server->isListening());
+    QCOMPARE(m_server->serverPort(), quint16(8200));
+    QCOMPARE(m_server->serverAddress().protocol(), QAbstractSocket::IPv4Protocol);
+    QCOMPARE(log.lines(), QStringList());
+}
+
+// Another process that holds connections to the server, until its standard input ends.
+static int holdConnections()
+{
+    Peer peers[60];
+    for (const Peer &peer : peers) {
+        if (!peer.isConnected())
+            return 1;
+    }
+    std::puts("connected");
+    std::fflush(stdout);
+    while (std::getchar() != EOF) { }
+    return 0;
+}
+
+int main(int argc, char *argv[])
+{
+    if (argc == 2 && QByteArray(argv[1]) == "--hold-connections")
+        return holdConnections();
+    const QCoreApplication application(argc, argv);
+    TestUpnpHttp test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_upnphttp.moc"
