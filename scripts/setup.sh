@@ -33,11 +33,11 @@ install_packages() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# build PRESET
+# build PRESET [OPTION OF cmake --build]...
 build() {
     say "Building ($1)"
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$1"
+    cmake --build --preset "$@"
 }
 
 # clang-format and clang-tidy over the product's sources, two at a time

@@ -6,6 +6,7 @@ gets one line on the standard output. When the input ends, so does the service.
 
 import json
 import pathlib
+import signal
 import sys
 
 sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
@@ -149,6 +150,7 @@ def introspection(path: str) -> str:
 
 
 def main() -> None:
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     service = Service(sys.argv[1])
     loop = GLib.MainLoop()
 

@@ -49,6 +49,13 @@ class Recorder:
             self._received += drain(self._socket)
             return list(self._received)
 
+    def take(self) -> list:
+        """What has been received, which is forgotten with that."""
+        with self._lock:
+            self._received += drain(self._socket)
+            taken, self._received = self._received, []
+            return taken
+
     def clear(self) -> None:
         with self._lock:
             drain(self._socket)

@@ -5,6 +5,7 @@ Run as a program it makes the room around itself and keeps it until its standard
 
 import os
 import pathlib
+import signal
 import socket
 import subprocess
 import sys
@@ -118,6 +119,7 @@ def furnish(netns: str, hostname: str, program: str) -> None:
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     furnish(*sys.argv[1:])
     print("ready", flush=True)
     sys.stdin.read()
