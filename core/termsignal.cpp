@@ -2,6 +2,7 @@
 
 #include <QtCore/QtGlobal>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -19,9 +20,11 @@ void createTermSocketPair()
 
 void termSignalHandler(int)
 {
+    const int interrupted = errno;
     const char byte = 1;
     const ssize_t written = write(termSocketPair[0], &byte, sizeof byte);
     static_cast<void>(written);
+    errno = interrupted;
 }
 
 int installTermSignalHandler()

@@ -9,7 +9,7 @@ extern int termSocketPair[2];
 // Fills termSocketPair. Ends the process with a fatal message when the system has no pair to give.
 void createTermSocketPair();
 
-// Async-signal-safe: one write() of the byte 1 to element 0. The signal number is not used.
+// Async-signal-safe: one write() of the byte 1 to element 0; errno stays. The signal number is not used.
 void termSignalHandler(int signalNumber);
 
 // Makes termSignalHandler() the handler of SIGTERM; interrupted system calls are restarted.

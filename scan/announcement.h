@@ -7,8 +7,8 @@
 #include <QtNetwork/QHostAddress>
 
 // The one datagram of the maker's own discovery protocol: a JSON-RPC 2.0 notification "announce".
-// Its text is put together piece by piece and is on the wire of devices in the field byte for byte,
-// white space included; tst_announcement holds it.
+// Its text is put together piece by piece; other devices know it byte for byte, white space included
+// (tst_announcement).
 namespace announcement
 {
 

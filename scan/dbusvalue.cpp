@@ -9,23 +9,30 @@ static const int maximalDepth = 64 - 5;
 static const int depthOfList = 2; // array, variant
 static const int depthOfObject = 3; // array, entry, variant
 
-static bool canBeCarried(const QString &text, int i)
+// Some clients refuse a whole message over one of Unicode's noncharacters, D-Bus itself only over a zero.
+static bool canBeCarried(uint codePoint)
+{
+    const bool isNoncharacter = (codePoint >= 0xfdd0 && codePoint <= 0xfdef) || (codePoint & 0xfffe) == 0xfffe;
+    return codePoint != 0 && !isNoncharacter;
+}
+
+// The length in units of the character at i if it can be carried, else 0.
+static int carriableLength(const QString &text, int i)
 {
     const QChar c = text.at(i);
-    if (c.isHighSurrogate())
-        return i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
-    if (c.isLowSurrogate())
-        return i > 0 && text.at(i - 1).isHighSurrogate();
-    return c.unicode() != 0 && c.unicode() < 0xfffe;
+    if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
+        return canBeCarried(QChar::surrogateToUcs4(c, text.at(i + 1))) ? 2 : 0;
+    return !c.isHighSurrogate() && !c.isLowSurrogate() && canBeCarried(c.unicode()) ? 1 : 0;
 }
 
 QString carriable(const QString &text)
 {
     QString result;
     result.reserve(text.size());
-    for (int i = 0; i < text.size(); ++i) {
-        if (canBeCarried(text, i))
-            result += text.at(i);
+    for (int i = 0; i < text.size();) {
+        const int length = carriableLength(text, i);
+        result.append(text.constData() + i, length);
+        i += qMax(1, length);
     }
     return result;
 }

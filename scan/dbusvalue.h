@@ -9,7 +9,7 @@ namespace dbusvalue
 
 // The object without the entries that the bus cannot carry: nulls, and lists and objects nested so deeply that the
 // bus would drop the connection. Such elements of lists are left out too; zero characters, surrogates without their
-// other half, U+FFFE and U+FFFF are left out of texts.
+// other half and Unicode's noncharacters (U+FFFE, U+FFFF, ...) are left out of texts.
 QVariantMap carriable(const QVariantMap &object);
 
 // The text without the characters that a D-Bus string cannot hold.

@@ -5,6 +5,11 @@
 
 #include <limits>
 
+// Parsed announcements can take forty times the memory of their text, so only so many bytes of it are kept parsed.
+static const int maximalParsedSize = 4 * 1024 * 1024;
+
+int ZorvDevice::s_parsedSize = 0;
+
 // QVariant's own text of a double differs between versions of Qt; this is the one with up to 15 digits.
 static QString textOf(const QVariant &value)
 {
@@ -13,32 +18,33 @@ static QString textOf(const QVariant &value)
     return value.toString();
 }
 
-static QVariant lookUp(const QVariant &root, const QString &path);
+static QVariant lookUp(const QVariant &root, const QString &path, int begin);
 
-static QVariantList lookUpInEach(const QVariantList &list, const QString &path)
+static QVariantList lookUpInEach(const QVariantList &list, const QString &path, int begin)
 {
     QVariantList results;
     for (int i = 0; i < list.size(); ++i)
-        results.append(lookUp(list.at(i), path));
+        results.append(lookUp(list.at(i), path, begin));
     return results;
 }
 
-// The path is walked key by key, not split at once: a long one costs no more than the values it leads to.
-static QVariant lookUp(const QVariant &root, const QString &path)
+// Looks up what stands in the path from begin on. The path comes from any local program and is followed through as many
+// values as the announcement holds, so no part of it is ever copied.
+static QVariant lookUp(const QVariant &root, const QString &path, int begin)
 {
     QVariant current = root;
-    int begin = 0;
-    while (begin <= path.size()) {
-        const int slash = path.indexOf(QLatin1Char('/'), begin);
-        const int end = slash == -1 ? path.size() : slash;
-        const QString key = path.mid(begin, end - begin);
-        if (current.userType() == QMetaType::QVariantMap && !current.toMap().isEmpty())
-            current = current.toMap().value(key);
-        else if (current.userType() == QMetaType::QVariantList && !current.toList().isEmpty())
-            return lookUpInEach(current.toList(), path.mid(path.indexOf(key)));
-        else
+    for (int keyBegin = begin; keyBegin <= path.size();) {
+        const bool isObject = current.userType() == QMetaType::QVariantMap && !current.toMap().isEmpty();
+        const bool isList = current.userType() == QMetaType::QVariantList && !current.toList().isEmpty();
+        if (!isObject && !isList)
             return QVariant();
-        begin = end + 1;
+        const int slash = path.indexOf(QLatin1Char('/'), keyBegin);
+        const int keyEnd = slash == -1 ? path.size() : slash;
+        const QString key = QString::fromRawData(path.constData() + keyBegin, keyEnd - keyBegin);
+        if (isList)
+            return lookUpInEach(current.toList(), path, path.indexOf(key, begin));
+        current = current.toMap().value(key);
+        keyBegin = keyEnd + 1;
     }
     return current;
 }
@@ -54,31 +60,35 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
     , m_raw(json)
     , m_lastSeen(QDateTime::currentDateTime())
     , m_expiration(defaultExpiration)
-    , m_parseAttempted(false)
+    , m_isMalformed(false)
 {
     setObjectName(uuid);
     JsonReader reader;
     bool isWholeNumber = false;
     int announced = 0;
     if (reader.parse(json))
-        announced = textOf(lookUp(reader.result(), QLatin1String("params/expiration"))).toInt(&isWholeNumber, 10);
+        announced = textOf(lookUp(reader.result(), QLatin1String("params/expiration"), 0)).toInt(&isWholeNumber, 10);
     if (isWholeNumber)
         m_expiration = threeTimes(announced);
     else
         deleteLater();
 }
 
-void ZorvDevice::update(const QByteArray &json)
+ZorvDevice::~ZorvDevice()
 {
-    m_raw = json;
-    m_lastSeen = QDateTime::currentDateTime();
     forgetParsed();
 }
 
-void ZorvDevice::forgetParsed()
+void ZorvDevice::update(const QByteArray &json)
 {
-    m_parsed.clear();
-    m_parseAttempted = false;
+    forgetParsed();
+    m_raw = json;
+    touch();
+}
+
+void ZorvDevice::touch()
+{
+    m_lastSeen = QDateTime::currentDateTime();
 }
 
 void ZorvDevice::checkExpired()
@@ -87,47 +97,52 @@ void ZorvDevice::checkExpired()
         deleteLater();
 }
 
-// An announcement that does not parse is not tried again before the next one comes.
-void ZorvDevice::parseOnce()
+// Parsed once, as far as there is room to keep it. What does not parse is not tried again before the next announcement.
+QVariantMap ZorvDevice::parsed()
 {
-    if (m_parseAttempted)
-        return;
-    m_parseAttempted = true;
+    if (!m_parsed.isEmpty() || m_isMalformed)
+        return m_parsed;
     JsonReader reader;
-    if (reader.parse(m_raw))
-        m_parsed = reader.result().toMap();
+    m_isMalformed = !reader.parse(m_raw);
+    const QVariantMap announcement = reader.result().toMap();
+    if (!announcement.isEmpty() && s_parsedSize + m_raw.size() <= maximalParsedSize) {
+        m_parsed = announcement;
+        s_parsedSize += m_raw.size();
+    }
+    return announcement;
+}
+
+void ZorvDevice::forgetParsed()
+{
+    if (!m_parsed.isEmpty())
+        s_parsedSize -= m_raw.size();
+    m_parsed.clear();
+    m_isMalformed = false;
 }
 
 QVariant ZorvDevice::value(const QString &path)
 {
-    parseOnce();
-    return lookUp(m_parsed, path);
-}
-
-QString ZorvDevice::text(const QString &path)
-{
-    return textOf(value(path));
-}
-
-QString ZorvDevice::familyType()
-{
-    return text(QLatin1String("params/device/familyType"));
+    // Each key of the path would have to stand in the announcement.
+    if (path.size() > m_raw.size())
+        return QVariant();
+    return lookUp(parsed(), path, 0);
 }
 
 QVariantMap ZorvDevice::summary()
 {
-    QVariantMap summary = value(QLatin1String("params/netSettings/interface")).toMap();
+    const QVariantMap announcement = parsed();
+    QVariantMap summary = lookUp(announcement, QLatin1String("params/netSettings/interface"), 0).toMap();
     summary.insert(QLatin1String("uuid"), objectName());
-    summary.insert(QLatin1String("name"), text(QLatin1String("params/device/name")));
-    summary.insert(QLatin1String("version"), text(QLatin1String("params/device/firmwareVersion")));
-    summary.insert(QLatin1String("type"), text(QLatin1String("params/device/type")));
-    summary.insert(QLatin1String("familyType"), familyType());
+    summary.insert(QLatin1String("name"), textOf(lookUp(announcement, QLatin1String("params/device/name"), 0)));
+    summary.insert(QLatin1String("version"), textOf(lookUp(announcement, QLatin1String("params/device/firmwareVersion"), 0)));
+    summary.insert(QLatin1String("type"), textOf(lookUp(announcement, QLatin1String("params/device/type"), 0)));
+    summary.insert(QLatin1String("familyType"), textOf(lookUp(announcement, QLatin1String("params/device/familyType"), 0)));
     return dbusvalue::carriable(summary);
 }
 
 QString ZorvDevice::jsonValue(const QString &path)
 {
-    return text(path);
+    return dbusvalue::carriable(textOf(value(path)));
 }
 
 QString ZorvDevice::rawJson() const

@@ -19,47 +19,43 @@ public:
     // its expiration. defaultExpiration is in seconds.
     ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
 
+    ~ZorvDevice();
+
     // The device announced itself again. The expiration stays that of the first announcement.
     void update(const QByteArray &json);
 
+    // The device announced itself again, but the last announcement stays.
+    void touch();
+
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();
-
-    // The length of the last announcement, in bytes.
-    int size() const { return m_raw.size(); }
 
     // The value at a path of keys separated by slashes. A path that leads through a list gives the list of what
     // the path's remainder, from the first place on where the path has the current key, finds in each element.
     // Invalid where there is no such value.
     QVariant value(const QString &path);
 
-    // The same as a text: empty for what has none.
-    QString text(const QString &path);
-
-    QString familyType();
-
     // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.
     // What the bus cannot carry is left out (dbusvalue.h).
     QVariantMap summary();
 
-    // The parsed announcement is kept from the first look-up on; true when it is there.
-    bool isParsed() const { return !m_parsed.isEmpty(); }
-    // Gives its memory back until the next look-up.
-    void forgetParsed();
-
 public slots:
+    // The text of the value at a path: empty for what has none.
     QString jsonValue(const QString &path);
     // The announcement as it came, up to its first zero byte.
     QString rawJson() const;
 
 private:
-    void parseOnce();
+    QVariantMap parsed();
+    void forgetParsed();
+
+    static int s_parsedSize; // bytes of all announcements whose parsed form is kept
 
     QByteArray m_raw;
     QDateTime m_lastSeen; // local time
     int m_expiration; // seconds
     QVariantMap m_parsed; // empty until asked for
-    bool m_parseAttempted;
+    bool m_isMalformed; // the last announcement was found not to parse
 };
 
 #endif

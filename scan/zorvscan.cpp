@@ -21,12 +21,11 @@ static const char ownFamily[] = "Kelta";
 // but the time a datagram takes.
 static const int maximalConnections = 16;
 
+static const int maximalDatagramSize = 65536; // bytes
 static const int maximalDevices = 20000;
 static const int maximalRegistrySize = 32 * 1024 * 1024;
+static const int alwaysAcceptedSize = 2048; // bytes of one announcement of a known device
 static const qint64 fullWarningPeriod = 60 * 60 * 1000; // ms
-
-// Parsed announcements are kept up to this much text: they can take forty times the memory of it.
-static const int maximalParsedSize = 4 * 1024 * 1024;
 
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;
@@ -52,7 +51,8 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
 // The children leave while their index still exists.
 ZorvScan::~ZorvScan()
 {
-    qDeleteAll(m_devices.values());
+    const QObjectList all = children();
+    qDeleteAll(all);
 }
 
 void ZorvScan::subscribeToConnman()
@@ -157,28 +157,23 @@ void ZorvScan::timerEvent(QTimerEvent *)
 
 void ZorvScan::checkDevices()
 {
-    m_registrySize = 0;
-    int parsedSize = 0;
     const QObjectList snapshot = children();
     for (int i = 0; i < snapshot.size(); ++i) {
-        ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i));
-        if (!device)
-            continue;
-        device->checkExpired();
-        m_registrySize += device->size();
-        if (device->isParsed() && (parsedSize += device->size()) > maximalParsedSize)
-            device->forgetParsed();
+        if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
+            device->checkExpired();
     }
 }
 
+// Reads even when nothing seems to be there: after a damaged datagram Qt reports no other one before somebody reads.
 bool ZorvScan::receive()
 {
-    const qint64 size = m_socket->pendingDatagramSize();
-    if (size < 0)
-        return false;
+    const int size = int(m_socket->pendingDatagramSize());
     // A new array each time: the registry keeps the old one.
-    m_received = QByteArray(int(size), Qt::Uninitialized);
-    return m_socket->readDatagram(m_received.data(), size) == size;
+    m_received = QByteArray(size < 0 ? maximalDatagramSize : size, Qt::Uninitialized);
+    const int received = int(m_socket->readDatagram(m_received.data(), m_received.size()));
+    if (size < 0)
+        m_received = m_received.left(qMax(0, received));
+    return received == m_received.size();
 }
 
 void ZorvScan::pendingDatagrams()
@@ -192,23 +187,34 @@ void ZorvScan::pendingDatagrams()
 
 void ZorvScan::refresh(const QString &uuid)
 {
-    if (ZorvDevice *device = m_devices.value(uuid)) {
-        if (takeRoom(m_received.size() - device->size()))
-            device->update(m_received);
-    } else if (m_devices.size() < maximalDevices && takeRoom(m_received.size())) {
-        m_devices.insert(uuid, new ZorvDevice(uuid, m_received, m_interval, this));
-    } else {
+    const QHash<QString, Entry>::iterator known = m_devices.find(uuid);
+    if (known != m_devices.end())
+        refreshKnown(&known.value());
+    else if (m_devices.size() < maximalDevices && m_registrySize + m_received.size() <= maximalRegistrySize)
+        add(uuid);
+    else
         warnOfFullRegistry();
-    }
 }
 
-// What does not grow always has room.
-bool ZorvScan::takeRoom(int bytes)
+void ZorvScan::add(const QString &uuid)
 {
-    if (bytes > 0 && m_registrySize + bytes > maximalRegistrySize)
-        return false;
-    m_registrySize += bytes;
-    return true;
+    const Entry entry = { new ZorvDevice(uuid, m_received, m_interval, this), m_received.size() };
+    m_devices.insert(uuid, entry);
+    m_registrySize += entry.size;
+}
+
+// A known device never expires for want of room, at the worst its last announcement stays.
+void ZorvScan::refreshKnown(Entry *entry)
+{
+    const int size = m_received.size();
+    if (size > qMax(entry->size, alwaysAcceptedSize) && m_registrySize + size - entry->size > maximalRegistrySize) {
+        entry->device->touch();
+        warnOfFullRegistry();
+        return;
+    }
+    entry->device->update(m_received);
+    m_registrySize += size - entry->size;
+    entry->size = size;
 }
 
 void ZorvScan::warnOfFullRegistry()
@@ -222,36 +228,30 @@ void ZorvScan::warnOfFullRegistry()
 // The child that leaves is being destroyed and no ZorvDevice any more, but still has its name.
 void ZorvScan::childEvent(QChildEvent *event)
 {
-    if (event->removed() && m_devices.value(event->child()->objectName()) == event->child())
-        m_devices.remove(event->child()->objectName());
-}
-
-// Nothing more is added once the reply is full.
-static void appendSummary(QVariantList *summaries, int *replySize, ZorvDevice *device)
-{
-    if (*replySize > maximalReplySize)
+    if (!event->removed())
         return;
-    const QVariantMap summary = device->summary();
-    *replySize += dbusvalue::marshalledSize(summary);
-    if (*replySize <= maximalReplySize)
-        summaries->append(summary);
+    const QHash<QString, Entry>::iterator left = m_devices.find(event->child()->objectName());
+    if (left == m_devices.end() || left.value().device != event->child())
+        return;
+    m_registrySize -= left.value().size;
+    m_devices.erase(left);
 }
 
 QVariantList ZorvScan::allChilds(const QString &type)
 {
     QVariantList summaries;
     int replySize = 0;
-    int parsedSize = 0;
     const QObjectList &all = children();
-    for (int i = 0; i < all.size(); ++i) {
+    for (int i = 0; i < all.size() && replySize <= maximalReplySize; ++i) {
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
         if (!device)
             continue;
-        if (type.isEmpty() || device->familyType() == type)
-            appendSummary(&summaries, &replySize, device);
-        parsedSize += device->size();
-        if (parsedSize > maximalParsedSize)
-            device->forgetParsed();
+        const QVariantMap summary = device->summary();
+        if (!type.isEmpty() && summary.value(QLatin1String("familyType")).toString() != type)
+            continue;
+        replySize += dbusvalue::marshalledSize(summary);
+        if (replySize <= maximalReplySize)
+            summaries.append(summary);
     }
     return summaries;
 }

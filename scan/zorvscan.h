@@ -57,12 +57,19 @@ protected:
     void childEvent(QChildEvent *event) override;
 
 private:
+    struct Entry
+    {
+        ZorvDevice *device;
+        int size; // bytes of its announcement
+    };
+
     void subscribeToConnman();
     bool bindPort();
     bool joinGroup();
     bool receive();
     void refresh(const QString &uuid);
-    bool takeRoom(int bytes);
+    void add(const QString &uuid);
+    void refreshKnown(Entry *entry);
     void warnOfFullRegistry();
     void checkDevices();
 
@@ -75,8 +82,8 @@ private:
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
-    QHash<QString, ZorvDevice *> m_devices; // the children that are devices, by uuid
-    int m_registrySize; // bytes of all announcements kept; those of devices that left count until the next tick
+    QHash<QString, Entry> m_devices; // the children that are devices, by uuid
+    int m_registrySize; // bytes of all announcements kept
     QElapsedTimer m_sinceFullWarning;
 };
 

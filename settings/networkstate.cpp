@@ -13,14 +13,12 @@
 #include <QtDBus/QDBusPendingReply>
 #include <QtNetwork/QNetworkInterface>
 
-using kelta::FwConfigGlobals;
-
 static QDBusPendingReply<QVariantMap> askForNetworkConfiguration()
 {
-    QDBusMessage getAll = QDBusMessage::createMethodCall(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::FW_NETWORK_PATH,
+    QDBusMessage getAll = QDBusMessage::createMethodCall(kelta::FwConfigGlobals::SERVICE_PATH_NAME, kelta::FwConfigGlobals::FW_NETWORK_PATH,
         QLatin1String("org.freedesktop.DBus.Properties"), QLatin1String("GetAll"));
     // Meant: two arguments, where the standard has one. The configuration service answers only to both.
-    getAll << FwConfigGlobals::FW_NETWORK_INTERFACE << QString::fromLatin1("local.NetworkInterface");
+    getAll << kelta::FwConfigGlobals::FW_NETWORK_INTERFACE << QString::fromLatin1("local.NetworkInterface");
     return QDBusConnection::systemBus().call(getAll);
 }
 
@@ -73,7 +71,7 @@ void UpnpSettings::applyNetworkConfiguration(const QVariantMap &configuration)
 
 void UpnpSettings::serviceAvail(const QString &service)
 {
-    if (service == FwConfigGlobals::SERVICE_PATH_NAME)
+    if (service == kelta::FwConfigGlobals::SERVICE_PATH_NAME)
         configureIp();
 }
 

@@ -14,12 +14,10 @@
 #include <QtDBus/QDBusPendingReply>
 #include <QtNetwork/QNetworkInterface>
 
-using kelta::FwConfigGlobals;
-using kelta::SysCfgMgrGlobals;
-
 static const char hostnameFile[] = "/proc/sys/kernel/hostname";
 static const char kernelUuidFile[] = "/proc/sys/kernel/random/uuid";
 static const char uuidVariable[] = "UUID";
+static const int serialNumberType = 2; // among the types of system information
 
 static QByteArray local8BitUpToNul(const QString &text)
 {
@@ -52,12 +50,12 @@ UpnpSettings::UpnpSettings(const QByteArray &manufacturerName, const QByteArray 
     , serviceWatcher(this)
 {
     connect(&serviceWatcher, SIGNAL(serviceAvail(QString)), this, SLOT(serviceAvail(QString)));
-    serviceWatcher.startListening(QStringList() << FwConfigGlobals::SERVICE_PATH_NAME << QLatin1String("net.connman"));
+    serviceWatcher.startListening(QStringList() << kelta::FwConfigGlobals::SERVICE_PATH_NAME << QLatin1String("net.connman"));
     connect(&hostnameWatcher, SIGNAL(fileChanged(QString)), this, SLOT(hostnameChanged()));
     modelNameLower = modelName.toLower();
 
     // The UUID is asked for first and waited for last, so that the other answers come meanwhile.
-    BareboxConfigProxy bootloader(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::SYSTEMVARIABLES_PATH,
+    BareboxConfigProxy bootloader(kelta::FwConfigGlobals::SERVICE_PATH_NAME, kelta::FwConfigGlobals::SYSTEMVARIABLES_PATH,
         QDBusConnection::systemBus(), nullptr);
     QDBusPendingReply<QString> storedUuid = bootloader.get(QLatin1String(uuidVariable));
     readVersion();
@@ -74,7 +72,7 @@ UpnpSettings::UpnpSettings(const QByteArray &manufacturerName, const QByteArray 
 
 void UpnpSettings::readVersion()
 {
-    const FwVersionProxy version(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::FW_VERSION_PATH,
+    const FwVersionProxy version(kelta::FwConfigGlobals::SERVICE_PATH_NAME, kelta::FwConfigGlobals::FW_VERSION_PATH,
         QDBusConnection::systemBus(), nullptr);
     if (!version.isValid())
         return;
@@ -84,11 +82,11 @@ void UpnpSettings::readVersion()
 
 void UpnpSettings::readSerial()
 {
-    SystemConstantsProxy constants(FwConfigGlobals::SERVICE_PATH_NAME, FwConfigGlobals::SYSTEMCONSTANTS_PATH,
+    SystemConstantsProxy constants(kelta::FwConfigGlobals::SERVICE_PATH_NAME, kelta::FwConfigGlobals::SYSTEMCONSTANTS_PATH,
         QDBusConnection::systemBus(), nullptr);
     if (!constants.isValid())
         return;
-    QDBusPendingReply<QString> reply = constants.get(SysCfgMgrGlobals::SYSINFOTYPE_STR[SysCfgMgrGlobals::SYSINFOTYPE_SERIALNUMBER]);
+    QDBusPendingReply<QString> reply = constants.get(kelta::SysCfgMgrGlobals::SYSINFOTYPE_STR[serialNumberType]);
     reply.waitForFinished();
     if (reply.isValid())
         serial = local8BitUpToNul(reply.value());

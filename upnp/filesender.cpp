@@ -9,11 +9,10 @@
 #include <unistd.h>
 
 // Sends what the socket takes. True while more is to be sent later.
-static bool sendSome(int socketDescriptor, const QFile &file, off_t *offset)
+static bool sendSome(int socketDescriptor, const QFile &file, off_t *offset, off_t size)
 {
-    const off_t size = file.size();
     while (*offset < size) {
-        const ssize_t sent = sendfile(socketDescriptor, file.handle(), offset, size_t(size));
+        const ssize_t sent = sendfile(socketDescriptor, file.handle(), offset, size_t(size - *offset));
         if (sent > 0 || (sent == -1 && errno == EINTR))
             continue;
         return sent == -1 && errno == EAGAIN;
@@ -21,21 +20,21 @@ static bool sendSome(int socketDescriptor, const QFile &file, off_t *offset)
     return false;
 }
 
-void FileSender::send(int socketDescriptor, QFile *file, QObject *parent)
+void FileSender::send(int socketDescriptor, const QSharedPointer<QFile> &file, off_t size, QObject *parent)
 {
-    QScopedPointer<QFile> owned(file);
     off_t offset = 0;
-    if (!sendSome(socketDescriptor, *owned, &offset))
+    if (!sendSome(socketDescriptor, *file, &offset, size))
         return;
     const int duplicate = fcntl(socketDescriptor, F_DUPFD_CLOEXEC, 0);
     if (duplicate != -1)
-        new FileSender(duplicate, owned.take(), offset, parent);
+        new FileSender(duplicate, file, offset, size, parent);
 }
 
-FileSender::FileSender(int socketDescriptor, QFile *file, off_t offset, QObject *parent)
+FileSender::FileSender(int socketDescriptor, const QSharedPointer<QFile> &file, off_t offset, off_t size, QObject *parent)
     : QObject(parent)
     , m_file(file)
     , m_offset(offset)
+    , m_size(size)
     , m_descriptor(socketDescriptor)
     , m_writable(new QSocketNotifier(socketDescriptor, QSocketNotifier::Write, this))
 {
@@ -50,7 +49,7 @@ FileSender::~FileSender()
 
 void FileSender::sendMore()
 {
-    if (sendSome(m_descriptor, *m_file, &m_offset))
+    if (sendSome(m_descriptor, *m_file, &m_offset, m_size))
         return;
     m_writable->setEnabled(false);
     deleteLater();

@@ -2,7 +2,7 @@
 #define FILESENDER_H
 
 #include <QtCore/QObject>
-#include <QtCore/QScopedPointer>
+#include <QtCore/QSharedPointer>
 
 #include <sys/types.h>
 
@@ -16,10 +16,10 @@ class FileSender : public QObject
     Q_OBJECT
 
 public:
-    // Sends the open file, of which it becomes the owner, from its beginning. What the socket does not take at
-    // once follows later, through a duplicate of its descriptor: the caller may close its own at any time.
+    // Sends the first size bytes of the open file. What the socket does not take at once follows later, through a
+    // duplicate of its descriptor: the caller may close its own at any time.
     // Sending ends early when the connection is gone or the file has become shorter.
-    static void send(int socketDescriptor, QFile *file, QObject *parent);
+    static void send(int socketDescriptor, const QSharedPointer<QFile> &file, off_t size, QObject *parent);
 
     ~FileSender();
 
@@ -27,10 +27,11 @@ private slots:
     void sendMore();
 
 private:
-    FileSender(int socketDescriptor, QFile *file, off_t offset, QObject *parent);
+    FileSender(int socketDescriptor, const QSharedPointer<QFile> &file, off_t offset, off_t size, QObject *parent);
 
-    QScopedPointer<QFile> m_file;
+    QSharedPointer<QFile> m_file;
     off_t m_offset;
+    off_t m_size;
     int m_descriptor;
     QSocketNotifier *m_writable;
 };

@@ -1,9 +1,16 @@
 #include "httpconnection.h"
 
+int HttpConnection::s_kept = 0;
+
 HttpConnection::HttpConnection(QObject *parent)
     : QTcpSocket(parent)
 {
     setReadBufferSize(maximalReadAhead);
+}
+
+HttpConnection::~HttpConnection()
+{
+    takeKept();
 }
 
 bool HttpConnection::takeLine(QByteArray *line)
@@ -14,15 +21,25 @@ bool HttpConnection::takeLine(QByteArray *line)
         return false;
     }
     keep(readLine());
-    *line = m_lineBeginning;
-    m_lineBeginning = QByteArray();
+    *line = takeKept();
     return true;
 }
 
 void HttpConnection::keep(const QByteArray &piece)
 {
+    const int limit = s_kept > maximalKept ? int(minimalLineLength) : int(maximalLineLength);
+    const int room = qBound(0, limit - m_lineBeginning.size(), piece.size());
     if (m_lineBeginning.isEmpty())
-        m_lineBeginning = piece;
+        m_lineBeginning = piece.left(room);
     else
-        m_lineBeginning += piece.left(maximalLineLength - m_lineBeginning.size());
+        m_lineBeginning.append(piece.constData(), room);
+    s_kept += room;
+}
+
+QByteArray HttpConnection::takeKept()
+{
+    const QByteArray kept = m_lineBeginning;
+    m_lineBeginning = QByteArray();
+    s_kept -= kept.size();
+    return kept;
 }

@@ -5,7 +5,7 @@
 #include <QtCore/QDateTime>
 
 // What the description server reads and writes: the little of HTTP/1.1 (RFC 2616) that it needs. Its departures
-// from the standard are on the wire of devices in the field, are meant, and are held by tst_httpmessages.
+// from the standard are meant and are held by tst_httpmessages.
 namespace http
 {
 

@@ -7,8 +7,8 @@
 #include <functional>
 
 // The datagrams of the Simple Service Discovery Protocol (UPnP Device Architecture 1.0, section 1) as this device
-// writes them. They depart from the standard in spacing, header names and dates; every departure is on the wire
-// of devices in the field, is meant, and is held byte by byte by tst_ssdpmessages.
+// writes them. They depart from the standard in spacing, header names and dates; every departure is meant
+// and is held byte by byte by tst_ssdpmessages.
 //
 // All texts are 8-bit and are copied as they are; an empty value leaves its place empty.
 namespace ssdp

@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static const char descriptionPath[] = "/rootDesc.xml";
@@ -73,18 +74,18 @@ void UpnpHttp::acceptConnections()
         const int descriptor = accept4(int(socketDescriptor()), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (descriptor == -1) {
             if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR)
-                pauseAccepting();
+                stopAccepting();
             return;
         }
         incomingConnection(descriptor);
         if (isNearTheLimit(descriptor)) {
-            pauseAccepting();
+            stopAccepting();
             return;
         }
     }
 }
 
-void UpnpHttp::pauseAccepting()
+void UpnpHttp::stopAccepting()
 {
     m_acceptable->setEnabled(false);
     m_retryTimer.start(acceptRetryPeriod, this);
@@ -159,15 +160,37 @@ void UpnpHttp::sendDescription(QTcpSocket *socket)
 
 void UpnpHttp::sendIcon(QTcpSocket *socket)
 {
-    QScopedPointer<QFile> icon(new QFile(QLatin1String(iconFile)));
-    if (!icon->open(QIODevice::ReadOnly)) {
+    const QSharedPointer<QFile> icon = openIcon();
+    if (!icon) {
         sendAndClose(socket, http::iconNotFound());
         return;
     }
-    socket->write(http::iconHeader(icon->size(), settings->getServerHeader(), QDateTime::currentDateTime()));
+    const qint64 size = icon->size();
+    socket->write(http::iconHeader(size, settings->getServerHeader(), QDateTime::currentDateTime()));
     socket->flush();
-    FileSender::send(int(socket->socketDescriptor()), icon.take(), this);
+    FileSender::send(int(socket->socketDescriptor()), icon, size, this);
     socket->close();
+}
+
+static bool isSameFile(const QFile &a, const QFile &b)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return fstat(a.handle(), &first) == 0 && fstat(b.handle(), &second) == 0
+        && first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+// Peers that read the same file at the same time share a descriptor of it: there may be as many as descriptors.
+QSharedPointer<QFile> UpnpHttp::openIcon()
+{
+    const QSharedPointer<QFile> icon(new QFile(QLatin1String(iconFile)));
+    if (!icon->open(QIODevice::ReadOnly))
+        return QSharedPointer<QFile>();
+    const QSharedPointer<QFile> shared = m_icon.toStrongRef();
+    if (shared && isSameFile(*shared, *icon))
+        return shared;
+    m_icon = icon;
+    return icon;
 }
 
 void UpnpHttp::sendAndClose(QTcpSocket *socket, const QByteArray &answer)

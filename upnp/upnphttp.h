@@ -5,8 +5,10 @@
 
 #include <QtCore/QBasicTimer>
 #include <QtCore/QScopedPointer>
+#include <QtCore/QSharedPointer>
 #include <QtNetwork/QTcpServer>
 
+class QFile;
 class QSocketNotifier;
 class QTcpSocket;
 class UpnpSettings;
@@ -37,14 +39,16 @@ private slots:
 
 private:
     void takeOverAccepting();
-    void pauseAccepting();
+    void stopAccepting();
     void tryAcceptingAgain();
     void sendDescription(QTcpSocket *socket);
     void sendIcon(QTcpSocket *socket);
+    QSharedPointer<QFile> openIcon();
     void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
 
     UpnpSettings *settings;
     QScopedPointer<QSocketNotifier> m_acceptable;
+    QWeakPointer<QFile> m_icon; // there while peers are reading it
     QBasicTimer m_retryTimer; // runs while accepting is paused
 };
 

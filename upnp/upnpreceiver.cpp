@@ -101,8 +101,7 @@ void UpnpReceiver::sendByeBye()
 void UpnpReceiver::processDatagrams()
 {
     for (int i = 0; i < maximalDatagramsPerPass && udpSocket->hasPendingDatagrams(); ++i) {
-        QByteArray datagram;
-        datagram.resize(int(qMax(qint64(0), udpSocket->pendingDatagramSize())));
+        QByteArray datagram(int(qMax(qint64(0), udpSocket->pendingDatagramSize())), '\0');
         QHostAddress requester;
         quint16 port = 0;
         udpSocket->readDatagram(datagram.data(), datagram.size(), &requester, &port);

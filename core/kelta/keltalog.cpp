@@ -99,6 +99,7 @@ void Keltalog::write(QtMsgType type, const char *text)
     line += m_ident;
     line += ": ";
     line += text;
+    const QMutexLocker locker(&m_mutex);
     m_socket.send(line);
 }
 

@@ -4,6 +4,7 @@
 #include "syslogsocket.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QMutex>
 #include <QtCore/QString>
 
 namespace kelta
@@ -41,6 +42,7 @@ private:
     static void receiveQtMessage(QtMsgType type, const char *text);
     void write(QtMsgType type, const char *text);
 
+    QMutex m_mutex; // QtDBus writes messages from a thread of its own
     SyslogSocket m_socket;
     QByteArray m_ident;
     int m_facility;

@@ -9,7 +9,6 @@ namespace kelta
 struct SysCfgMgrGlobals
 {
     enum { SYSINFOTYPE_COUNT = 24 };
-    enum { SYSINFOTYPE_SERIALNUMBER = 2 };
 
     // Names of the device's system-information items, by type number: the keys of the system-constants service.
     static const QString SYSINFOTYPE_STR[SYSINFOTYPE_COUNT];

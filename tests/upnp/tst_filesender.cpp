@@ -46,12 +46,13 @@ private slots:
     void sendingEndsWhenTheReaderIsGone();
     void readerThatWasGoneBeforeIsNoMatter();
     void sendingEndsWhenTheFileBecomesShorter();
+    void fileThatGrowsIsSentAsLongAsItWas();
     void sendingEndsWithItsParent();
 
 private:
     // An open file with this content; it has no name, so that nothing stays behind.
     QFile *fileOf(const QByteArray &content);
-    void send(QFile *file) { FileSender::send(m_sender, file, m_parent.data()); }
+    void send(QFile *file) { FileSender::send(m_sender, QSharedPointer<QFile>(file), file->size(), m_parent.data()); }
     int sendersAtWork() const { return m_parent->findChildren<FileSender *>().size(); }
     void closeSender();
     void closeReader();
@@ -212,6 +213,17 @@ void TestFileSender::sendingEndsWhenTheFileBecomesShorter()
     QVERIFY(received.size() < large);
     QVERIFY(received.left(65536) == differentBytes(65536));
     QVERIFY(waitFor([this] { return sendersAtWork() == 0; }));
+}
+
+void TestFileSender::fileThatGrowsIsSentAsLongAsItWas()
+{
+    const QByteArray content = differentBytes(large);
+    QFile *file = fileOf(content);
+    send(file);
+    QCOMPARE(sendersAtWork(), 1);
+    QVERIFY(file->resize(2 * content.size()));
+    closeSender();
+    QVERIFY(readToEnd() == content);
 }
 
 void TestFileSender::sendingEndsWithItsParent()
