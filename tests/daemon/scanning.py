@@ -11,15 +11,16 @@ SERIAL = "KM-2044817"
 GROUP = "239.255.77.76"
 PORT = 31416
 
-ETHERNET = {"name": "eth0", "type": "ethernet", "ipv4": [{"address": "10.77.0.3", "netmask": "255.255.255.0"}], "ipv6": [],
-            "configurationMethod": "static"}
+ETHERNET = {"name": "eth0", "type": "ethernet", "ipv4": [{"address": "10.77.0.3", "netmask": "255.255.255.0"}],
+            "ipv6": [], "configurationMethod": "static"}
 
 
 def announcing(uuid: str, expiration=22, family: str = "Kelta", interface=None, name: str = "other", raw: str = None) -> bytes:
     """Another device's announcement. `raw` is JSON text in place of the interface object."""
     text = json.dumps({"jsonrpc": "2.0", "method": "announce", "params": {
         "apiVersion": "1.0",
-        "device": {"name": name, "uuid": uuid, "type": f"{family} CODESYS", "familyType": family, "firmwareVersion": "2.0.1"},
+        "device": {"name": name, "uuid": uuid, "type": f"{family} CODESYS", "familyType": family,
+                   "firmwareVersion": "2.0.1"},
         "netSettings": {"interface": "INTERFACE" if raw is not None else ETHERNET if interface is None else interface},
         "expiration": expiration}}, separators=(",", ":"))
     return text.replace('"INTERFACE"', raw).encode() if raw is not None else text.encode()

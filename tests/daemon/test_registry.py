@@ -6,8 +6,8 @@ import xml.etree.ElementTree
 
 import pytest
 
-from scanning import (ETHERNET, GROUP, PORT, SCAN, SERIAL, announcing, child, everything_so_far, is_alive, scan, summaries,
-                      wait_for_device)
+from scanning import (ETHERNET, GROUP, PORT, SCAN, SERIAL, announcing, child, everything_so_far, is_alive, scan,
+                      summaries, wait_for_device)
 from simdevice.device import default_program
 from simdevice.waiting import wait_for
 from wirebytes import expected_message
@@ -23,7 +23,8 @@ def introspect(device, path: str) -> xml.etree.ElementTree.Element:
 def methods_of(node, interface: str) -> list:
     found = [one for one in node.findall("interface") if one.get("name") == interface]
     assert len(found) == 1, [one.get("name") for one in node.findall("interface")]
-    return [(method.get("name"), [(arg.get("direction", "in"), arg.get("type"), arg.get("name", "")) for arg in method.findall("arg")])
+    return [(method.get("name"), [(arg.get("direction", "in"), arg.get("type"), arg.get("name", ""))
+                                  for arg in method.findall("arg")])
             for method in found[0].findall("method")]
 
 
@@ -43,11 +44,12 @@ def test_each_summary_has_the_device_name_and_not_the_interface_name(device, pee
 
 
 def test_everything_in_the_interface_object_comes_along(device, peer):
-    more = {**ETHERNET, "uuid": "x", "version": 1, "familyType": [1], "speed": 1000, "load": 0.5, "up": True, "note": "é",
-            "list": [1, "two", [3]], "object": {"a": {"b": 1}}, "": "empty", "large": 2 ** 62}
+    more = {**ETHERNET, "uuid": "x", "version": 1, "familyType": [1], "speed": 1000, "load": 0.5, "up": True,
+            "note": "é", "list": [1, "two", [3]], "object": {"a": {"b": 1}}, "": "empty", "large": 2 ** 62}
     peer.announce(announcing("A", interface=more))
     got = wait_for_device(device, "A")
-    assert got == {**more, "uuid": "A", "name": "other", "version": "2.0.1", "type": "Kelta CODESYS", "familyType": "Kelta"}
+    assert got == {**more, "uuid": "A", "name": "other", "version": "2.0.1", "type": "Kelta CODESYS",
+                   "familyType": "Kelta"}
 
 
 @pytest.mark.parametrize("interface", ["{}", "[]", '"eth0"', "5", "null", "[{\"ipv4\":[]}]"])
@@ -139,9 +141,10 @@ def check_interfaces(device) -> None:
     node = introspect(device, SCAN)
     methods = methods_of(node, "local.ZorvScan")
     assert [name for name, _ in methods] == [
-        "setupMulticast", "sendAnnouncement", "socketState", "allChilds", "allChilds", "pendingDatagrams", "configChanged",
-        "connmanServicePropertyChanged"]
-    signatures = [["".join(kind for way, kind, _ in arguments if way == wanted) for wanted in ("in", "out")] for _, arguments in methods]
+        "setupMulticast", "sendAnnouncement", "socketState", "allChilds", "allChilds", "pendingDatagrams",
+        "configChanged", "connmanServicePropertyChanged"]
+    signatures = [["".join(kind for way, kind, _ in arguments if way == wanted) for wanted in ("in", "out")]
+                  for _, arguments in methods]
     assert signatures == [["", "i"], ["", ""], ["", "i"], ["s", "av"], ["", "av"], ["", ""], ["", ""], ["sv", ""]]
     assert [name for way, _, name in methods[3][1] if way == "in"] == ["type"]
     assert [name for way, _, name in methods[7][1] if way == "in"] == ["name", "map"]
@@ -166,8 +169,9 @@ def test_two_setups_more_receive_every_datagram_once(device, peer):
 
 @pytest.mark.parametrize("text", [
     announcing("A", 6.6), announcing("A", "soon"), announcing("A", None), announcing("A", []), announcing("A", {}),
-    announcing("A", 2 ** 31), announcing("A", True), b'{"params":{"uuid":"A"}}', announcing("A")[:-1], announcing("A") + b"}",
-    b'{"uuid":"A","expiration":22}', b'"params":{"uuid":"A","expiration":22}', b'{"params":{"uuid":"","expiration":22}}', b"",
+    announcing("A", 2 ** 31), announcing("A", True), b'{"params":{"uuid":"A"}}', announcing("A")[:-1],
+    announcing("A") + b"}", b'{"uuid":"A","expiration":22}', b'"params":{"uuid":"A","expiration":22}',
+    b'{"params":{"uuid":"","expiration":22}}', b"",
 ], ids=["fraction", "word", "null", "list", "object", "beyond-int", "true", "missing", "cut", "too-long", "without-params",
         "params-first", "empty-uuid", "empty"])
 def test_unusable_announcement_vanishes(device, peer, text):
@@ -187,7 +191,7 @@ UUIDS = {"slash": "a/b", "slashes": "///", "blanks": " a b ", "apostrophe": "'",
 
 @pytest.mark.parametrize("uuid", UUIDS.values(), ids=UUIDS.keys())
 def test_unusual_uuid(device, peer, uuid):
-    text = b'{"params":{"uuid":"' + uuid.encode("latin-1") + b'","expiration":22,"device":{"name":"n","familyType":"Kelta"}}}'
+    text = b'{"params":{"uuid":"%s","expiration":22,"device":{"name":"n"}}}' % uuid.encode("latin-1")
     peer.announce(text)
     known = everything_so_far(device, peer)
     assert known[uuid]["uuid"] == uuid
@@ -206,3 +210,8 @@ def test_uuid_ends_at_an_escaped_quote(device, peer):
 def test_uuid_in_utf8_is_read_byte_by_byte(device, peer):
     peer.announce(announcing("é€").replace(b"\\u00e9\\u20ac", "é€".encode()))
     assert "é€".encode().decode("latin-1") in everything_so_far(device, peer)
+
+
+def test_zero_byte_in_a_uuid_is_left_out_of_the_summary(device, peer):
+    peer.announce(b'{"params":{"uuid":"a\0b","expiration":22}}')
+    assert everything_so_far(device, peer)["ab"] == {"uuid": "ab", "name": "", "version": "", "type": "", "familyType": ""}

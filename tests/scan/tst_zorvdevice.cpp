@@ -281,19 +281,18 @@ void tst_ZorvDevice::refreshedTextThatDoesNotParseHasNoValues()
     QCOMPARE(m_device->jsonValue(latin1("params/expiration")), latin1("23"));
 }
 
-static const char document[] =
-    "{\"params\":{\"expiration\":22,"
-    "\"text\":\"t\",\"yes\":true,\"no\":false,\"nothing\":null,\"large\":9007199254740993,\"third\":0.1,"
-    "\"none\":[],\"void\":{},\"\":{\"\":\"empty\",\"k\":\"below\"},"
-    "\"device\":{\"name\":\"kelta\"},"
-    "\"list\":[{\"zz\":1,\"w\":{\"vv\":2}},{\"zz\":\"x\"},{\"other\":0}],"
-    "\"lists\":[[{\"zz\":1},{\"zz\":2}],[{\"zz\":3}]],"
-    "\"numbers\":[5,\"6\"],"
-    "\"bb\":{\"b\":[{\"bb\":{\"b\":{\"b\":1}}},{\"b\":2}]},"
-    "\"q\":[{\"arams\":{\"q\":{\"a\":5}}},{\"a\":1}],"
-    "\"e\":[{\"params\":{\"e\":{\"\":9}}},{\"\":1}],"
-    "\"x/y\":\"unreachable\""
-    "}}";
+static const char document[] = "{\"params\":{\"expiration\":22,"
+                               "\"text\":\"t\",\"yes\":true,\"no\":false,\"nothing\":null,\"large\":9007199254740993,\"third\":0.1,"
+                               "\"none\":[],\"void\":{},\"\":{\"\":\"empty\",\"k\":\"below\"},"
+                               "\"device\":{\"name\":\"kelta\"},"
+                               "\"list\":[{\"zz\":1,\"w\":{\"vv\":2}},{\"zz\":\"x\"},{\"other\":0}],"
+                               "\"lists\":[[{\"zz\":1},{\"zz\":2}],[{\"zz\":3}]],"
+                               "\"numbers\":[5,\"6\"],"
+                               "\"bb\":{\"b\":[{\"bb\":{\"b\":{\"b\":1}}},{\"b\":2}]},"
+                               "\"q\":[{\"arams\":{\"q\":{\"a\":5}}},{\"a\":1}],"
+                               "\"e\":[{\"params\":{\"e\":{\"\":9}}},{\"\":1}],"
+                               "\"x/y\":\"unreachable\""
+                               "}}";
 
 static QVariantList list(const QVariant &element)
 {

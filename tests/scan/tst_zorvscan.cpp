@@ -81,8 +81,7 @@ static QByteArray announcing(const QByteArray &uuid, const QByteArray &expiratio
     const QByteArray &interface = "{\"name\":\"eth0\",\"type\":\"ethernet\",\"ipv4\":[],\"ipv6\":[],\"configurationMethod\":\"dhcp\"}")
 {
     return "{\"params\":{\"device\":{\"name\":\"n-" + uuid + "\",\"uuid\":\"" + uuid + "\",\"type\":\"" + family
-        + " CODESYS\",\"familyType\":\"" + family + "\",\"firmwareVersion\":\"2.0\"},\"netSettings\":{\"interface\":" + interface
-        + "},\"expiration\":" + expiration + "}}";
+        + " CODESYS\",\"familyType\":\"" + family + "\",\"firmwareVersion\":\"2.0\"},\"netSettings\":{\"interface\":" + interface + "},\"expiration\":" + expiration + "}}";
 }
 
 static QByteArray contentOf(const char *file)
