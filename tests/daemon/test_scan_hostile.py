@@ -209,7 +209,7 @@ def test_json_value_of_deep_values_and_long_paths(good, peer):
 
 
 def test_more_devices_than_a_message_holds(good, peer):
-    count = 700
+    count = 500
     for number in range(count):
         peer.announce(announcing(f"D{number}", raw='{"x":"' + "x" * 60_000 + '"}'))
         wait_for(lambda: knows(good, f"D{number}"), what=f"D{number}")
