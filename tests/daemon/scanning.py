@@ -1,5 +1,6 @@
 """What the tests of /zorvscan have in common: its methods, and other devices' announcements."""
 
+import itertools
 import json
 
 from simdevice.device import BUS_NAME
@@ -14,8 +15,11 @@ PORT = 31416
 ETHERNET = {"name": "eth0", "type": "ethernet", "ipv4": [{"address": "10.77.0.3", "netmask": "255.255.255.0"}],
             "ipv6": [], "configurationMethod": "static"}
 
+_closing = itertools.count(1)
 
-def announcing(uuid: str, expiration=22, family: str = "Kelta", interface=None, name: str = "other", raw: str = None) -> bytes:
+
+def announcing(uuid: str, expiration=22, family: str = "Kelta", interface=None, name: str = "other",
+               raw: str = None) -> bytes:
     """Another device's announcement. `raw` is JSON text in place of the interface object."""
     text = json.dumps({"jsonrpc": "2.0", "method": "announce", "params": {
         "apiVersion": "1.0",
@@ -44,12 +48,13 @@ def wait_for_device(device, uuid: str, seconds: float = 10) -> dict:
 
 
 def everything_so_far(device, peer) -> dict:
-    """What is known when everything that was sent up to now has been read: a last announcement closes it.
+    """What is known when everything that was sent up to now has been read: a new device's announcement closes it.
 
     The device reads them in the order in which they came, but a useless one is forgotten only in its event loop's next
-    round; the closing one has two of these.
+    round; the second closing one has that behind it.
     """
-    for closing in ("closing-1", "closing-2"):
+    for _ in range(2):
+        closing = f"closing-{next(_closing)}"
         peer.announce(announcing(closing, family="closing"))
         wait_for_device(device, closing)
     return {uuid: summary for uuid, summary in summaries(device).items() if not uuid.startswith("closing-")}
