@@ -84,15 +84,24 @@ QVariantMap carriable(const QVariantMap &object)
 // Lengths, padding to eight bytes, signatures
 static const int overheadOfValue = 24;
 
+// Never less than the bytes of the text in UTF-8
+static int encodedSize(const QString &text)
+{
+    int size = 0;
+    for (int i = 0; i < text.size(); ++i)
+        size += text.at(i).unicode() < 0x80 ? 1 : 3;
+    return size;
+}
+
 int marshalledSize(const QVariant &value)
 {
     int size = overheadOfValue;
     if (value.userType() == QMetaType::QString) {
-        size += value.toString().size() * 3;
+        size += encodedSize(value.toString());
     } else if (value.userType() == QMetaType::QVariantMap) {
         const QVariantMap object = value.toMap();
         for (QVariantMap::const_iterator entry = object.constBegin(); entry != object.constEnd(); ++entry)
-            size += overheadOfValue + entry.key().size() * 3 + marshalledSize(entry.value());
+            size += overheadOfValue + encodedSize(entry.key()) + marshalledSize(entry.value());
     } else if (value.userType() == QMetaType::QVariantList) {
         const QVariantList list = value.toList();
         for (int i = 0; i < list.size(); ++i)

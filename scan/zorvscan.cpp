@@ -242,16 +242,18 @@ QVariantList ZorvScan::allChilds(const QString &type)
     QVariantList summaries;
     int replySize = 0;
     const QObjectList &all = children();
-    for (int i = 0; i < all.size() && replySize <= maximalReplySize; ++i) {
+    for (int i = 0; i < all.size(); ++i) {
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
         if (!device)
             continue;
         const QVariantMap summary = device->summary();
         if (!type.isEmpty() && summary.value(QLatin1String("familyType")).toString() != type)
             continue;
-        replySize += dbusvalue::marshalledSize(summary);
-        if (replySize <= maximalReplySize)
-            summaries.append(summary);
+        const int size = dbusvalue::marshalledSize(summary);
+        if (replySize + size > maximalReplySize)
+            continue;
+        replySize += size;
+        summaries.append(summary);
     }
     return summaries;
 }

@@ -329,7 +329,12 @@ void tst_DbusValue::texts_data()
     QTest::newRow("surrogates in the wrong order") << low + high << QString();
     QTest::newRow("two high ones, one low one") << high + high + low << high + low;
     QTest::newRow("one high one, two low ones") << high + low + low << high + low;
-    QTest::newRow("last pair of all") << QString(QChar(0xdbff)) + QChar(0xdfff) << QString(QChar(0xdbff)) + QChar(0xdfff);
+    QTest::newRow("U+FDD0") << a + QChar(0xfdd0) + b << a + b;
+    QTest::newRow("U+FDEF") << a + QChar(0xfdef) + b << a + b;
+    QTest::newRow("beside U+FDD0 and U+FDEF") << QString(QChar(0xfdcf)) + QChar(0xfdf0) << QString(QChar(0xfdcf)) + QChar(0xfdf0);
+    QTest::newRow("U+1FFFE") << a + QChar(0xd83f) + QChar(0xdffe) + b << a + b;
+    QTest::newRow("U+10FFFF") << a + QChar(0xdbff) + QChar(0xdfff) + b << a + b;
+    QTest::newRow("last character of all") << QString(QChar(0xdbff)) + QChar(0xdffd) << QString(QChar(0xdbff)) + QChar(0xdffd);
     QTest::newRow("nothing that can be carried") << QString(QChar(0xffff)) + QChar(0) << QString();
 }
 

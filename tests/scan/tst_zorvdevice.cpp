@@ -407,6 +407,8 @@ void tst_ZorvDevice::longPathsFinishAtOnce_data()
     const QByteArray objects = "{\"params\":{\"expiration\":22,\"\":" + QByteArray("{\"\":").repeated(4000) + "1" + QByteArray(4002, '}');
     const QByteArray lists = "{\"params\":{\"expiration\":22,\"l\":" + QByteArray(4000, '[') + "1" + QByteArray(4000, ']') + "}}";
     const QByteArray manyLists = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("[[1]],").repeated(9000) + "1]}}";
+    const QByteArray numbers = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("1,").repeated(32000) + "1]}}";
+    const QByteArray objectsInAList = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("{\"\":1},").repeated(8000) + "1]}}";
     const QString slashes = repeated("/", 1000000);
     QTest::newRow("slashes") << QByteArray(document) << slashes;
     QTest::newRow("slashes behind a text") << QByteArray(document) << latin1("params/text") + slashes;
@@ -414,6 +416,9 @@ void tst_ZorvDevice::longPathsFinishAtOnce_data()
     QTest::newRow("slashes through nested lists") << lists << latin1("params/l") + slashes;
     QTest::newRow("slashes through many lists") << manyLists << latin1("params/l") + slashes;
     QTest::newRow("a long key") << QByteArray(document) << latin1("params/") + repeated("k", 1000000);
+    QTest::newRow("a long key through many numbers") << numbers << latin1("params/l/") + repeated("k", 1000000);
+    QTest::newRow("a key as long as the announcement through many numbers") << numbers << latin1("params/l/") + repeated("k", 60000);
+    QTest::newRow("a key as long as the announcement through many objects") << objectsInAList << latin1("params/l/") + repeated("k", 60000);
     QTest::newRow("many keys behind nested lists") << lists << latin1("params/l") + repeated("/k", 500000);
     QTest::newRow("a path again and again") << QByteArray(document) << repeated("params/", 150000);
 }
