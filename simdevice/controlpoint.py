@@ -1,8 +1,10 @@
 """The other end of the wire: a host that searches, listens, fetches descriptions and announces itself."""
 
+import fcntl
 import select
 import socket
 import struct
+import termios
 
 from simdevice.device import ADDRESS, HTTP_PORT
 from simdevice.network import Host
@@ -69,6 +71,10 @@ class HttpConnection:
     def nothing_to_read(self) -> bool:
         """True when the other side has neither sent nor closed up to now."""
         return not select.select([self.socket], [], [], 0)[0]
+
+    def in_flight(self) -> int:
+        """Bytes that were sent and have not arrived yet."""
+        return struct.unpack("i", fcntl.ioctl(self.socket, termios.TIOCOUTQ, bytes(4)))[0]
 
     def half_close(self) -> None:
         self.socket.shutdown(socket.SHUT_WR)

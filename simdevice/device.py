@@ -200,15 +200,20 @@ class Device:
         return found
 
     def listens(self, port: int) -> bool:
-        return (port, _LISTENING) in self._sockets("tcp")
+        return any(state == _LISTENING for found, state, _ in self._sockets("tcp") if found == port)
 
     def udp_ports(self) -> set:
-        return {port for port, _ in self._sockets("udp")}
+        return {port for port, _, _ in self._sockets("udp")}
 
-    def _sockets(self, kind: str) -> set:
+    def unread(self, port: int) -> int:
+        """Bytes that have arrived on the connections of a TCP port and that the daemon has not read yet."""
+        return sum(waiting for found, state, waiting in self._sockets("tcp") if found == port and state != _LISTENING)
+
+    def _sockets(self, kind: str) -> list:
+        """Port, state and bytes waiting to be read of each socket."""
         lines = pathlib.Path(f"/proc/{self.room.pid}/net/{kind}").read_text().splitlines()[1:]
         fields = [line.split() for line in lines]
-        return {(int(field[1].split(":")[1], 16), field[3]) for field in fields}
+        return [(int(field[1].split(":")[1], 16), field[3], int(field[4].split(":")[1], 16)) for field in fields]
 
     # What is around it
 

@@ -348,6 +348,7 @@ def test_two_megabytes_and_then_a_line_end_are_judged_by_their_beginning(shared_
         compare_bytes(connection.receive_until_close(), NOT_FOUND)
     with shared_peer.connect() as connection:
         connection.send(b"x" * (2 * MEGABYTE) + b"\n")
+        wait_for(lambda: not connection.in_flight() and not shared_device.unread(HTTP_PORT), what="the line is read")
         silent(shared_peer, connection)
         connection.send(GET)
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
