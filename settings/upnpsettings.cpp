@@ -134,7 +134,7 @@ void UpnpSettings::hostnameChanged()
 
 bool UpnpSettings::isLinkLocal(const QHostAddress &src) const
 {
-    return src.toString().startsWith(QLatin1String("169.254")) && !autoipAddress.isNull();
+    return !autoipAddress.isNull() && src.toString().startsWith(QLatin1String("169.254"));
 }
 
 QByteArray UpnpSettings::getManufacturer() const
