@@ -1,4 +1,6 @@
+#include "busloss.h"
 #include "device.h"
+#include "fwconfigglobals.h"
 #include "keltalog.h"
 #include "termsignal.h"
 #include "upnphttp.h"
@@ -49,6 +51,7 @@ int main(int argc, char *argv[])
         return -1;
     }
 
+    const QByteArray programName = argc > 0 ? argv[0] : "";
     forgetProgramName(argc, argv);
     QCoreApplication application(argc, argv);
 
@@ -72,6 +75,7 @@ int main(int argc, char *argv[])
     wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
 
     settings->configureIp();
+    BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
 
     return installTermSignalHandler() > 0 ? 1 : application.exec();
 }

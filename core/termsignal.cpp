@@ -16,6 +16,8 @@ void createTermSocketPair()
         qFatal("Couldn't create TERM socketpair");
     // Nobody reads the bytes, so the pair can fill up: the handler must then lose its byte, not wait.
     fcntl(termSocketPair[0], F_SETFL, fcntl(termSocketPair[0], F_GETFL) | O_NONBLOCK);
+    fcntl(termSocketPair[0], F_SETFD, FD_CLOEXEC);
+    fcntl(termSocketPair[1], F_SETFD, FD_CLOEXEC);
 }
 
 void termSignalHandler(int)

@@ -1,0 +1,56 @@
+#include "busloss.h"
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+static const int probePeriod = 1000; // ms
+static const int maximalProbesWithoutService = 60;
+static const char probeName[] = "probe";
+
+BusLoss::BusLoss(const QString &neededService, const QByteArray &programName, QObject *parent)
+    : QObject(parent)
+    , m_neededService(neededService)
+    , m_programName(programName)
+    , m_probesWithoutService(0)
+{
+    QDBusConnection::systemBus().connect(QString(), QLatin1String("/org/freedesktop/DBus/Local"),
+        QLatin1String("org.freedesktop.DBus.Local"), QLatin1String("Disconnected"), this, SLOT(disconnected()));
+}
+
+void BusLoss::disconnected()
+{
+    qWarning("system bus lost, starting again once it is back");
+    m_probeTimer.start(probePeriod, this);
+}
+
+void BusLoss::timerEvent(QTimerEvent *)
+{
+    if (isBusReady())
+        startAgain();
+}
+
+bool BusLoss::isBusReady()
+{
+    bool hasService = false;
+    bool isConnected = false;
+    {
+        const QDBusConnection probe = QDBusConnection::connectToBus(QDBusConnection::SystemBus, QLatin1String(probeName));
+        isConnected = probe.isConnected();
+        hasService = isConnected && probe.interface()->isServiceRegistered(m_neededService);
+    }
+    QDBusConnection::disconnectFromBus(QLatin1String(probeName));
+    return isConnected && (hasService || ++m_probesWithoutService > maximalProbesWithoutService);
+}
+
+// Returns only when that fails; the daemon then lives on without the bus.
+void BusLoss::startAgain()
+{
+    char *arguments[] = {m_programName.data(), nullptr};
+    execv("/proc/self/exe", arguments);
+    qWarning("starting again failed: %s", std::strerror(errno));
+    m_probeTimer.stop();
+}

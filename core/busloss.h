@@ -1,0 +1,37 @@
+#ifndef BUSLOSS_H
+#define BUSLOSS_H
+
+#include <QtCore/QBasicTimer>
+#include <QtCore/QByteArray>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+// Brings the daemon back to a system bus that was restarted. Qt never makes a lost bus connection anew, so the process
+// starts its program again, under the same process id, once the bus and the service it needs most are there.
+// Until then everything but the bus goes on.
+class BusLoss : public QObject
+{
+    Q_OBJECT
+
+public:
+    // neededService is the bus name to wait for; after a minute it is given up. programName is what the program is
+    // to find as its name.
+    BusLoss(const QString &neededService, const QByteArray &programName, QObject *parent);
+
+protected:
+    void timerEvent(QTimerEvent *event) override;
+
+private slots:
+    void disconnected();
+
+private:
+    bool isBusReady();
+    void startAgain();
+
+    QString m_neededService;
+    QByteArray m_programName;
+    QBasicTimer m_probeTimer; // runs while the bus is lost
+    int m_probesWithoutService;
+};
+
+#endif

@@ -1,0 +1,67 @@
+"""The system bus is restarted under the daemon."""
+
+from simdevice.device import BUS_NAME
+from simdevice.waiting import wait_for
+from texts import DESCRIPTION
+from wirebytes import compare_bytes
+
+GET = b"GET /rootDesc.xml HTTP/1.1\r\n\r\n"
+LOST = "system bus lost, starting again once it is back"
+
+
+def bring_back(device, fwconfig: bool = True) -> None:
+    device.bus.start()
+    if fwconfig:
+        device.fwconfig.start()
+
+
+def take_away(device) -> None:
+    device.bus.stop()
+    device.syslog.wait_for_text(LOST)
+
+
+def serves(device, peer) -> None:
+    assert len(peer.search("ssdp:all")) == 1
+    compare_bytes(peer.http_raw(GET), DESCRIPTION)
+
+
+def test_without_a_bus_everything_else_goes_on(device, peer):
+    take_away(device)
+    serves(device, peer)
+    assert device.running
+
+
+def test_the_daemon_comes_back_to_a_restarted_bus(device, peer):
+    pid = device.pid
+    files = len(device.open_files())
+    take_away(device)
+    bring_back(device)
+    device.bus.wait_for_name(BUS_NAME)
+    device.wait_until_ready()
+    assert device.bus.pid_of(BUS_NAME) == pid
+    assert device.call("getServerHeader") == b"Kelta/1.4.2, UPnP/1.0"
+    serves(device, peer)
+    wait_for(lambda: len(device.open_files()) <= files, what="no descriptor is left over", seen=device.open_files)
+    assert device.syslog.texts == [LOST]
+
+
+def test_it_waits_for_the_configuration_service_and_so_keeps_its_identity(device, peer):
+    take_away(device)
+    bring_back(device, fwconfig=False)
+    serves(device, peer)
+    assert not device.bus.owner(BUS_NAME)
+    device.fwconfig.start()
+    device.bus.wait_for_name(BUS_NAME)
+    device.wait_until_ready()
+    serves(device, peer)
+    assert not device.fwconfig.calls_of("/systemvariables.set")
+
+
+def test_a_bus_that_goes_again_and_again(device, peer):
+    for _ in range(3):
+        device.syslog.clear()
+        take_away(device)
+        bring_back(device)
+        device.bus.wait_for_name(BUS_NAME)
+        device.wait_until_ready()
+    serves(device, peer)
