@@ -49,7 +49,7 @@ bool BusLoss::isBusReady()
 // Returns only when that fails; the daemon then lives on without the bus.
 void BusLoss::startAgain()
 {
-    char *arguments[] = {m_programName.data(), nullptr};
+    char *arguments[] = { m_programName.data(), nullptr };
     execv("/proc/self/exe", arguments);
     qWarning("starting again failed: %s", std::strerror(errno));
     m_probeTimer.stop();
