@@ -130,6 +130,7 @@ int bodySize(const QVariantList &list)
 
 int sizeInBusMessage(const QVariantMap &value, int shift)
 {
-    const QVariantList before = QVariantList() << QString(shift, QLatin1Char('x'));
-    return bodySize(QVariantList(before) << value) - bodySize(before);
+    // The list's length, its first element's signature and one byte to the next word, the text with length and end
+    const int sizeBefore = 4 + 3 + 1 + 4 + shift + 1;
+    return bodySize(QVariantList() << QString(shift, QLatin1Char('x')) << value) - sizeBefore;
 }

@@ -70,10 +70,10 @@ QVariant parsed(const QByteArray &json)
 }
 
 // False when the announcement names no whole number of seconds.
-bool readExpiration(const QByteArray &json, int *seconds)
+bool readExpiration(const QVariant &announcement, int *seconds)
 {
     bool isWholeNumber = false;
-    *seconds = expectedText(expectedValue(parsed(json), QLatin1String("params/expiration"))).toInt(&isWholeNumber, 10);
+    *seconds = expectedText(expectedValue(announcement, QLatin1String("params/expiration"))).toInt(&isWholeNumber, 10);
     return isWholeNumber;
 }
 
@@ -175,9 +175,8 @@ void checkSummary(ZorvDevice *device, const QVariantMap &root)
 #endif
 }
 
-void checkDevice(ZorvDevice *device, const QByteArray &json, const QList<QByteArray> &paths)
+void checkDevice(ZorvDevice *device, const QByteArray &json, const QVariantMap &root, const QList<QByteArray> &paths)
 {
-    const QVariantMap root = parsed(json).toMap();
     REQUIRE(device->size() == json.size());
     REQUIRE(device->rawJson() == QString::fromLatin1(json.split('\0').first()));
     for (int i = 0; i < paths.size(); ++i) {
@@ -188,6 +187,12 @@ void checkDevice(ZorvDevice *device, const QByteArray &json, const QList<QByteAr
     }
     checkSummary(device, root);
     REQUIRE(device->isParsed() == !root.isEmpty());
+}
+
+void executeDeferredDeletions()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCoreApplication::sendPostedEvents(); // without a kind of event: only then is the queue emptied of what was sent
 }
 
 } // namespace
@@ -211,20 +216,21 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     // What names no uuid never becomes a device. Here it does: its text is as good as another.
     QObject registry;
     const QPointer<ZorvDevice> device(new ZorvDevice(uuid.isNull() ? QLatin1String("0") : uuid, first, 10, &registry));
-    checkDevice(device, first, paths);
+    const QVariant root = parsed(first);
+    checkDevice(device, first, root.toMap(), paths);
     device->update(second);
-    checkDevice(device, second, paths);
+    checkDevice(device, second, parsed(second).toMap(), paths);
     device->forgetParsed();
     REQUIRE(!device->isParsed());
 
     int expiration = 0;
-    const bool isKept = readExpiration(first, &expiration);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    const bool isKept = readExpiration(root, &expiration);
+    executeDeferredDeletions();
     REQUIRE(device.isNull() == !isKept);
     if (!isKept || expiration == 0) // the second may end just here
         return 0;
     device->checkExpired();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    executeDeferredDeletions();
     REQUIRE(device.isNull() == (expiration < 0));
     return 0;
 }
