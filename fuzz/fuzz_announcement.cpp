@@ -171,7 +171,8 @@ void checkSummary(ZorvDevice *device, const QVariantMap &root)
     const int bound = dbusvalue::marshalledSize(summary);
     REQUIRE(bound > 0);
 #ifdef WITH_LIBDBUS
-    REQUIRE(sizeInBusMessage(summary, device->size() % 8) <= bound);
+    if (!root.isEmpty()) // else all summaries are alike
+        REQUIRE(sizeInBusMessage(summary, device->size() % 8) <= bound);
 #endif
 }
 

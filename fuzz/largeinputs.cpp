@@ -44,7 +44,7 @@ QList<LargeInput> largeInputs()
            << LargeInput{ "zero bytes", filled(QByteArray(1, '\0')) }
            << LargeInput{ "bytes that UTF-8 never has", filled("\xff") }
            << LargeInput{ "search, its word last", "M-SEARCH" + filled("upnp:rootdevic", 65000) + "ssdp:all" }
-           << LargeInput{ "search for nearly the device", "M-SEARCH" + filled("uuid:Upnp-BasicDevice-1_0-") + "\x1e" "900000001" }
+           << LargeInput{ "search for nearly the device", "M-SEARCH" + filled("uuid:Upnp-BasicDevice-1_0-") + '\x1e' + "900000001" }
            << LargeInput{ "request of one word", filled("G", 1 << 20) + "\r\n" }
            << LargeInput{ "request with a long path", "GET /" + filled("a", 100000) + " HTTP/1.1\r\n" }
            << LargeInput{ "request of blanks", filled(" \r", 1 << 20) + '\n' };

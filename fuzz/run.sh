@@ -2,6 +2,7 @@
 # Builds the fuzzers and runs each until it has tried that many inputs, one after the other.
 #   fuzz/run.sh                        10,000,000 inputs each
 #   fuzz/run.sh -n 100000 search       fewer, and only fuzz_search
+#   fuzz/run.sh -t 600 reader writer   as many as there is time for: at most 600 seconds each
 # Corpus, log and findings stay outside the tree, in ${FUZZ_DIR:-~/.cache/upnpvelorn-fuzz}/<name>/, so that the next run
 # goes on from there. Ends with one line for each fuzzer: how many inputs it really tried, and what it found.
 set -euo pipefail
@@ -9,10 +10,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 names=()
 runs=10000000
+seconds=0 # any
 while [ $# -gt 0 ]; do
     case $1 in
     -n) runs=${2:?}; shift 2 ;;
-    -*) sed -n '2,6s/^# \{0,1\}//p' "fuzz/$(basename "$0")"; exit 2 ;;
+    -t) seconds=${2:?}; shift 2 ;;
+    -*) sed -n '2,7s/^# \{0,1\}//p' "fuzz/$(basename "$0")"; exit 2 ;;
     *) names+=("$1"); shift ;;
     esac
 done
@@ -38,7 +41,7 @@ fuzz() {
     mkdir -p "$own/corpus" "$own/findings"
     [ ! -e "fuzz/$1.dict" ] || options=(-dict="fuzz/$1.dict")
     printf '\n== fuzz_%s: %s inputs, corpus in %s\n' "$1" "$runs" "$own/corpus"
-    "build-fuzz/fuzz/fuzz_$1" -runs="$runs" -max_len="${longest[$1]}" -len_control=20 -timeout=10 -rss_limit_mb=2048 \
+    "build-fuzz/fuzz/fuzz_$1" -runs="$runs" -max_total_time="$seconds" -max_len="${longest[$1]}" -len_control=20 -timeout=10 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$own/findings/" "${options[@]}" "$own/corpus" "fuzz/seeds/$1" 2>&1 |
         tee "$own/log" | grep --line-buffered -E '#[0-9]*[05]?[[:space:]]*(pulse|INITED|DONE)|ERROR|not so|runtime error|Test unit' || true
     done_runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$own/log")
