@@ -11,27 +11,28 @@
 namespace
 {
 
-QString decoded(const QByteArray &data, const char *encoding, int mark)
+// Without the mark, if there is one, but only without that one.
+QString decoded(const QByteArray &data, const char *encoding)
 {
-    return QTextCodec::codecForName(encoding)->toUnicode(data.constData() + mark, data.size() - mark);
+    return QTextCodec::codecForName(encoding)->toUnicode(data);
 }
 
 // A byte-order mark decides, else the zero bytes among the first four.
 QString textIn(const QByteArray &data)
 {
     if (data.startsWith(QByteArray("\0\0\xfe\xff", 4)))
-        return decoded(data, "UTF-32BE", 4);
+        return decoded(data, "UTF-32BE");
     if (data.startsWith(QByteArray("\xff\xfe\0\0", 4)))
-        return decoded(data, "UTF-32LE", 4);
+        return decoded(data, "UTF-32LE");
     if (data.startsWith("\xfe\xff"))
-        return decoded(data, "UTF-16BE", 2);
+        return decoded(data, "UTF-16BE");
     if (data.startsWith("\xff\xfe"))
-        return decoded(data, "UTF-16LE", 2);
+        return decoded(data, "UTF-16LE");
     if (data.size() > 3 && !data.startsWith("\xef\xbb\xbf")) {
         if (data.at(0) == 0)
-            return decoded(data, data.at(1) == 0 ? "UTF-32BE" : "UTF-16BE", 0);
+            return decoded(data, data.at(1) == 0 ? "UTF-32BE" : "UTF-16BE");
         if (data.at(1) == 0)
-            return decoded(data, data.at(2) == 0 ? "UTF-32LE" : "UTF-16LE", 0);
+            return decoded(data, data.at(2) == 0 ? "UTF-32LE" : "UTF-16LE");
     }
     return QString::fromUtf8(data.constData(), data.size());
 }
