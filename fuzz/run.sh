@@ -41,11 +41,11 @@ fuzz() {
     mkdir -p "$own/corpus" "$own/findings"
     [ ! -e "fuzz/$1.dict" ] || options=(-dict="fuzz/$1.dict")
     printf '\n== fuzz_%s: %s inputs, corpus in %s\n' "$1" "$runs" "$own/corpus"
-    "build-fuzz/fuzz/fuzz_$1" -runs="$runs" -max_total_time="$seconds" -max_len="${longest[$1]}" -len_control=20 -timeout=10 -rss_limit_mb=2048 \
-        -print_final_stats=1 -artifact_prefix="$own/findings/" "${options[@]}" "$own/corpus" "fuzz/seeds/$1" 2>&1 |
-        tee "$own/log" | grep --line-buffered -E '#[0-9]*[05]?[[:space:]]*(pulse|INITED|DONE)|ERROR|not so|runtime error|Test unit' || true
+    "build-fuzz/fuzz/fuzz_$1" -runs="$runs" -max_total_time="$seconds" -max_len="${longest[$1]}" -len_control=20 \
+        -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$own/findings/" "${options[@]}" "$own/corpus" "fuzz/seeds/$1" 2>&1 |
+        tee "$own/log" | grep --line-buffered -E '^#[0-9]+[[:space:]]+(pulse|INITED|DONE)|ERROR|not so|runtime error|Test unit' || true
     done_runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$own/log")
-    last=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$own/log" | tail -n 1)
+    last=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$own/log" | tail -n 1) || true
     grep -q '^Done ' "$own/log" || status=1
     summary+=("$(printf '%-13s %12s inputs  %s  %s' "$1" "${done_runs:-?}" "$last" \
         "$([ $status = 0 ] && echo 'nothing found' || echo "FAILED: see $own/log and $own/findings/")")")
