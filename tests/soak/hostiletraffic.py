@@ -6,7 +6,7 @@ import struct
 import time
 
 from scanning import GROUP, PORT, announcing
-from simdevice.controlpoint import SSDP, ControlPoint
+from simdevice.controlpoint import SSDP, ControlPoint, damaged_datagram
 from simdevice.device import ADDRESS, HTTP_PORT
 from worker import Tally
 
@@ -117,9 +117,10 @@ class HostileTraffic:
                 time.sleep(max(0, start + number / FLOOD_RATE - time.monotonic()))
 
     def damaged_datagrams(self, _random) -> None:
-        for group, port, text in ((*SSDP, ControlPoint.search_text("ssdp:all")), (GROUP, PORT, announcing("damaged", 1))):
-            send_damaged(self._own_address, (group, port), text)
-            self._tally.add("damaged datagrams")
+        with socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_UDP) as sender:
+            for to, text in ((SSDP, ControlPoint.search_text("ssdp:all")), ((GROUP, PORT), announcing("damaged", 1))):
+                sender.sendto(damaged_datagram(self._own_address, to, text), (to[0], 0))
+                self._tally.add("damaged datagrams")
 
     def requests(self, random) -> None:
         with contextlib.suppress(OSError), self._connect() as connection:
@@ -166,20 +167,3 @@ class HostileTraffic:
 def _reset(connection: socket.socket) -> None:
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
-
-
-def send_damaged(source: str, to: tuple, data: bytes) -> None:
-    """One UDP datagram whose checksum is wrong. It must fit into one packet."""
-    checksum = _checksum(socket.inet_aton(source) + socket.inet_aton(to[0]) + struct.pack(">BBH", 0, 17, 8 + len(data))
-                         + struct.pack(">HHHH", to[1], to[1], 8 + len(data), 0) + data)
-    wrong = checksum ^ 0x5555 or 1
-    datagram = struct.pack(">HHHH", to[1], to[1], 8 + len(data), wrong) + data
-    with socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_UDP) as sender:
-        sender.sendto(datagram, (to[0], 0))
-
-
-def _checksum(data: bytes) -> int:
-    total = sum(struct.unpack(f">{(len(data) + 1) // 2}H", data + bytes(len(data) % 2)))
-    while total >> 16:
-        total = (total & 0xffff) + (total >> 16)
-    return ~total & 0xffff
