@@ -23,3 +23,9 @@ def cpu_seconds(device) -> float:
 def is_sanitized() -> bool:
     """Whether the daemon was built with the address sanitizer, which needs several times the memory."""
     return b"__asan_init" in pathlib.Path(default_program()).read_bytes()
+
+
+def small_quarantine(monkeypatch) -> None:
+    """The address sanitizer keeps freed memory for a while; devices started from now on do not."""
+    options = os.environ.get("ASAN_OPTIONS", "")
+    monkeypatch.setenv("ASAN_OPTIONS", ":".join(filter(None, [options, "quarantine_size_mb=1"])))

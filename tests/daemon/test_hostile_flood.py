@@ -3,7 +3,7 @@
 import dbus
 import pytest
 
-from burdens import MEGABYTE, cpu_seconds, is_sanitized, resident
+from burdens import MEGABYTE, cpu_seconds, is_sanitized, resident, small_quarantine
 from scanning import announcing, child, is_alive, wait_for_device
 from simdevice.waiting import wait_for
 from texts import ANSWER
@@ -38,6 +38,11 @@ def all_read(device, peer) -> None:
 
 
 all_read.number = 0
+
+
+@pytest.fixture(autouse=True)
+def freed_at_once(monkeypatch):
+    small_quarantine(monkeypatch)
 
 
 @pytest.fixture

@@ -5,7 +5,7 @@ import pathlib
 
 import pytest
 
-from burdens import MEGABYTE, resident
+from burdens import MEGABYTE, resident, small_quarantine
 from serving import GET, answers_within_a_second, served
 from simdevice.waiting import wait_for
 from texts import DESCRIPTION, NOT_FOUND
@@ -14,10 +14,9 @@ from wirebytes import compare_bytes
 MOST_GROWTH = 15 * MEGABYTE
 
 
-@pytest.fixture
-def small_quarantine(monkeypatch):
-    """The address sanitizer keeps freed memory for a while; here it must not."""
-    monkeypatch.setenv("ASAN_OPTIONS", "quarantine_size_mb=1")
+@pytest.fixture(autouse=True)
+def freed_at_once(monkeypatch):
+    small_quarantine(monkeypatch)
 
 
 def unread(device, connection) -> int:
@@ -29,8 +28,7 @@ def unread(device, connection) -> int:
 
 
 @pytest.mark.parametrize("beginning", [b"", b"GET /", b"HEAD / HTTP/1.1\r\n"])
-def test_two_hundred_megabytes_without_a_line_end(small_quarantine, start_device, peer, beginning):
-    device = start_device()
+def test_two_hundred_megabytes_without_a_line_end(device, peer, beginning):
     piece = b"x" * MEGABYTE
     with peer.connect(seconds=30) as connection:
         connection.send(beginning)
@@ -56,8 +54,7 @@ def test_two_hundred_megabytes_without_a_line_end(small_quarantine, start_device
     answers_within_a_second(device, peer)
 
 
-def test_lines_of_many_connections_together_are_bounded(small_quarantine, start_device, peer):
-    device = start_device()
+def test_lines_of_many_connections_together_are_bounded(device, peer):
     served(peer)
     before = resident(device)
     with contextlib.ExitStack() as stack:
