@@ -42,7 +42,6 @@ class Measurements:
         self._device = device
         self._start = time.monotonic()
         self._warm = min(seconds * WARM_UP, LONGEST_WARM_UP)
-        self._seconds = seconds
         self._figures = []  # (elapsed, resident bytes, descriptors)
 
     @property
@@ -146,6 +145,8 @@ class Soak:
                 self._bus.step()
             except Exception as error:
                 self._tally.fail("bus", f"{type(error).__name__}: {error}")
+            if self._device.crashed():
+                continue
             if measurements.elapsed >= next_figure:
                 next_figure = measurements.elapsed + MEASURING_PERIOD
                 measurements.take()
