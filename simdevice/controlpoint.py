@@ -94,6 +94,19 @@ class HttpConnection:
         self.close()
 
 
+def damaged_datagram(source: str, to: tuple, data: bytes) -> bytes:
+    """A UDP header and data, as for a raw socket, whose checksum is wrong."""
+    size = 8 + len(data)
+    port = to[1]
+    covered = (socket.inet_aton(source) + socket.inet_aton(to[0]) + struct.pack(">BBH", 0, socket.IPPROTO_UDP, size)
+               + struct.pack(">HHHH", port, port, size, 0) + data + bytes(size % 2))
+    total = sum(struct.unpack(f">{len(covered) // 2}H", covered))
+    while total >> 16:
+        total = (total & 0xffff) + (total >> 16)
+    right = ~total & 0xffff
+    return struct.pack(">HHHH", port, port, size, right ^ 0x5555 or 1) + data
+
+
 class ControlPoint:
     """`device_address` is where search() sends its closing question and http_raw() connects to."""
 
@@ -133,6 +146,13 @@ class ControlPoint:
         """One datagram to anybody."""
         with self._udp(from_address, from_port) as sender:
             sender.sendto(data, to)
+
+    def send_damaged(self, data: bytes, to: tuple) -> None:
+        """One datagram whose checksum is wrong. It must fit into one packet."""
+        with self.host.inside():
+            sender = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_UDP)
+        with sender:
+            sender.sendto(damaged_datagram(self.address, to, data), (to[0], 0))
 
     def announce(self, data: bytes, from_address: str = None) -> None:
         """Multicasts an announcement as another device would."""
