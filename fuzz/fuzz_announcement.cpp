@@ -81,16 +81,18 @@ bool readExpiration(const QVariant &announcement, int *seconds)
 // first plane, the last two of each) have no place on the bus.
 QString expectedOnBus(const QString &text)
 {
-    const QVector<uint> all = text.toUcs4();
-    QVector<uint> kept;
-    for (int i = 0; i < all.size(); ++i) {
-        const uint c = all.at(i);
+    QString result;
+    for (int i = 0; i < text.size(); ++i) {
+        const bool isPair = text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
+        const QString one = text.mid(i, isPair ? 2 : 1);
+        i += one.size() - 1;
+        const uint c = isPair ? QChar::surrogateToUcs4(one.at(0), one.at(1)) : one.at(0).unicode();
         const bool isSurrogate = c >= 0xd800 && c < 0xe000;
         const bool isNoCharacter = (c >= 0xfdd0 && c < 0xfdf0) || c % 0x10000 >= 0xfffe;
         if (c != 0 && !isSurrogate && !isNoCharacter)
-            kept.append(c);
+            result += one;
     }
-    return QString::fromUcs4(kept.constData(), kept.size());
+    return result;
 }
 
 // A list takes an array, and a variant for each element; an object takes an array, an entry and a variant.
