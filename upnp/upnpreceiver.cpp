@@ -17,6 +17,8 @@ static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
 
+static const int maximalDatagramSize = 65536; // bytes
+
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalDatagramsPerPass = 1000;
 
@@ -26,6 +28,7 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , settings(deviceSettings)
     , termNotifier(nullptr)
     , joinResult(1)
+    , m_receiveBuffer(maximalDatagramSize, Qt::Uninitialized)
 {
     udpSocket->bind(qtcompat::anyIPv4<QHostAddress>(), settings->getUdpPort(), QUdpSocket::ShareAddress);
     setupMulticast();
@@ -98,14 +101,17 @@ void UpnpReceiver::sendByeBye()
     udpSocket->flush();
 }
 
+// Reads without asking first what there is to be read: after a damaged datagram Qt says that there is nothing, and
+// reports no other one before somebody reads.
 void UpnpReceiver::processDatagrams()
 {
-    for (int i = 0; i < maximalDatagramsPerPass && udpSocket->hasPendingDatagrams(); ++i) {
-        QByteArray datagram(int(qMax(qint64(0), udpSocket->pendingDatagramSize())), '\0');
+    for (int i = 0; i < maximalDatagramsPerPass; ++i) {
         QHostAddress requester;
         quint16 port = 0;
-        udpSocket->readDatagram(datagram.data(), datagram.size(), &requester, &port);
-        answer(datagram, requester, port);
+        const qint64 size = udpSocket->readDatagram(m_receiveBuffer.data(), m_receiveBuffer.size(), &requester, &port);
+        if (size < 0)
+            return;
+        answer(QByteArray::fromRawData(m_receiveBuffer.constData(), int(size)), requester, port);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "ssdpmessages.h"
 
+#include <QtCore/QByteArray>
 #include <QtCore/QObject>
 
 class QHostAddress;
@@ -48,6 +49,7 @@ private:
     UpnpSettings *settings;
     QSocketNotifier *termNotifier;
     qint32 joinResult; // 0 once the group is joined
+    QByteArray m_receiveBuffer;
 };
 
 #endif

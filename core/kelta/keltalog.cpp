@@ -13,6 +13,9 @@ namespace kelta
 
 Keltalog keltalog;
 
+static const qint64 maximalLinesAtOnce = 1000;
+static const qint64 lineInterval = 5000; // ms, in the long run
+
 static int severityOf(QtMsgType type)
 {
     switch (type) {
@@ -54,7 +57,9 @@ static QByteArray timestamp()
 Keltalog::Keltalog()
     : m_facility(FacilityUser)
     , m_threshold(LOG_DEBUG)
+    , m_grantedLines(0)
 {
+    m_clock.start();
 }
 
 void Keltalog::open(const QString &ident, Facility facility, Option)
@@ -85,6 +90,20 @@ void Keltalog::receiveQtMessage(QtMsgType type, const char *text)
         keltalog.write(type, text);
 }
 
+// Some warnings are written as often as a program on the device asks for what fails. The rate is above that of any
+// trouble of the daemon's own.
+bool Keltalog::isGranted(int severity)
+{
+    if (severity < LOG_WARNING)
+        return true;
+    const qint64 regained = m_clock.elapsed() / lineInterval;
+    m_grantedLines = qMax(m_grantedLines, regained);
+    if (m_grantedLines - regained >= maximalLinesAtOnce)
+        return false;
+    ++m_grantedLines;
+    return true;
+}
+
 void Keltalog::write(QtMsgType type, const char *text)
 {
     const int severity = severityOf(type);
@@ -100,7 +119,8 @@ void Keltalog::write(QtMsgType type, const char *text)
     line += ": ";
     line += text;
     const QMutexLocker locker(&m_mutex);
-    m_socket.send(line);
+    if (isGranted(severity))
+        m_socket.send(line);
 }
 
 } // namespace kelta

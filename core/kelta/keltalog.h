@@ -4,6 +4,7 @@
 #include "syslogsocket.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QMutex>
 #include <QtCore/QString>
 
@@ -13,6 +14,7 @@ namespace kelta
 // The system log of the process. Once open, it also carries Qt's own message channels
 // (qDebug(), qWarning(), qCritical(), qFatal()) under the same ident, facility and threshold.
 // A log that is absent, broken or read by nobody loses messages; it never stops the process.
+// Warnings are written at a bounded rate: 1,000 at once, and one every five seconds in the long run.
 class Keltalog
 {
 public:
@@ -41,12 +43,15 @@ public:
 private:
     static void receiveQtMessage(QtMsgType type, const char *text);
     void write(QtMsgType type, const char *text);
+    bool isGranted(int severity);
 
     QMutex m_mutex; // QtDBus writes messages from a thread of its own
     SyslogSocket m_socket;
     QByteArray m_ident;
     int m_facility;
     int m_threshold;
+    qint64 m_grantedLines; // since the clock was started
+    QElapsedTimer m_clock;
 };
 
 extern Keltalog keltalog;
