@@ -25,7 +25,7 @@ static const int maximalDatagramSize = 65536; // bytes
 static const int maximalDevices = 20000;
 static const int maximalRegistrySize = 32 * 1024 * 1024;
 static const int alwaysAcceptedSize = 2048; // bytes of one announcement of a known device
-static const qint64 fullWarningPeriod = 60 * 60 * 1000; // ms
+static const qint64 fullWarningPeriod = 3600000; // ms, an hour
 
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;

@@ -183,10 +183,10 @@ static bool isSameFile(const QFile &a, const QFile &b)
 // Peers that read the same file at the same time share a descriptor of it: there may be as many as descriptors.
 QSharedPointer<QFile> UpnpHttp::openIcon()
 {
-    const QSharedPointer<QFile> icon(new QFile(QLatin1String(iconFile)));
+    QSharedPointer<QFile> icon(new QFile(QLatin1String(iconFile)));
     if (!icon->open(QIODevice::ReadOnly))
         return QSharedPointer<QFile>();
-    const QSharedPointer<QFile> shared = m_icon.toStrongRef();
+    QSharedPointer<QFile> shared = m_icon.toStrongRef();
     if (shared && isSameFile(*shared, *icon))
         return shared;
     m_icon = icon;
