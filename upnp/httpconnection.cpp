@@ -38,7 +38,7 @@ void HttpConnection::keep(const QByteArray &piece)
 
 QByteArray HttpConnection::takeKept()
 {
-    const QByteArray kept = m_lineBeginning;
+    QByteArray kept = m_lineBeginning;
     m_lineBeginning = QByteArray();
     s_kept -= kept.size();
     return kept;
