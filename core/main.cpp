@@ -70,7 +70,7 @@ int main(int argc, char *argv[])
     UpnpHttp http(settings, &application);
     wire(settings, SIGNAL(aboutToChange()), &receiver, SLOT(sendByeBye()), "upnpreceiver sendByBye connect failed");
     wire(settings, SIGNAL(changed()), &receiver, SLOT(sendAlive()), "upnpreceiver sendAlive connect failed");
-    // Meant: the second connection of the two (test_network_change). Each change rebuilds the announcement twice,
+    // Meant: the second connection of the two (test_change_order). Each change rebuilds the announcement twice,
     // before and after the alive messages.
     wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
 

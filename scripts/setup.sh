@@ -4,7 +4,7 @@
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
 simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
 run_packages=(gupnp-tools miniupnpc)
-test_packages=(python3-pytest faketime libdbus-1-dev pkg-config)
+test_packages=(python3-pytest faketime strace libdbus-1-dev pkg-config)
 style_packages=(clang-tidy clang-format)
 
 say() { printf '\n== %s\n' "$*"; }
