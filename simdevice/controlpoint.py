@@ -129,12 +129,14 @@ class ControlPoint:
                from_port: int = 0) -> list:
         """Sends one search and returns all answers to it, an empty list too, as datagrams.
 
-        No waiting for silence: a second search that is surely answered follows, and the device answers in order.
+        No waiting for silence: two further searches that are surely answered follow, and the device answers in order.
+        Two, since the first may overtake: while an address is still being resolved, or on another processor.
         """
         with self._udp(from_address, from_port) as asking, self._udp() as closing:
             asking.sendto(raw if raw is not None else self.search_text(st), to)
-            closing.sendto(self.search_text("ssdp:all"), (self.device_address, SSDP[1]))
-            wait_for(lambda: drain(closing), what=f"{self.device_address} answers searches")
+            for _ in range(2):
+                closing.sendto(self.search_text("ssdp:all"), (self.device_address, SSDP[1]))
+                wait_for(lambda: drain(closing), what=f"{self.device_address} answers searches")
             return drain(asking)
 
     @staticmethod
