@@ -1,49 +1,23 @@
 """The wall clock jumps. Timers follow another clock, but how long a device stays known is measured by this one."""
 
-import itertools
-import os
-import pathlib
 import time
 
 import pytest
 
-from burdens import is_sanitized
+from clocks import WallClock, needs_clocks
 from scanning import SERIAL, announcing, everything_so_far, is_alive, summaries, wait_for_device
-from simdevice.device import default_program
 from simdevice.waiting import wait_for
 from texts import ANSWER, DESCRIPTION
 from wirebytes import compare_bytes
 
-LIBRARY = next(pathlib.Path("/usr/lib").glob("*/faketime/libfaketime.so.1"), None)
 DAY = 24 * 60 * 60
 
-pytestmark = [pytest.mark.skipif(LIBRARY is None, reason="the package libfaketime is not installed"),
-              pytest.mark.skipif(is_sanitized(), reason="the sanitizers want to be loaded before any other library")]
-
-_versions = itertools.count()
-
-
-class Clock:
-    """The daemon's wall clock, so many seconds ahead of the real one."""
-
-    def __init__(self, folder: pathlib.Path):
-        self._file = folder / "clock"
-        self.set(0)
-        self.program = folder / "upnpvelorn"
-        self.program.write_text("#!/bin/sh\n" + "".join(f"export {name}={value}\n" for name, value in {
-            "LD_PRELOAD": LIBRARY, "FAKETIME_TIMESTAMP_FILE": self._file, "FAKETIME_NO_CACHE": 1,
-            "FAKETIME_DONT_FAKE_MONOTONIC": 1, "DONT_FAKE_MONOTONIC": 1}.items()) + f'exec "{default_program()}"\n')
-        self.program.chmod(0o755)
-
-    def set(self, seconds: int) -> None:
-        new = self._file.with_suffix(f".{next(_versions)}")
-        new.write_text(f"{seconds:+d}\n")
-        os.replace(new, self._file)
+pytestmark = needs_clocks
 
 
 @pytest.fixture
 def clock(tmp_path):
-    return Clock(tmp_path)
+    return WallClock(tmp_path)
 
 
 def next_tick(listener) -> None:

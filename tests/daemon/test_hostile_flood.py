@@ -29,10 +29,10 @@ def large(uuid: str, expiration=FOREVER, size: int = LARGE) -> bytes:
     return announcing(uuid, expiration, raw='{"x":"' + "x" * size + '"}')
 
 
-def all_read(device, peer) -> None:
+def all_read(device, peer, expiration=22) -> None:
     """A known device's refreshed text shows that everything before it has been read."""
     all_read.number += 1
-    peer.announce(announcing("good", name=f"good {all_read.number}"))
+    peer.announce(announcing("good", expiration, name=f"good {all_read.number}"))
     wait_for(lambda: child(device, "good", "jsonValue", "params/device/name", seconds=30) == f"good {all_read.number}",
              30, "the known device is refreshed")
 

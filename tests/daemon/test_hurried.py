@@ -1,0 +1,51 @@
+"""What takes the daemon a minute or an hour, with a daemon whose time goes faster."""
+
+import datetime
+
+from clocks import hurried_program, needs_clocks
+from scanning import announcing, is_alive, wait_for_device
+from simdevice.device import BUS_NAME
+from simdevice.waiting import wait_for
+from test_bus_restart import GET, bring_back, take_away
+from test_hostile_flood import FOREVER, LARGE, MOST_BYTES, WARNING, all_read, large
+
+pytestmark = needs_clocks
+
+
+def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_without(start_device, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 20))
+    take_away(device)
+    bring_back(device, fwconfig=False)
+    device.bus.wait_for_name(BUS_NAME, 30)
+    # It looks every second, each time with a connection of its own, and the bus counts these: ":1.<number>".
+    assert 60 <= int(device.bus.owner(BUS_NAME).split(".")[1]) <= 70
+    device.wait_until_ready()
+    # What the service alone knows, serial number and version, is empty; the host's name and address are not.
+    assert len(peer.search("ssdp:all")) == 1
+    assert b"<serialNumber></serialNumber>" in peer.http_raw(GET)
+    assert device.call("getServerHeader") == b"Kelta/, UPnP/1.0"
+    assert is_alive(device)
+
+
+def logged_at(line) -> datetime.datetime:
+    return datetime.datetime.strptime(line.raw[line.raw.index(b">") + 1:][:15].decode(), "%b %d %H:%M:%S")
+
+
+def test_a_full_registry_is_a_warning_an_hour(start_device, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 600))
+    peer.announce(announcing("good", FOREVER))
+    wait_for_device(device, "good")
+    for number in range(MOST_BYTES // LARGE + 50):
+        peer.announce(large(f"D{number}"))
+        all_read(device, peer, FOREVER)
+    strangers = iter(range(1_000_000))
+
+    def warned_twice() -> bool:
+        peer.announce(large(f"S{next(strangers)}"))
+        all_read(device, peer, FOREVER)
+        return device.syslog.texts.count(WARNING) >= 2
+
+    wait_for(warned_twice, 30, "the second warning", lambda: device.syslog.lines)
+    first, second = device.syslog.lines
+    assert 3600 <= (logged_at(second) - logged_at(first)).seconds < 5400
+    assert is_alive(device)
