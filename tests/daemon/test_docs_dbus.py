@@ -8,30 +8,9 @@ import subprocess
 import pytest
 
 from codeblocks import commands
-from simdevice.device import Device
-from simdevice.waiting import wait_for
-from scanning import scan
+from documented import SERIAL, documented  # noqa: F401, a fixture
 
 COMMANDS = commands("docs/dbus.md")
-SERIAL = "912345678"
-
-
-@pytest.fixture(scope="module")
-def documented(shared_lan):
-    """The device of the document, once it has heard its own announcement with everything in it."""
-    device = Device(shared_lan)
-    device.fwconfig.set(constants={"SERIALNUMBER": SERIAL})
-    device.start()
-
-    def heard() -> bool:
-        scan(device, "sendAnnouncement")
-        return [one["configurationMethod"] for one in scan(device, "allChilds") or []] == ["dhcp"]
-
-    wait_for(heard, what="the device lists itself with its network", seen=lambda: scan(device, "allChilds"))
-    yield device
-    crashed, output = device.crashed(), device.output
-    device.close()
-    assert not crashed, output
 
 
 @pytest.mark.parametrize("command, output", COMMANDS, ids=[command for command, _ in COMMANDS])

@@ -102,7 +102,6 @@ class Connmand(Program):
 
     def __init__(self, folder: pathlib.Path, device: Device):
         self._device = device
-        self._signals = device.bus.monitor("type='signal',interface='net.connman.Service'")
         device.room.path("/var/lib").mkdir(exist_ok=True)
         configuration = folder / "connman.conf"
         configuration.write_text(self._CONFIGURATION)
@@ -129,17 +128,14 @@ class Connmand(Program):
         wait_for(lambda: self.service and self.service[1].get("State") == state, seconds, f"connman's service is {state!r}",
                  lambda: (self.service, self.output[-2000:]))
 
+    def wait_until_disconnected(self) -> None:
+        """Until connman has noticed that the cable is out: the wired service is no more."""
+        wait_for(lambda: self.service is None, 15, "connman has no wired service", lambda: self.service)
+
     def wait_for_address(self, address: str, seconds: float = 15) -> None:
         """Until the daemon has heard of this address."""
         wait_for(lambda: self._device.call("getAddressStr") == address, seconds, f"the daemon has {address!r}",
                  lambda: (self._device.call("getAddressStr"), self.service))
-
-    def signals(self) -> list:
-        """Name and value of every State and IPv4 signal since the last call."""
-        found = [tuple(signal.arguments) for signal in self._signals.signals("PropertyChanged")
-                 if signal.arguments[0] in ("State", "IPv4")]
-        self._signals.clear()
-        return found
 
     def set_ipv4(self, **configuration) -> None:
         """What a user does by `connmanctl config ... --ipv4`."""

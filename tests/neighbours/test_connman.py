@@ -2,8 +2,6 @@
 
 import re
 
-import pytest
-
 from scanning import scan
 from simdevice.waiting import wait_for
 from texts import has_joined
@@ -50,7 +48,7 @@ def test_another_address_after_the_cable_was_out(ssdp, peer, connected, dhcp):
     wait_for_alive(ssdp, "10.77.0.40")
     ssdp.clear()
     connected.host.cable_out()
-    connected.connmand.wait_for_state("idle")
+    connected.connmand.wait_until_disconnected()
     dhcp.offer("10.77.0.41")
     connected.host.cable_in()
     connected.connmand.wait_for_address("10.77.0.41", 40)
@@ -63,9 +61,8 @@ def test_another_address_after_the_cable_was_out(ssdp, peer, connected, dhcp):
 def test_the_same_address_after_the_cable_was_out(ssdp, peer, connected):
     wait_for_alive(ssdp, "10.77.0.40")
     ssdp.clear()
-    connected.connmand.signals()
     connected.host.cable_out()
-    connected.connmand.wait_for_state("idle")
+    connected.connmand.wait_until_disconnected()
     assert connected.call("getAddressStr") == "10.77.0.40"  # connman does not say that the address is gone
     connected.host.cable_in()
     connected.connmand.wait_for_state("ready", 40)
@@ -100,3 +97,32 @@ def test_log_of_a_device_that_starts_without_a_network(connected, peer):
     connected.syslog.clear()
     peer.listen_announcements().wait_for(b'"announce"', count=2, seconds=25)
     assert own_log(connected) == []
+
+
+def test_without_a_dhcp_server_the_link_local_address_and_dhcp_again(ssdp, peer, connected, dhcp):
+    """connman takes a link-local address when nobody answers, which takes about 45 seconds, and asks again later."""
+    wait_for_alive(ssdp, "10.77.0.40")
+    dhcp.stop()
+    connected.host.cable_out()
+    connected.connmand.wait_until_disconnected()
+    ssdp.clear()
+    connected.host.cable_in()
+    wait_for(lambda: connected.call("getAutoipAddressStr"), 90, "a link-local address", lambda: connected.connmand.service)
+    autoip = connected.call("getAutoipAddressStr")
+    assert [f"{autoip}/16"] == [address for address in connected.host.addresses() if ":" not in address]
+    heard = wait_for_alive(ssdp, autoip)
+    # The earlier address stays the regular one: it is said alive first, and the link-local one has a UUID of its own.
+    assert heard == [("byebye", "10.77.0.40"), ("alive", "10.77.0.40"), ("alive", autoip)]
+    peer.host.add_address("169.254.1.3/16")
+    peer.device_address = autoip
+    answer, = peer.search(from_address="169.254.1.3")
+    assert f"\r\nLOCATION: http://{autoip}:8200/rootDesc.xml\r\n" in answer.text and "c50::upnp:" in answer.text
+    peer.host.remove_address("169.254.1.3/16")
+    ssdp.clear()
+    dhcp.offer("10.77.0.42")
+    connected.connmand.wait_for_address("10.77.0.42", 90)
+    heard = wait_for_alive(ssdp, autoip)
+    assert heard[:2] == [("byebye", "10.77.0.40"), ("byebye", autoip)]
+    # The link-local address stays known until the daemon starts anew, and is said alive with the regular one.
+    assert heard[-2:] == [("alive", "10.77.0.42"), ("alive", autoip)]
+    found_at(connected, peer, "10.77.0.42")

@@ -54,5 +54,4 @@ def test_minissdpd_on_the_pc_remembers_it(connected, peer, start_program, tmp_pa
     connected.call("configureIp")
     hearing.wait_for_output(f"new device discovered : {USN}")
     connected.connmand.set_ipv4(Method="manual", Address="10.77.0.60", Netmask="255.255.255.0", Gateway="10.77.0.1")
-    hearing.wait_for_output("ssdp:byebye")
-    hearing.wait_for_output("device removed")
+    hearing.wait_for_output(f"remove device : {USN}")

@@ -96,9 +96,9 @@ def test_avahi_beside_it(start_device, ssdp, peer, start_program, tmp_path):
     avahi = start_program(Program, device.room.prefix, ["avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits",
                                                         f"--file={configuration}"])
     avahi.wait_for_output("Server startup complete")
-    listener = peer.listen(MDNS)
-    peer.send(question("kelta.local"), MDNS, from_port=5353)
-    answer = listener.wait_for(b"\x05kelta\x05local\0" + struct.pack(">HH", 1, 0x8001), seconds=15)[0]
+    with peer._udp() as asking:
+        asking.sendto(question("kelta.local"), MDNS)
+        answer = wait_for(lambda: drain(asking), 15, "an answer", lambda: avahi.output)[0]
     assert answer.source == (ADDRESS, 5353) and answer.data.endswith(socket.inet_aton(ADDRESS))
     works_as_ever(device, peer, ssdp)
     assert avahi.running and notifies(ssdp) == []
