@@ -80,25 +80,22 @@ local function unescaped(text)
     return (text:gsub("\\(.)", function(letter) return ESCAPES[letter] or letter end))
 end
 
--- The token that begins at `at`, and its last position: a bracket, comma or colon as itself, "string", "number", "word",
--- nil at the end. A string that does not end is a token "open".
+local function text_token(text, at)
+    local last = text:find('["\\]', at + 1)
+    while last and text:sub(last, last) == "\\" do
+        last = text:find('["\\]', last + 2)
+    end
+    return last and "string" or "open", last or #text
+end
+
+-- The token that begins at `at`, and its last position: a bracket, comma or colon as itself, "string", "number" or "word".
+-- A string that does not end is a token "open".
 local function token(text, at)
     local first = text:sub(at, at)
-    if first == "" then
-        return nil, at
-    elseif first:find("[%[%]{},:]") then
+    if first:find("[%[%]{},:]") then
         return first, at
     elseif first == '"' then
-        local last = at + 1
-        while true do
-            last = text:find('["\\]', last)
-            if not last then
-                return "open", #text
-            elseif text:sub(last, last) == '"' then
-                return "string", last
-            end
-            last = last + 2
-        end
+        return text_token(text, at)
     end
     local _, last = text:find("^-?%d[%d.eE+-]*", at)
     if last then
@@ -111,96 +108,119 @@ end
 local WORDS = { ["true"] = true, ["false"] = true, ["null"] = true }
 local CLOSES = { ["}"] = "{", ["]"] = "[" }
 
--- Calls visit(keys, value, first, last) for every value that is neither object nor list, in the order of the text, and
--- enter(keys) for every beginning of an object. `keys` are those that lead to it from at most 8 levels, the innermost first.
--- Returns what is wrong with the text, nil when it is JSON.
-local function read(text, visit, enter)
-    local open, keys = {}, {} -- from the outside inwards; keys[i] is the key of open[i] that is being read, keys[0] one outside
-    local problem, wanted = nil, "value"
+-- Reads one text. visit(keys, value, first, last) is called for every value that is neither object nor list, in the order
+-- of the text, and enter(keys) for every beginning of an object. `keys` are those that lead to it from at most 8 levels, the
+-- innermost first. `problem` says what is wrong with the text, and is nil when it is JSON.
+local Reader = {}
+Reader.__index = Reader
 
-    local function complain(what, at)
-        problem = problem or string.format("%s at byte %d", what, at - 1)
-    end
+local function reader(text, visit, enter)
+    return setmetatable({
+        text = text, visit = visit, enter = enter,
+        open = {}, -- the brackets that are open, from the outside inwards
+        keys = {}, -- keys[i] is the key in open[i] whose value is being read, keys[0] one outside of everything
+        wanted = "value",
+    }, Reader)
+end
 
-    local function path()
-        local found = {}
-        for i = #open, math.max(0, #open - 8), -1 do
-            table.insert(found, keys[i])
+function Reader:expect(at, what, ...)
+    for _, wanted in ipairs({ ... }) do
+        if self.wanted == wanted then
+            return
         end
-        return found
     end
+    self:complain(what, at)
+end
 
-    local function value_is_over()
-        keys[#open] = nil
-        wanted = "comma"
-    end
+function Reader:complain(what, at)
+    self.problem = self.problem or string.format("%s at byte %d", what, at - 1)
+end
 
-    local at = 1
-    while true do
-        at = text:find("%S", at)
-        if not at then
-            break
-        end
-        local kind, last = token(text, at)
-        if kind == "{" or kind == "[" then
-            if wanted ~= "value" and wanted ~= "value or end" then
-                complain("unexpected " .. kind, at)
-            end
-            if kind == "{" then
-                enter(path())
-            end
-            table.insert(open, kind)
-            wanted = kind == "{" and "key or end" or "value or end"
-        elseif kind == "}" or kind == "]" then
-            if open[#open] ~= CLOSES[kind] then
-                complain(kind .. " closes nothing", at)
-            elseif wanted ~= "comma" and wanted ~= "key or end" and wanted ~= "value or end" then
-                complain("unexpected " .. kind, at)
-            end
-            if #open > 0 then
-                keys[#open] = nil
-                table.remove(open)
-            end
-            value_is_over()
-        elseif kind == "," then
-            if wanted ~= "comma" or #open == 0 then
-                complain("unexpected comma", at)
-            end
-            wanted = open[#open] == "[" and "value" or "key"
-        elseif kind == ":" then
-            if wanted ~= "colon" then
-                complain("unexpected colon", at)
-            end
-            wanted = "value"
-        elseif wanted == "key" or wanted == "key or end" then
-            if kind ~= "string" then
-                complain("no key", at)
-            end
-            keys[#open] = unescaped(text:sub(at + 1, last - 1))
-            wanted = "colon"
-        else
-            if wanted ~= "value" and wanted ~= "value or end" then
-                complain("unexpected value", at)
-            end
-            local raw = text:sub(at, last)
-            if kind == "open" or kind == "word" and not WORDS[raw] or kind == "number" and not tonumber(raw) then
-                complain("no value", at)
-            end
-            local content = raw
-            if kind == "string" then
-                content = unescaped(raw:sub(2, -2))
-            elseif kind == "open" then
-                content = unescaped(raw:sub(2))
-            end
-            visit(path(), content, at, last)
-            value_is_over()
-        end
-        at = last + 1
+function Reader:path()
+    local found = {}
+    for i = #self.open, math.max(0, #self.open - 8), -1 do
+        table.insert(found, self.keys[i])
     end
-    if #open > 0 or wanted ~= "comma" then
-        complain("the text ends too early", #text + 1)
+    return found
+end
+
+function Reader:value_is_over()
+    self.keys[#self.open] = nil
+    self.wanted = "comma"
+end
+
+function Reader:opening(kind, at)
+    self:expect(at, "unexpected " .. kind, "value", "value or end")
+    if kind == "{" then
+        self.enter(self:path())
     end
-    return problem
+    table.insert(self.open, kind)
+    self.wanted = kind == "{" and "key or end" or "value or end"
+end
+
+function Reader:closing(kind, at)
+    if self.open[#self.open] ~= CLOSES[kind] then
+        self:complain(kind .. " closes nothing", at)
+    end
+    self:expect(at, "unexpected " .. kind, "comma", "key or end", "value or end")
+    if #self.open > 0 then
+        self.keys[#self.open] = nil
+        table.remove(self.open)
+    end
+    self:value_is_over()
+end
+
+function Reader:comma(_, at)
+    self:expect(at, "unexpected comma", "comma")
+    if #self.open == 0 then
+        self:complain("something follows", at)
+    end
+    self.wanted = self.open[#self.open] == "[" and "value" or "key"
+end
+
+function Reader:colon(_, at)
+    self:expect(at, "unexpected colon", "colon")
+    self.wanted = "value"
+end
+
+function Reader:key(kind, at, last)
+    if kind ~= "string" then
+        self:complain("no key", at)
+    end
+    self.keys[#self.open] = unescaped(self.text:sub(at + 1, last - 1))
+    self.wanted = "colon"
+end
+
+function Reader:value(kind, at, last)
+    self:expect(at, "unexpected value", "value", "value or end")
+    local value = self.text:sub(at, last)
+    if kind == "open" or kind == "word" and not WORDS[value] or kind == "number" and not tonumber(value) then
+        self:complain("no value", at)
+    end
+    if kind == "string" or kind == "open" then
+        value = unescaped(value:sub(2, kind == "string" and -2 or -1))
+    end
+    self.visit(self:path(), value, at, last)
+    self:value_is_over()
+end
+
+local READ = {
+    ["{"] = Reader.opening, ["["] = Reader.opening, ["}"] = Reader.closing, ["]"] = Reader.closing,
+    [","] = Reader.comma, [":"] = Reader.colon,
+}
+
+function Reader:run()
+    local at = self.text:find("%S")
+    while at do
+        local kind, last = token(self.text, at)
+        local wants_key = self.wanted == "key" or self.wanted == "key or end"
+        local act = READ[kind] or wants_key and Reader.key or Reader.value
+        act(self, kind, at, last)
+        at = self.text:find("%S", last + 1)
+    end
+    if #self.open > 0 or self.wanted ~= "comma" then
+        self:complain("the text ends too early", #self.text + 1)
+    end
 end
 
 -- Showing it
@@ -321,7 +341,9 @@ function kelta.dissector(buffer, packet, root)
         return length
     end
     local found = collector(buffer, tree)
-    local problem = read(text, found.visit, found.enter)
+    local reading = reader(text, found.visit, found.enter)
+    reading:run()
+    local problem = reading.problem
     tree:add(fields.text, buffer(0, length), text)
     if problem then
         tree:add_proto_expert_info(experts.invalid, "Not valid JSON: " .. problem)
