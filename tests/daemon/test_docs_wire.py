@@ -6,7 +6,7 @@ import pytest
 
 from codeblocks import ROOT, fenced, wire_bytes
 from scanning import scan
-from simdevice.device import ADDRESS
+from simdevice.device import ADDRESS, HTTP_PORT
 from simdevice.waiting import wait_for
 from texts import AUTOIP
 from wirebytes import compare_bytes
@@ -121,7 +121,7 @@ def test_searches_that_are_not_answered(shared_device, shared_peer, name):
 def test_requests_that_get_no_answer(shared_device, shared_peer, name):
     with shared_peer.connect() as connection:
         connection.send(SENT[name])
-        wait_for(lambda: connection.in_flight() == 0 and shared_device.unread(8200) == 0, what="the request is read")
+        wait_for(lambda: connection.in_flight() == 0 and shared_device.unread(HTTP_PORT) == 0, what="the request is read")
         shared_peer.http_raw(SENT["get-description"])
         assert connection.nothing_to_read()
 
