@@ -4,6 +4,8 @@
 
 #include <QVarLengthArray>
 
+#include <cstring>
+
 namespace
 {
 
@@ -30,12 +32,42 @@ inline bool isLowerCase(ushort c)
     return c >= 'a' && c <= 'z';
 }
 
+inline bool endsPlain(ushort c)
+{
+    return c == '"' || c == '\\';
+}
+
+inline const ushort *plainEndOneByOne(const ushort *p, const ushort *end)
+{
+    while (p != end && !endsPlain(*p))
+        ++p;
+    return p;
+}
+
+// False only if none of the four units ends a plain run. A unit that does becomes 0 by the exclusive or, and the
+// subtraction then sets its top bit; beside it, only units from 0x8000 on can have theirs set.
+inline bool mayEndPlain(const ushort *four)
+{
+    const quint64 ones = Q_UINT64_C(0x0001000100010001);
+    quint64 word;
+    std::memcpy(&word, four, sizeof word);
+    const quint64 quotes = (word ^ (ones * '"')) - ones;
+    const quint64 backslashes = (word ^ (ones * '\\')) - ones;
+    return ((quotes | backslashes) & (ones << 15)) != 0;
+}
+
 // The first quote or backslash, or the end
 inline const ushort *plainEnd(const ushort *p, const ushort *end)
 {
-    while (p != end && *p != '"' && *p != '\\')
-        ++p;
-    return p;
+    const int step = 4; // most of a text is inside strings
+    for (; end - p >= step; p += step) {
+        if (!mayEndPlain(p))
+            continue;
+        const ushort *const found = plainEndOneByOne(p, p + step);
+        if (found != p + step)
+            return found;
+    }
+    return plainEndOneByOne(p, end);
 }
 
 inline int hexDigit(ushort c)
