@@ -1,5 +1,6 @@
 #include "jsonlexer.h"
 
+#include "handover.h"
 #include "jsongrammar_p.h"
 
 #include <QVarLengthArray>
@@ -217,6 +218,34 @@ double toDouble(const ushort *begin, int size)
     return ok ? value : 0.0; // Qt 5 gives infinity for 1e400
 }
 
+// The keys met last, in this text and in others. Announcements have nearly all their keys in common, so most keys need
+// no memory of their own, neither while a text is read nor as long as its value is kept.
+class KeyTable
+{
+public:
+    static bool canHold(int size) { return size >= 1 && size <= LongestKey; }
+
+    // The units as a text that others may share; there is room for their number.
+    const QString &key(const ushort *units, int size)
+    {
+        QString &slot = m_slots[((units[0] * 31u + units[size - 1]) * 31u + uint(size)) % Slots];
+        if (slot.size() != size || std::memcmp(slot.constData(), units, std::size_t(size) * sizeof *units) != 0)
+            slot = toString(units, size);
+        return slot;
+    }
+
+private:
+    // A stranger's keys may fill it, with some ten kilobytes.
+    enum { Slots = 128, LongestKey = 32 };
+    QString m_slots[Slots];
+};
+
+KeyTable &keyTable()
+{
+    static thread_local KeyTable table; // a QString may be shared among threads, the table may not
+    return table;
+}
+
 } // namespace
 
 JsonLexer::JsonLexer(const QString &text)
@@ -295,8 +324,15 @@ int JsonLexer::parseString()
     m_pos = int(p - text);
     if (p == end)
         return JsonGrammar::T_ERROR;
-    m_symbolValue = QVariant(toString(text + start, m_pos - start));
+    const int size = m_pos - start;
     ++m_pos;
+    const bool isKey = m_pos < m_text.size() && text[m_pos] == ':';
+    if (isKey && KeyTable::canHold(size)) {
+        m_symbolValue = QVariant(keyTable().key(text + start, size));
+    } else {
+        QString string = toString(text + start, size);
+        handOver(string, m_symbolValue);
+    }
     return JsonGrammar::T_STRING;
 }
 
@@ -319,7 +355,8 @@ int JsonLexer::parseEscapedString(int start, int backslash)
     if (p == end)
         return JsonGrammar::T_ERROR;
     value.append(plain, int(p - plain));
-    m_symbolValue = QVariant(toString(value.constData(), value.size()));
+    QString string = toString(value.constData(), value.size());
+    handOver(string, m_symbolValue);
     ++m_pos;
     return JsonGrammar::T_STRING;
 }

@@ -1,5 +1,6 @@
 #include "jsonparser.h"
 
+#include "handover.h"
 #include "jsongrammar_p.h"
 #include "jsonlexer.h"
 
@@ -154,8 +155,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Object: { Members }
     case 1:
-        m_values[slot] = QVariant(m_maps[slot + 1]);
-        m_maps[slot + 1].clear();
+        handOver(m_maps[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Members: string : Value
@@ -181,8 +181,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Array: [ Values ]
     case 12:
-        m_values[slot] = QVariant(m_lists[slot + 1]);
-        m_lists[slot + 1].clear();
+        handOver(m_lists[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Values: Value
