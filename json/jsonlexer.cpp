@@ -236,7 +236,8 @@ public:
 
 private:
     // A stranger's keys may fill it, with some ten kilobytes.
-    enum { Slots = 128, LongestKey = 32 };
+    enum { Slots = 128 };
+    enum { LongestKey = 32 };
     QString m_slots[Slots];
 };
 

@@ -132,6 +132,7 @@ int jsonnumber::writeShortDouble(double number, char *text)
     while (digits[count - 1] == '0')
         --count;
     const int leastFixedExponent = -4;
-    return sign + (decimal.exponent < leastFixedExponent ? writeScientific(digits, count, decimal.exponent, text)
-                                                         : writeFixed(digits, count, decimal.exponent, text));
+    const int length = decimal.exponent < leastFixedExponent ? writeScientific(digits, count, decimal.exponent, text)
+                                                             : writeFixed(digits, count, decimal.exponent, text);
+    return sign + length;
 }
