@@ -101,9 +101,11 @@ int writeScientific(const char *digits, int count, int exponent, char *text)
         std::memcpy(p, digits + 1, std::size_t(count - 1));
         p += count - 1;
     }
-    std::memcpy(p, "e-0", 3);
-    p[3] = char('0' - exponent);
-    return int(p - text) + 4;
+    *p++ = 'e';
+    *p++ = '-';
+    *p++ = '0';
+    *p++ = char('0' - exponent);
+    return int(p - text);
 }
 
 } // namespace
