@@ -1,8 +1,11 @@
 #include "jsonlexer.h"
 
+#include "handover.h"
 #include "jsongrammar_p.h"
 
 #include <QVarLengthArray>
+
+#include <cstring>
 
 namespace
 {
@@ -30,12 +33,42 @@ inline bool isLowerCase(ushort c)
     return c >= 'a' && c <= 'z';
 }
 
+inline bool endsPlain(ushort c)
+{
+    return c == '"' || c == '\\';
+}
+
+inline const ushort *plainEndOneByOne(const ushort *p, const ushort *end)
+{
+    while (p != end && !endsPlain(*p))
+        ++p;
+    return p;
+}
+
+// False only if none of the four units ends a plain run. A unit that does becomes 0 by the exclusive or, and the
+// subtraction then sets its top bit; beside it, only units from 0x8000 on can have theirs set.
+inline bool mayEndPlain(const ushort *four)
+{
+    const quint64 ones = Q_UINT64_C(0x0001000100010001);
+    quint64 word;
+    std::memcpy(&word, four, sizeof word);
+    const quint64 quotes = (word ^ (ones * '"')) - ones;
+    const quint64 backslashes = (word ^ (ones * '\\')) - ones;
+    return ((quotes | backslashes) & (ones << 15)) != 0;
+}
+
 // The first quote or backslash, or the end
 inline const ushort *plainEnd(const ushort *p, const ushort *end)
 {
-    while (p != end && *p != '"' && *p != '\\')
-        ++p;
-    return p;
+    const int step = 4; // most of a text is inside strings
+    for (; end - p >= step; p += step) {
+        if (!mayEndPlain(p))
+            continue;
+        const ushort *const found = plainEndOneByOne(p, p + step);
+        if (found != p + step)
+            return found;
+    }
+    return plainEndOneByOne(p, end);
 }
 
 inline int hexDigit(ushort c)
@@ -92,80 +125,126 @@ const ushort *appendEscape(const ushort *p, const ushort *end, Units *value)
     return p + 1;
 }
 
-// An e, perhaps a sign, and one to three digits, up to the end
-bool readExponent(const ushort *p, const ushort *end, int *exponent)
+inline bool isSign(ushort c)
 {
-    if (*p != 'e' && *p != 'E')
-        return false;
-    if (++p == end)
-        return false;
-    const bool negative = *p == '-';
-    p += negative || *p == '+';
-    if (p == end || end - p > 3)
-        return false;
-    int value = 0;
-    for (; p != end; ++p) {
-        if (!isDigit(*p))
-            return false;
-        value = value * 10 + (*p - '0');
-    }
-    *exponent = negative ? -value : value;
-    return true;
+    return c == '+' || c == '-';
 }
 
-// Reads [sign] digits [. digits] [e [sign] digits] if its digits fit a double exactly and its power of ten
-// is exact as well: then one multiplication or division rounds correctly, as Qt does at greater length.
-// False for all other texts.
-bool exactDouble(const ushort *p, const ushort *end, double *value)
+inline bool isFloating(ushort c)
+{
+    return c == '.' || c == 'e' || c == 'E';
+}
+
+// The text of a number as it is read: a whole number, and the power of ten that it is multiplied with.
+struct Decimal
+{
+    quint64 mantissa; // may have wrapped if there are more than 19 digits
+    int digits;
+    int exponent;
+};
+
+// Takes digits in, and returns the first character behind them.
+inline const ushort *takeDigits(const ushort *p, const ushort *end, Decimal *decimal)
+{
+    const ushort *const begin = p;
+    for (; p != end && isDigit(*p); ++p)
+        decimal->mantissa = decimal->mantissa * 10 + (*p - '0');
+    decimal->digits += int(p - begin);
+    return p;
+}
+
+// Takes in what is behind an e: perhaps a sign, and one to three digits. Returns the first character behind them, or
+// null.
+const ushort *takeExponent(const ushort *p, const ushort *end, Decimal *decimal)
+{
+    const bool negative = p != end && *p == '-';
+    p += p != end && isSign(*p);
+    Decimal power = { 0, 0, 0 };
+    p = takeDigits(p, end, &power);
+    if (power.digits < 1 || power.digits > 3)
+        return 0;
+    decimal->exponent += negative ? -int(power.mantissa) : int(power.mantissa);
+    return p;
+}
+
+// Takes in [. digits] [e [sign] digits] behind the digits that are there. Returns the first character behind them,
+// or null if they are not the whole of the number.
+const ushort *takeFraction(const ushort *p, const ushort *end, Decimal *decimal)
+{
+    if (*p == '.') {
+        const int whole = decimal->digits;
+        p = takeDigits(p + 1, end, decimal);
+        decimal->exponent = whole - decimal->digits;
+    }
+    if (p != end && (*p == 'e' || *p == 'E')) {
+        p = takeExponent(p + 1, end, decimal);
+        if (!p)
+            return 0;
+    }
+    return p != end && (isFloating(*p) || isSign(*p)) ? 0 : p;
+}
+
+// A whole number and a power of ten that are both exact as a double: one multiplication or division then rounds
+// correctly, as Qt does at greater length. False for all others.
+bool exactDouble(const Decimal &decimal, double *value)
 {
     static const double powers[] = {
         1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22
     };
-    const int maximumDigits = 15;
     const int maximumPower = int(sizeof powers / sizeof *powers) - 1;
+    const int digitsOf64Bits = 19;
+    const quint64 maximumMantissa = Q_UINT64_C(1) << 53;
 
-    const bool negative = *p == '-';
-    p += negative || *p == '+';
-    qint64 mantissa = 0;
-    int digits = 0;
-    int exponent = 0;
-    for (bool fraction = false; p != end && (isDigit(*p) || (*p == '.' && !fraction)); ++p) {
-        if (*p == '.') {
-            fraction = true;
-            continue;
-        }
-        mantissa = mantissa * 10 + (*p - '0');
-        exponent -= fraction;
-        if (++digits > maximumDigits)
-            return false;
-    }
-    if (digits == 0)
+    const int exponent = decimal.exponent;
+    if (decimal.digits == 0 || decimal.digits > digitsOf64Bits || decimal.mantissa > maximumMantissa || qAbs(exponent) > maximumPower)
         return false;
-
-    if (p != end) {
-        int power = 0;
-        if (!readExponent(p, end, &power))
-            return false;
-        exponent += power;
-    }
-    if (qAbs(exponent) > maximumPower)
-        return false;
-    const double whole = double(mantissa);
+    const double whole = double(qint64(decimal.mantissa)); // converting from signed is shorter
     *value = exponent < 0 ? whole / powers[-exponent] : whole * powers[exponent];
-    if (negative)
-        *value = -*value;
     return true;
+}
+
+const ushort *numberEnd(const ushort *p, const ushort *end)
+{
+    while (p != end && (isDigit(*p) || isSign(*p) || isFloating(*p)))
+        ++p;
+    return p;
 }
 
 double toDouble(const ushort *begin, int size)
 {
-    double exact = 0;
-    if (exactDouble(begin, begin + size, &exact))
-        return exact;
     bool ok = false;
     const double value = toString(begin, size).toDouble(&ok);
     return ok ? value : 0.0; // Qt 5 gives infinity for 1e400
+}
+
+// The keys met last, in this text and in others. Announcements have nearly all their keys in common, so most keys need
+// no memory of their own, neither while a text is read nor as long as its value is kept.
+class KeyTable
+{
+public:
+    static bool canHold(int size) { return size >= 1 && size <= LongestKey; }
+
+    // The units as a text that others may share; there is room for their number.
+    const QString &key(const ushort *units, int size)
+    {
+        QString &slot = m_slots[((units[0] * 31u + units[size - 1]) * 31u + uint(size)) % Slots];
+        if (slot.size() != size || std::memcmp(slot.constData(), units, std::size_t(size) * sizeof *units) != 0)
+            slot = toString(units, size);
+        return slot;
+    }
+
+private:
+    // A stranger's keys may fill it, with some ten kilobytes.
+    enum { Slots = 128 };
+    enum { LongestKey = 32 };
+    QString m_slots[Slots];
+};
+
+KeyTable &keyTable()
+{
+    static thread_local KeyTable table; // a QString may be shared among threads, the table may not
+    return table;
 }
 
 } // namespace
@@ -246,8 +325,15 @@ int JsonLexer::parseString()
     m_pos = int(p - text);
     if (p == end)
         return JsonGrammar::T_ERROR;
-    m_symbolValue = QVariant(toString(text + start, m_pos - start));
+    const int size = m_pos - start;
     ++m_pos;
+    const bool isKey = m_pos < m_text.size() && text[m_pos] == ':';
+    if (isKey && KeyTable::canHold(size)) {
+        m_symbolValue = QVariant(keyTable().key(text + start, size));
+    } else {
+        QString string = toString(text + start, size);
+        handOver(string, m_symbolValue);
+    }
     return JsonGrammar::T_STRING;
 }
 
@@ -270,34 +356,39 @@ int JsonLexer::parseEscapedString(int start, int backslash)
     if (p == end)
         return JsonGrammar::T_ERROR;
     value.append(plain, int(p - plain));
-    m_symbolValue = QVariant(toString(value.constData(), value.size()));
+    QString string = toString(value.constData(), value.size());
+    handOver(string, m_symbolValue);
     ++m_pos;
     return JsonGrammar::T_STRING;
 }
 
 int JsonLexer::parseNumber()
 {
-    const int start = m_pos;
-    const ushort *const text = units(m_text);
-    quint64 integer = 0; // unsigned, for it may wrap
-    bool floating = false;
-    const int size = m_text.size();
-    int pos = start;
-    for (; pos < size; ++pos) {
-        const ushort c = text[pos];
-        if (c == '.' || c == 'e' || c == 'E')
-            floating = true;
-        else if (!isDigit(c) && c != '+' && c != '-')
-            break;
-        else if (!floating && isDigit(c))
-            integer = integer * 10 + (c - '0');
+    const ushort *const begin = units(m_text) + m_pos;
+    const ushort *const end = units(m_text) + m_text.size();
+    const bool negative = *begin == '-';
+    Decimal decimal = { 0, 0, 0 };
+    const ushort *p = takeDigits(begin + isSign(*begin), end, &decimal);
+    bool plain = true; // no sign but the first
+    while (p != end && isSign(*p)) {
+        plain = false;
+        p = takeDigits(p + 1, end, &decimal);
     }
 
-    m_pos = pos;
-    if (floating)
-        m_symbolValue = QVariant(toDouble(text + start, pos - start));
-    else
-        m_symbolValue = QVariant(qlonglong(text[start] == '-' ? 0 - integer : integer));
+    if (p == end || !isFloating(*p)) {
+        m_symbolValue = QVariant(qlonglong(negative ? 0 - decimal.mantissa : decimal.mantissa));
+    } else {
+        double value = 0;
+        const ushort *const fractionEnd = plain ? takeFraction(p, end, &decimal) : 0;
+        if (fractionEnd && exactDouble(decimal, &value)) {
+            p = fractionEnd;
+            m_symbolValue = QVariant(negative ? -value : value);
+        } else {
+            p = numberEnd(p, end);
+            m_symbolValue = QVariant(toDouble(begin, int(p - begin)));
+        }
+    }
+    m_pos += int(p - begin);
     return JsonGrammar::T_NUMBER;
 }
 

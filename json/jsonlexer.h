@@ -27,7 +27,8 @@ public:
     // pos(). Each returns a token code.
 
     // "..." as a QString. A \u escape makes one UTF-16 unit, lone surrogates included.
-    // Without a closing quote: 12, and pos() is the end of the text.
+    // Without a closing quote: 12, and pos() is the end of the text. A short string right before a colon may
+    // share its memory with the same one of another text.
     int parseString();
     // A number as qlonglong, or as double when it has a point or an exponent. Integers wrap at 64 bits;
     // a floating text that is no number, or none that a double can hold, is 0.0.

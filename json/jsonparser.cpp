@@ -1,5 +1,6 @@
 #include "jsonparser.h"
 
+#include "handover.h"
 #include "jsongrammar_p.h"
 #include "jsonlexer.h"
 
@@ -64,24 +65,24 @@ bool JsonParser::parse(JsonLexer *lexer)
 {
     m_top = -1;
     m_depth = 0;
-    push(0);
+    int state = push(0);
     int token = noToken;
     for (;;) {
-        const int state = m_states[m_top];
         if (token == noToken && needsToken(state))
             token = lexer->lex();
         const int action = JsonGrammar::t_action(state, token);
+        if (action < 0) {
+            state = reduce(-action - 1);
+            continue;
+        }
         if (action == JsonGrammar::ACCEPT_STATE)
             return true;
         if (action == 0)
             return fail(lexer, expectation(state));
-        if (action < 0) {
-            reduce(-action - 1);
-        } else if (shift(action, token, lexer)) {
-            token = noToken;
-        } else {
+        if (!shift(action, token, lexer))
             return fail(lexer, QString());
-        }
+        state = action;
+        token = noToken;
     }
 }
 
@@ -95,16 +96,30 @@ void JsonParser::reallocateStack()
 {
     const int capacity = m_states.isEmpty() ? int(InitialCapacity) : m_states.size() * 2;
     m_states.resize(capacity);
-    m_values.resize(capacity);
-    m_maps.resize(capacity);
-    m_lists.resize(capacity);
+    m_values.reserve(capacity);
+    m_maps.reserve(capacity);
+    m_lists.reserve(capacity);
 }
 
-inline void JsonParser::push(int state)
+// Makes entries for the top. An announcement needs a few of those that there is room for, and making and
+// destroying the others would take longer than they are worth.
+void JsonParser::makeEntries()
 {
-    if (++m_top == stackCapacity())
+    if (m_top == stackCapacity())
         reallocateStack();
+    const int more = 16;
+    m_values.resize(m_top + more);
+    m_maps.resize(m_top + more);
+    m_lists.resize(m_top + more);
+}
+
+// Returns the state.
+inline int JsonParser::push(int state)
+{
+    if (++m_top == m_values.size())
+        makeEntries();
     m_states[m_top] = state;
+    return state;
 }
 
 // False when the token would open one array or object too many.
@@ -118,12 +133,14 @@ inline bool JsonParser::shift(int state, int token, JsonLexer *lexer)
     return true;
 }
 
-inline void JsonParser::reduce(int rule)
+// Returns the state that is now on top.
+inline int JsonParser::reduce(int rule)
 {
     m_top -= JsonGrammar::rhs[rule];
     const int symbol = JsonGrammar::lhs[rule] - JsonGrammar::TERMINAL_COUNT;
-    push(JsonGrammar::nt_action(m_states[m_top], symbol));
+    const int state = push(JsonGrammar::nt_action(m_states[m_top], symbol));
     runAction(rule);
+    return state;
 }
 
 // The slots of the right-hand side begin at the top, which is the slot of the left-hand side as well.
@@ -138,8 +155,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Object: { Members }
     case 1:
-        m_values[slot] = QVariant(m_maps[slot + 1]);
-        m_maps[slot + 1].clear();
+        handOver(m_maps[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Members: string : Value
@@ -165,8 +181,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Array: [ Values ]
     case 12:
-        m_values[slot] = QVariant(m_lists[slot + 1]);
-        m_lists[slot + 1].clear();
+        handOver(m_lists[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Values: Value

@@ -46,9 +46,10 @@ public:
     int stackCapacity() const { return m_states.size(); }
 
 private:
-    void push(int state);
+    int push(int state);
+    void makeEntries();
     bool shift(int state, int token, JsonLexer *lexer);
-    void reduce(int rule);
+    int reduce(int rule);
     void runAction(int rule);
     void insertMember(int slot, int key);
     void appendElement(int slot, int element);

@@ -5,6 +5,8 @@
 
 #include <QTextCodec>
 
+#include <cstring>
+
 namespace
 {
 
@@ -40,14 +42,38 @@ QString decoded(const QByteArray &data)
 // that large makes malloc tidy up the many small ones of the value before.
 const int shortText = 2048;
 
+inline bool isPlainAscii(uchar byte)
+{
+    return byte != 0 && byte < 0x80;
+}
+
+// Eight bytes together. Subtracting 1 sets the top bit of a byte 0; of those from 0x80 on it is set already.
+inline bool arePlainAscii(const uchar (&bytes)[8])
+{
+    const quint64 ones = Q_UINT64_C(0x0101010101010101);
+    quint64 word;
+    std::memcpy(&word, bytes, sizeof word);
+    return (((word - ones) | word) & (ones << 7)) == 0;
+}
+
+// False if there is any other character; then it is another encoding, or none.
 bool widened(const QByteArray &data, ushort *text)
 {
     const char *const bytes = data.constData();
-    for (int i = 0, size = data.size(); i < size; ++i) {
-        const uchar byte = uchar(bytes[i]);
-        if (byte == 0 || byte >= 0x80)
-            return false; // another encoding, or none
-        text[i] = byte;
+    const int size = data.size();
+    int i = 0;
+    uchar step[8]; // a copy, which no store through text can change
+    for (; size - i >= int(sizeof step); i += int(sizeof step)) {
+        std::memcpy(step, bytes + i, sizeof step);
+        if (!arePlainAscii(step))
+            return false;
+        for (int k = 0; k < int(sizeof step); ++k)
+            text[i + k] = step[k];
+    }
+    for (; i < size; ++i) {
+        text[i] = uchar(bytes[i]);
+        if (!isPlainAscii(uchar(bytes[i])))
+            return false;
     }
     return true;
 }

@@ -39,16 +39,14 @@ public:
     int autoFormattingIndent() const;
 
 private:
-    void writeString(const QString &text);
-    void writeChar(QChar c);
-    void writeDouble(double number);
-    void writeArray(const QVariantList &array, int level);
-    void writeObject(const QVariantMap &object, int level);
-    void writePad(int level);
-    void writeOther(const QVariant &value);
-    void writeUnsupported(const QVariant &value);
-    void writeEscape(ushort unit);
-    void writeAscii(const char *text) { m_result += QLatin1String(text); }
+    class Output;
+
+    void write(const QVariant &value, int level, Output *output);
+    void writeArray(const QVariantList &array, int level, Output *output);
+    void writeObject(const QVariantMap &object, int level, Output *output);
+    void writePad(int level, Output *output) const;
+    void writeOther(const QVariant &value, Output *output);
+    void writeUnsupported(const QVariant &value, Output *output);
 
     QString m_result;
     QString m_errorString;

@@ -33,6 +33,11 @@ private slots:
     void unicodeEscapeNeedsACharacterBehindItsDigits();
     void unicodeEscapeMaySwallowTheClosingQuote();
     void escapesFarBeyondTheLocalBuffer();
+    void endOfAStringIsFoundAtEveryDistance();
+    void highUnitsEndNoString();
+    void keysAreSharedAmongTexts();
+    void keysAreNotTakenForOneAnother_data();
+    void keysAreNotTakenForOneAnother();
     void integers_data();
     void integers();
     void floatingNumbers_data();
@@ -380,6 +385,78 @@ void tst_JsonLexer::escapesFarBeyondTheLocalBuffer()
     QCOMPARE(lexer.symbolValue(), QVariant(latin1("\nab\xe9").repeated(count)));
 }
 
+void tst_JsonLexer::endOfAStringIsFoundAtEveryDistance()
+{
+    for (int length = 0; length < 40; ++length) {
+        const QString plain(length, QLatin1Char('a'));
+        JsonLexer lexer(quoted(plain) + quoted(plain + latin1("\\n") + plain) + latin1("\"") + plain);
+        QCOMPARE(lexer.lex(), 1);
+        QCOMPARE(lexer.symbolValue(), QVariant(plain));
+        QCOMPARE(lexer.pos(), length + 2);
+        QCOMPARE(lexer.lex(), 1);
+        QCOMPARE(lexer.symbolValue(), QVariant(plain + QLatin1Char('\n') + plain));
+        QCOMPARE(lexer.lex(), 12);
+        QCOMPARE(lexer.pos(), length * 4 + 7);
+    }
+}
+
+// Units whose top bit is set, and those that differ from a quote or a backslash only in their high byte
+void tst_JsonLexer::highUnitsEndNoString()
+{
+    const ushort high[] = { 0x8000, 0x8022, 0x805c, 0x0122, 0x015c, 0x2200, 0x5c00, 0xffff, 0x0021, 0x0023, 0x005b, 0x005d };
+    for (ushort unit : high) {
+        const QString plain = QString(11, QChar(unit));
+        JsonLexer lexer(quoted(plain) + latin1(",\""));
+        QCOMPARE(lexer.lex(), 1);
+        QCOMPARE(lexer.symbolValue(), QVariant(plain));
+        QCOMPARE(lexer.lex(), 8);
+    }
+}
+
+void tst_JsonLexer::keysAreSharedAmongTexts()
+{
+    JsonLexer first(latin1("\"sharedKey\":1"));
+    JsonLexer second(latin1("{\"sharedKey\":2"));
+    first.lex();
+    second.lex();
+    second.lex();
+    const QString one = first.symbolValue().toString();
+    const QString other = second.symbolValue().toString();
+    QCOMPARE(one, latin1("sharedKey"));
+    QCOMPARE(other, latin1("sharedKey"));
+    QVERIFY(one.constData() == other.constData());
+}
+
+void tst_JsonLexer::keysAreNotTakenForOneAnother_data()
+{
+    QTest::addColumn<QString>("one");
+    QTest::addColumn<QString>("other");
+
+    QTest::newRow("different in the middle") << latin1("abcde") << latin1("abXde");
+    QTest::newRow("one character") << latin1("a") << latin1("b");
+    QTest::newRow("empty") << latin1("") << latin1("a");
+    QTest::newRow("beginning of the other") << latin1("aa") << latin1("aaa");
+    QTest::newRow("different in the high byte") << QString(3, QChar(0x0161)) << QString(3, QChar(0x0261));
+    QTest::newRow("32 characters") << QString(32, QLatin1Char('k')) << QString(31, QLatin1Char('k'));
+    QTest::newRow("33 characters") << QString(33, QLatin1Char('k')) << QString(32, QLatin1Char('k'));
+}
+
+void tst_JsonLexer::keysAreNotTakenForOneAnother()
+{
+    QFETCH(QString, one);
+    QFETCH(QString, other);
+
+    JsonLexer lexer((quoted(one) + QLatin1Char(':') + quoted(other) + QLatin1Char(':')).repeated(2));
+    for (int i = 0; i < 2; ++i) {
+        lexer.lex();
+        QCOMPARE(lexer.symbolValue(), QVariant(one));
+        QCOMPARE(lexer.lex(), 7);
+        lexer.lex();
+        QCOMPARE(lexer.symbolValue(), QVariant(other));
+        QCOMPARE(lexer.lex(), 7);
+    }
+}
+
 void tst_JsonLexer::integers_data()
 {
     QTest::addColumn<QString>("text");
@@ -449,6 +526,24 @@ void tst_JsonLexer::floatingNumbers_data()
     QTest::newRow("digits beyond 64 bits") << latin1("123456789012345678901234567890.5") << 123456789012345678901234567890.5;
     QTest::newRow("zeros in front of the digits") << latin1("000000000000000000000000000001.5") << 1.5;
     QTest::newRow("long fraction") << latin1("0.") + QString(400, QLatin1Char('3')) << 1.0 / 3;
+    QTest::newRow("2 to the 53rd with a fraction") << latin1("900719925474099.2") << 900719925474099.2;
+    QTest::newRow("one more than that, a tenth") << latin1("900719925474099.3") << 900719925474099.3;
+    QTest::newRow("nineteen digits") << latin1("1.000000000000000001") << 1.000000000000000001;
+    QTest::newRow("nineteen digits, small whole") << latin1("0.000000000000000003") << 3e-18;
+    QTest::newRow("twenty digits") << latin1("0.0000000000000000003") << 3e-19;
+    QTest::newRow("twenty digits that wrap to a small number") << latin1("18446744073709551617.0") << 18446744073709551617.0;
+    QTest::newRow("exact power above, with a fraction") << latin1("1.5e23") << 1.5e23;
+    QTest::newRow("exact power below, with a fraction") << latin1("1.5e-21") << 1.5e-21;
+    QTest::newRow("beyond the exact power below, with a fraction") << latin1("1.5e-22") << 1.5e-22;
+    QTest::newRow("point right before the exponent") << latin1("12.e1") << 120.0;
+    QTest::newRow("exponent of three digits") << latin1("1e005") << 1e5;
+    QTest::newRow("exponent of four digits") << latin1("1e0005") << 1e5;
+    QTest::newRow("exponent of a sign alone") << latin1("1e+") << 0.0;
+    QTest::newRow("point behind the exponent does not convert") << latin1("1e5.") << 0.0;
+    QTest::newRow("sign behind the fraction does not convert") << latin1("1.5-") << 0.0;
+    QTest::newRow("sign before the point does not convert") << latin1("1-.5") << 0.0;
+    QTest::newRow("two signs in the exponent do not convert") << latin1("1e+-5") << 0.0;
+    QTest::newRow("smallest") << latin1("4.9e-324") << std::numeric_limits<double>::denorm_min();
     QTest::newRow("huge exponent") << latin1("1e99999999999999999999") << 0.0;
     QTest::newRow("huge negative exponent") << latin1("1e-99999999999999999999") << 0.0;
 }

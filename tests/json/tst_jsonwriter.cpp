@@ -4,6 +4,7 @@
 
 #include <QtTest>
 
+#include <cmath>
 #include <limits>
 
 class tst_JsonWriter : public QObject
@@ -15,12 +16,16 @@ private slots:
     void startsEmptyUnformattedWithFourBlanks();
     void values_data();
     void values();
+    void numbers_data();
+    void numbers();
     void objectsFormattedAndNot_data();
     void objectsFormattedAndNot();
     void membersAreWrittenInKeyOrder();
     void keysAreEscaped();
     void everyUnitIsEscapedByTheTable();
     void longTextsAreWrittenWhole();
+    void textsOfEveryLengthAreWrittenWhole();
+    void doublesAreWrittenAsQtDoes();
     void nanAndInfinityAreNullWithoutAnError();
     void indentIsBlanksOrTabs_data();
     void indentIsBlanksOrTabs();
@@ -83,6 +88,14 @@ QByteArray opaqueWarning()
     return "JsonWriter::stringify -  \"" + opaqueMessage().toLatin1() + '"';
 }
 
+void compareWritten(const QVariant &value, const QString &text)
+{
+    JsonWriter writer;
+    QVERIFY2(writer.stringify(value), qPrintable(writer.errorString()));
+    QCOMPARE(writer.result(), text);
+    QCOMPARE(writer.errorString(), QString());
+}
+
 } // namespace
 
 void tst_JsonWriter::initTestCase()
@@ -107,20 +120,6 @@ void tst_JsonWriter::values_data()
     QTest::newRow("invalid") << QVariant() << latin1("null");
     QTest::newRow("true") << QVariant(true) << latin1("true");
     QTest::newRow("false") << QVariant(false) << latin1("false");
-
-    QTest::newRow("int") << QVariant(-7) << latin1("-7");
-    QTest::newRow("unsigned int") << QVariant(4294967295U) << latin1("4294967295");
-    QTest::newRow("smallest 64-bit integer") << QVariant(std::numeric_limits<qlonglong>::min()) << latin1("-9223372036854775808");
-    QTest::newRow("largest unsigned 64-bit integer") << QVariant(std::numeric_limits<qulonglong>::max()) << latin1("18446744073709551615");
-
-    QTest::newRow("one tenth") << QVariant(0.1) << latin1("0.1");
-    QTest::newRow("double without a fraction") << QVariant(100000.0) << latin1("100000");
-    QTest::newRow("exponent form") << QVariant(1e20) << latin1("1e+20");
-    QTest::newRow("fifteen digits") << QVariant(0.1 + 0.2) << latin1("0.3");
-    QTest::newRow("one third") << QVariant(1.0 / 3) << latin1("0.333333333333333");
-    QTest::newRow("small") << QVariant(1e-7) << latin1("1e-07");
-    QTest::newRow("float") << QVariant(0.5f) << latin1("0.5");
-    QTest::newRow("float has the digits of its double") << QVariant(0.1f) << latin1("0.100000001490116");
 
     QTest::newRow("string") << QVariant(latin1("abc")) << latin1("\"abc\"");
     QTest::newRow("empty string") << QVariant(latin1("")) << latin1("\"\"");
@@ -160,10 +159,58 @@ void tst_JsonWriter::values()
     QFETCH(QVariant, value);
     QFETCH(QString, text);
 
-    JsonWriter writer;
-    QVERIFY2(writer.stringify(value), qPrintable(writer.errorString()));
-    QCOMPARE(writer.result(), text);
-    QCOMPARE(writer.errorString(), QString());
+    compareWritten(value, text);
+}
+
+void tst_JsonWriter::numbers_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("int") << QVariant(-7) << latin1("-7");
+    QTest::newRow("integer zero") << QVariant(0) << latin1("0");
+    QTest::newRow("nine") << QVariant(9) << latin1("9");
+    QTest::newRow("ten") << QVariant(10) << latin1("10");
+    QTest::newRow("ninety-nine") << QVariant(99) << latin1("99");
+    QTest::newRow("one hundred") << QVariant(100) << latin1("100");
+    QTest::newRow("largest 64-bit integer") << QVariant(std::numeric_limits<qlonglong>::max()) << latin1("9223372036854775807");
+    QTest::newRow("unsigned int") << QVariant(4294967295U) << latin1("4294967295");
+    QTest::newRow("smallest 64-bit integer") << QVariant(std::numeric_limits<qlonglong>::min()) << latin1("-9223372036854775808");
+    QTest::newRow("largest unsigned 64-bit integer") << QVariant(std::numeric_limits<qulonglong>::max()) << latin1("18446744073709551615");
+
+    QTest::newRow("one tenth") << QVariant(0.1) << latin1("0.1");
+    QTest::newRow("double without a fraction") << QVariant(100000.0) << latin1("100000");
+    QTest::newRow("exponent form") << QVariant(1e20) << latin1("1e+20");
+    QTest::newRow("fifteen digits") << QVariant(0.1 + 0.2) << latin1("0.3");
+    QTest::newRow("one third") << QVariant(1.0 / 3) << latin1("0.333333333333333");
+    QTest::newRow("small") << QVariant(1e-7) << latin1("1e-07");
+    QTest::newRow("zero") << QVariant(0.0) << latin1("0");
+    QTest::newRow("whole number") << QVariant(-42.0) << latin1("-42");
+    QTest::newRow("fifteen nines") << QVariant(999999999999999.0) << latin1("999999999999999");
+    QTest::newRow("fifteen nines and less than a half") << QVariant(999999999999999.375) << latin1("999999999999999");
+    QTest::newRow("fifteen nines and a half") << QVariant(999999999999999.5) << latin1("1e+15");
+    QTest::newRow("sixteen digits") << QVariant(1e15) << latin1("1e+15");
+    QTest::newRow("sixteen digits, rounded") << QVariant(1234567890123456.0) << latin1("1.23456789012346e+15");
+    QTest::newRow("fourteen zeros") << QVariant(100000000000000.0) << latin1("100000000000000");
+    QTest::newRow("zeros inside") << QVariant(1000000.000001) << latin1("1000000.000001");
+    QTest::newRow("smallest without an exponent") << QVariant(0.0001) << latin1("0.0001");
+    QTest::newRow("digits behind three zeros") << QVariant(0.000123456789012345) << latin1("0.000123456789012345");
+    QTest::newRow("rounded up to the smallest without an exponent") << QVariant(0.000099999999999999999) << latin1("0.0001");
+    QTest::newRow("largest small with an exponent") << QVariant(0.0000999999999999999) << latin1("9.99999999999999e-05");
+    QTest::newRow("eight zeros") << QVariant(-1e-8) << latin1("-1e-08");
+    QTest::newRow("nine zeros") << QVariant(9.5e-9) << latin1("9.5e-09");
+    QTest::newRow("smallest") << QVariant(std::numeric_limits<double>::denorm_min()) << latin1("4.94065645841247e-324");
+    QTest::newRow("largest") << QVariant(std::numeric_limits<double>::max()) << latin1("1.79769313486232e+308");
+    QTest::newRow("float") << QVariant(0.5f) << latin1("0.5");
+    QTest::newRow("float has the digits of its double") << QVariant(0.1f) << latin1("0.100000001490116");
+}
+
+void tst_JsonWriter::numbers()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, text);
+
+    compareWritten(value, text);
 }
 
 void tst_JsonWriter::objectsFormattedAndNot_data()
@@ -251,6 +298,35 @@ void tst_JsonWriter::longTextsAreWrittenWhole()
 {
     const int count = 64 * 1024;
     QCOMPARE(written(latin1("ab\n\xe9").repeated(count)), QLatin1Char('"') + latin1("ab\\n\\u00e9").repeated(count) + QLatin1Char('"'));
+}
+
+// The room for the text ends at every place once.
+void tst_JsonWriter::textsOfEveryLengthAreWrittenWhole()
+{
+    for (int length = 0; length < 1200; ++length) {
+        const QString plain(length, QLatin1Char('a'));
+        const QString escapes = latin1("/\xe9").repeated(length % 50);
+        const QString escaped = latin1("\\/\\u00e9").repeated(length % 50);
+        const QVariantList list = QVariantList() << plain << escapes << length << QVariant() << plain.left(3);
+        const QString text = latin1("[\"") + plain + latin1("\",\"") + escaped + latin1("\",") + QString::number(length) + latin1(",null,\"");
+        QCOMPARE(written(list), text + plain.left(3) + latin1("\"]"));
+    }
+}
+
+// Decimals of every length and size and their neighbours, the same in every run
+void tst_JsonWriter::doublesAreWrittenAsQtDoes()
+{
+    quint64 random = 1;
+    for (int i = 0; i < 200000; ++i) {
+        random = random * Q_UINT64_C(6364136223846793005) + Q_UINT64_C(1442695040888963407);
+        const int digits = int(random >> 60);
+        const QByteArray mantissa = QByteArray::number(random >> 8).left(digits + 1);
+        double number = (mantissa + 'e' + QByteArray::number(i % 60 - 35)).toDouble();
+        for (int neighbour = i / 60 % 3; neighbour > 0; --neighbour)
+            number = std::nextafter(number, i % 2 ? 0 : 1e300);
+        const double value = i % 7 ? number : -number;
+        QCOMPARE(written(value), QString::number(value, 'g', 15));
+    }
 }
 
 void tst_JsonWriter::nanAndInfinityAreNullWithoutAnError()
