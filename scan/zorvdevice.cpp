@@ -3,6 +3,8 @@
 #include "dbusvalue.h"
 #include "jsonreader.h"
 
+#include <QtCore/QDateTime>
+
 #include <limits>
 
 // Parsed announcements can take forty times the memory of their text, so only so many bytes of it are kept parsed.
@@ -58,7 +60,7 @@ static int threeTimes(int seconds)
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
     , m_raw(json)
-    , m_lastSeen(QDateTime::currentDateTime())
+    , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
     , m_isMalformed(false)
 {
@@ -88,12 +90,13 @@ void ZorvDevice::update(const QByteArray &json)
 
 void ZorvDevice::touch()
 {
-    m_lastSeen = QDateTime::currentDateTime();
+    m_lastSeen = QDateTime::currentMSecsSinceEpoch();
 }
 
 void ZorvDevice::checkExpired()
 {
-    if (m_lastSeen.secsTo(QDateTime::currentDateTime()) > m_expiration)
+    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
+    if (wholeSeconds > m_expiration)
         deleteLater();
 }
 

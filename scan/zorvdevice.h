@@ -2,7 +2,6 @@
 #define ZORVDEVICE_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
 
@@ -52,7 +51,7 @@ private:
     static int s_parsedSize; // bytes of all announcements whose parsed form is kept
 
     QByteArray m_raw;
-    QDateTime m_lastSeen; // local time
+    qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
     QVariantMap m_parsed; // empty until asked for
     bool m_isMalformed; // the last announcement was found not to parse
