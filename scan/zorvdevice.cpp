@@ -59,7 +59,7 @@ static int threeTimes(int seconds)
 
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
-    , m_raw(json)
+    , m_raw(json.constData(), json.size())
     , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
     , m_isMalformed(false)
@@ -83,9 +83,12 @@ ZorvDevice::~ZorvDevice()
 
 void ZorvDevice::update(const QByteArray &json)
 {
-    forgetParsed();
-    m_raw = json;
     touch();
+    // Nearly every device says the same every time.
+    if (json == m_raw)
+        return;
+    forgetParsed();
+    m_raw = QByteArray(json.constData(), json.size());
 }
 
 void ZorvDevice::touch()

@@ -15,12 +15,12 @@ class ZorvDevice : public QObject
 public:
     // An announcement that does not parse, or that names no whole number of seconds as its expiration, makes an
     // entry that deletes itself as soon as the event loop is reached. A valid one keeps the entry for three times
-    // its expiration. defaultExpiration is in seconds.
+    // its expiration. defaultExpiration is in seconds. The text is copied: the caller goes on using its array.
     ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
 
     ~ZorvDevice();
 
-    // The device announced itself again. The expiration stays that of the first announcement.
+    // The device announced itself again. The expiration stays that of the first announcement. The text is copied.
     void update(const QByteArray &json);
 
     // The device announced itself again, but the last announcement stays.

@@ -41,6 +41,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_connections(0)
     , m_registrySize(0)
 {
+    m_received.reserve(maximalDatagramSize);
     subscribeToConnman();
     setupMulticast();
     qtcompat::startExactTimer(this, m_interval * 1000);
@@ -164,16 +165,13 @@ void ZorvScan::checkDevices()
     }
 }
 
-// Reads even when nothing seems to be there: after a damaged datagram Qt reports no other one before somebody reads.
+// Without asking first: after a damaged datagram Qt reports no other one before somebody reads.
 bool ZorvScan::receive()
 {
-    const int size = int(m_socket->pendingDatagramSize());
-    // A new array each time: the registry keeps the old one.
-    m_received = QByteArray(size < 0 ? maximalDatagramSize : size, Qt::Uninitialized);
-    const int received = int(m_socket->readDatagram(m_received.data(), m_received.size()));
-    if (size < 0)
-        m_received = m_received.left(qMax(0, received));
-    return received == m_received.size();
+    m_received.resize(maximalDatagramSize);
+    const int size = int(m_socket->readDatagram(m_received.data(), m_received.size()));
+    m_received.resize(qMax(0, size));
+    return size > 0;
 }
 
 void ZorvScan::pendingDatagrams()

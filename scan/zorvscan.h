@@ -78,7 +78,7 @@ private:
     const quint16 m_port;
     UpnpSettings *m_settings;
     int m_interval; // seconds
-    QByteArray m_received;
+    QByteArray m_received; // the datagram that is being taken in; its memory is kept for the next one
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
