@@ -7,10 +7,47 @@
 
 #include <limits>
 
-// Parsed announcements can take forty times the memory of their text, so only so many bytes of it are kept parsed.
-static const int maximalParsedSize = 4 * 1024 * 1024;
+// What is read from announcements can take forty times the memory of their text, so it is kept for so many bytes only.
+static const int maximalKeptSize = 4 * 1024 * 1024;
 
-int ZorvDevice::s_parsedSize = 0;
+int ZorvDevice::s_keptSize = 0;
+
+// Made once: all devices share them.
+struct Keys
+{
+    Keys()
+        : params(QLatin1String("params"))
+        , device(QLatin1String("device"))
+        , netSettings(QLatin1String("netSettings"))
+        , interface(QLatin1String("interface"))
+        , expiration(QLatin1String("expiration"))
+        , firmwareVersion(QLatin1String("firmwareVersion"))
+        , uuid(QLatin1String("uuid"))
+        , name(QLatin1String("name"))
+        , version(QLatin1String("version"))
+        , type(QLatin1String("type"))
+        , familyType(QLatin1String("familyType"))
+    {
+    }
+
+    const QString params;
+    const QString device;
+    const QString netSettings;
+    const QString interface;
+    const QString expiration;
+    const QString firmwareVersion;
+    const QString uuid;
+    const QString name;
+    const QString version;
+    const QString type;
+    const QString familyType;
+};
+
+static const Keys &keys()
+{
+    static const Keys made;
+    return made;
+}
 
 // QVariant's own text of a double differs between versions of Qt; this is the one with up to 15 digits.
 static QString textOf(const QVariant &value)
@@ -51,6 +88,11 @@ static QVariant lookUp(const QVariant &root, const QString &path, int begin)
     return current;
 }
 
+static QVariantMap objectIn(const QVariantMap &object, const QString &key)
+{
+    return object.value(key).toMap();
+}
+
 static int threeTimes(int seconds)
 {
     const qint64 product = qint64(seconds) * 3;
@@ -62,14 +104,15 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
     , m_raw(json.constData(), json.size())
     , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
-    , m_isMalformed(false)
+    , m_hasNoValues(false)
+    , m_summarySize(0)
 {
     setObjectName(uuid);
     JsonReader reader;
     bool isWholeNumber = false;
     int announced = 0;
     if (reader.parse(json))
-        announced = textOf(lookUp(reader.result(), QLatin1String("params/expiration"), 0)).toInt(&isWholeNumber, 10);
+        announced = textOf(objectIn(reader.result().toMap(), keys().params).value(keys().expiration)).toInt(&isWholeNumber, 10);
     if (isWholeNumber)
         m_expiration = threeTimes(announced);
     else
@@ -103,27 +146,35 @@ void ZorvDevice::checkExpired()
         deleteLater();
 }
 
-// Parsed once, as far as there is room to keep it. What does not parse is not tried again before the next announcement.
+// What holds no values is not parsed again before the next announcement.
 QVariantMap ZorvDevice::parsed()
 {
-    if (!m_parsed.isEmpty() || m_isMalformed)
+    if (!m_parsed.isEmpty() || m_hasNoValues)
         return m_parsed;
     JsonReader reader;
-    m_isMalformed = !reader.parse(m_raw);
+    reader.parse(m_raw);
     const QVariantMap announcement = reader.result().toMap();
-    if (!announcement.isEmpty() && s_parsedSize + m_raw.size() <= maximalParsedSize) {
-        m_parsed = announcement;
-        s_parsedSize += m_raw.size();
-    }
+    m_hasNoValues = announcement.isEmpty();
     return announcement;
+}
+
+bool ZorvDevice::takeRoom()
+{
+    if (s_keptSize + m_raw.size() > maximalKeptSize)
+        return false;
+    s_keptSize += m_raw.size();
+    return true;
 }
 
 void ZorvDevice::forgetParsed()
 {
     if (!m_parsed.isEmpty())
-        s_parsedSize -= m_raw.size();
+        s_keptSize -= m_raw.size();
+    if (!m_summary.isEmpty())
+        s_keptSize -= m_raw.size();
     m_parsed.clear();
-    m_isMalformed = false;
+    m_summary.clear();
+    m_hasNoValues = false;
 }
 
 QVariant ZorvDevice::value(const QString &path)
@@ -131,18 +182,37 @@ QVariant ZorvDevice::value(const QString &path)
     // Each key of the path would have to stand in the announcement.
     if (path.size() > m_raw.size())
         return QVariant();
-    return lookUp(parsed(), path, 0);
+    const QVariantMap announcement = parsed();
+    if (m_parsed.isEmpty() && !m_hasNoValues && takeRoom())
+        m_parsed = announcement;
+    return lookUp(announcement, path, 0);
 }
 
-QVariantMap ZorvDevice::summary()
+// The summary alone is kept, not what it was made from: most devices are listed again and again, and asked for nothing else.
+QVariantMap ZorvDevice::summary(int *size)
 {
-    const QVariantMap announcement = parsed();
-    QVariantMap summary = lookUp(announcement, QLatin1String("params/netSettings/interface"), 0).toMap();
-    summary.insert(QLatin1String("uuid"), objectName());
-    summary.insert(QLatin1String("name"), textOf(lookUp(announcement, QLatin1String("params/device/name"), 0)));
-    summary.insert(QLatin1String("version"), textOf(lookUp(announcement, QLatin1String("params/device/firmwareVersion"), 0)));
-    summary.insert(QLatin1String("type"), textOf(lookUp(announcement, QLatin1String("params/device/type"), 0)));
-    summary.insert(QLatin1String("familyType"), textOf(lookUp(announcement, QLatin1String("params/device/familyType"), 0)));
+    const bool isKept = !m_summary.isEmpty();
+    const QVariantMap summary = isKept ? m_summary : newSummary();
+    const int summarySize = isKept ? m_summarySize : dbusvalue::marshalledSize(summary);
+    if (!isKept && takeRoom()) {
+        m_summary = summary;
+        m_summarySize = summarySize;
+    }
+    if (size)
+        *size = summarySize;
+    return summary;
+}
+
+QVariantMap ZorvDevice::newSummary()
+{
+    const QVariantMap params = objectIn(parsed(), keys().params);
+    const QVariantMap device = objectIn(params, keys().device);
+    QVariantMap summary = objectIn(objectIn(params, keys().netSettings), keys().interface);
+    summary.insert(keys().uuid, objectName());
+    summary.insert(keys().name, textOf(device.value(keys().name)));
+    summary.insert(keys().version, textOf(device.value(keys().firmwareVersion)));
+    summary.insert(keys().type, textOf(device.value(keys().type)));
+    summary.insert(keys().familyType, textOf(device.value(keys().familyType)));
     return dbusvalue::carriable(summary);
 }
 

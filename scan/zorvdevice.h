@@ -35,8 +35,8 @@ public:
     QVariant value(const QString &path);
 
     // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.
-    // What the bus cannot carry is left out (dbusvalue.h).
-    QVariantMap summary();
+    // What the bus cannot carry is left out (dbusvalue.h). size: what it takes in a message at most, in bytes.
+    QVariantMap summary(int *size = nullptr);
 
 public slots:
     // The text of the value at a path: empty for what has none.
@@ -46,15 +46,19 @@ public slots:
 
 private:
     QVariantMap parsed();
+    QVariantMap newSummary();
+    bool takeRoom();
     void forgetParsed();
 
-    static int s_parsedSize; // bytes of all announcements whose parsed form is kept
+    static int s_keptSize; // bytes of the announcements behind every m_parsed and every m_summary that is kept
 
     QByteArray m_raw;
     qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
-    QVariantMap m_parsed; // empty until asked for
-    bool m_isMalformed; // the last announcement was found not to parse
+    QVariantMap m_parsed; // empty until a value is asked for
+    bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
+    QVariantMap m_summary; // empty until asked for
+    int m_summarySize;
 };
 
 #endif

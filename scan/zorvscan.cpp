@@ -1,7 +1,6 @@
 #include "zorvscan.h"
 
 #include "announcement.h"
-#include "dbusvalue.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
 #include "upnpsettings.h"
@@ -170,8 +169,10 @@ bool ZorvScan::receive()
 {
     m_received.resize(maximalDatagramSize);
     const int size = int(m_socket->readDatagram(m_received.data(), m_received.size()));
-    m_received.resize(qMax(0, size));
-    return size > 0;
+    if (size <= 0)
+        return false;
+    m_received.resize(size);
+    return true;
 }
 
 void ZorvScan::pendingDatagrams()
@@ -237,6 +238,7 @@ void ZorvScan::childEvent(QChildEvent *event)
 
 QVariantList ZorvScan::allChilds(const QString &type)
 {
+    const QString familyKey = QLatin1String("familyType");
     QVariantList summaries;
     int replySize = 0;
     const QObjectList &all = children();
@@ -244,10 +246,10 @@ QVariantList ZorvScan::allChilds(const QString &type)
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
         if (!device)
             continue;
-        const QVariantMap summary = device->summary();
-        if (!type.isEmpty() && summary.value(QLatin1String("familyType")).toString() != type)
+        int size = 0;
+        const QVariantMap summary = device->summary(&size);
+        if (!type.isEmpty() && summary.value(familyKey).toString() != type)
             continue;
-        const int size = dbusvalue::marshalledSize(summary);
         if (replySize + size > maximalReplySize)
             continue;
         replySize += size;
