@@ -126,12 +126,9 @@ ZorvDevice::~ZorvDevice()
 
 void ZorvDevice::update(const QByteArray &json)
 {
-    touch();
-    // Nearly every device says the same every time.
-    if (json == m_raw)
-        return;
     forgetParsed();
     m_raw = QByteArray(json.constData(), json.size());
+    touch();
 }
 
 void ZorvDevice::touch()

@@ -23,8 +23,11 @@ public:
     // The device announced itself again. The expiration stays that of the first announcement. The text is copied.
     void update(const QByteArray &json);
 
-    // The device announced itself again, but the last announcement stays.
+    // The device announced itself again, and the last announcement stays.
     void touch();
+
+    // The last announcement.
+    QByteArray text() const { return m_raw; }
 
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();

@@ -197,23 +197,34 @@ void ZorvScan::refresh(const QString &uuid)
 
 void ZorvScan::add(const QString &uuid)
 {
-    const Entry entry = { new ZorvDevice(uuid, m_received, m_interval, this), m_received.size() };
+    ZorvDevice *device = new ZorvDevice(uuid, m_received, m_interval, this);
+    const Entry entry = { device, device->text() };
     m_devices.insert(uuid, entry);
-    m_registrySize += entry.size;
+    m_registrySize += entry.text.size();
+}
+
+// Nearly every device says the same every time: then only its time is new.
+void ZorvScan::refreshKnown(Entry *entry)
+{
+    if (m_received == entry->text)
+        entry->device->touch();
+    else
+        replaceText(entry);
 }
 
 // A known device never expires for want of room, at the worst its last announcement stays.
-void ZorvScan::refreshKnown(Entry *entry)
+void ZorvScan::replaceText(Entry *entry)
 {
     const int size = m_received.size();
-    if (size > qMax(entry->size, alwaysAcceptedSize) && m_registrySize + size - entry->size > maximalRegistrySize) {
+    const int oldSize = entry->text.size();
+    if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
         entry->device->touch();
         warnOfFullRegistry();
         return;
     }
     entry->device->update(m_received);
-    m_registrySize += size - entry->size;
-    entry->size = size;
+    entry->text = entry->device->text();
+    m_registrySize += size - oldSize;
 }
 
 void ZorvScan::warnOfFullRegistry()
@@ -232,7 +243,7 @@ void ZorvScan::childEvent(QChildEvent *event)
     const QHash<QString, Entry>::iterator left = m_devices.find(event->child()->objectName());
     if (left == m_devices.end() || left.value().device != event->child())
         return;
-    m_registrySize -= left.value().size;
+    m_registrySize -= left.value().text.size();
     m_devices.erase(left);
 }
 

@@ -60,7 +60,7 @@ private:
     struct Entry
     {
         ZorvDevice *device;
-        int size; // bytes of its announcement
+        QByteArray text; // the device's announcement, one copy for both: to compare it the device need not be fetched from memory
     };
 
     void subscribeToConnman();
@@ -70,6 +70,7 @@ private:
     void refresh(const QString &uuid);
     void add(const QString &uuid);
     void refreshKnown(Entry *entry);
+    void replaceText(Entry *entry);
     void warnOfFullRegistry();
     void checkDevices();
 
