@@ -7,10 +7,14 @@
 
 #include <limits>
 
-// What is read from announcements can take forty times the memory of their text, so it is kept for so many bytes only.
-static const int maximalKeptSize = 4 * 1024 * 1024;
+// Parsed announcements can take forty times the memory of their text, so only so many bytes of it are kept parsed.
+static const int maximalParsedSize = 4 * 1024 * 1024;
 
-int ZorvDevice::s_keptSize = 0;
+// Of kept summaries, by their size in a message. In memory they can take three times as much.
+static const int maximalSummariesSize = 12 * 1024 * 1024;
+
+int ZorvDevice::s_parsedSize = 0;
+int ZorvDevice::s_summariesSize = 0;
 
 // Made once: all devices share them.
 struct Keys
@@ -155,20 +159,20 @@ QVariantMap ZorvDevice::parsed()
     return announcement;
 }
 
-bool ZorvDevice::takeRoom()
+static bool takeRoom(int *taken, int size, int maximum)
 {
-    if (s_keptSize + m_raw.size() > maximalKeptSize)
+    if (*taken + size > maximum)
         return false;
-    s_keptSize += m_raw.size();
+    *taken += size;
     return true;
 }
 
 void ZorvDevice::forgetParsed()
 {
     if (!m_parsed.isEmpty())
-        s_keptSize -= m_raw.size();
+        s_parsedSize -= m_raw.size();
     if (!m_summary.isEmpty())
-        s_keptSize -= m_raw.size();
+        s_summariesSize -= m_summarySize;
     m_parsed.clear();
     m_summary.clear();
     m_hasNoValues = false;
@@ -180,7 +184,7 @@ QVariant ZorvDevice::value(const QString &path)
     if (path.size() > m_raw.size())
         return QVariant();
     const QVariantMap announcement = parsed();
-    if (m_parsed.isEmpty() && !m_hasNoValues && takeRoom())
+    if (m_parsed.isEmpty() && !m_hasNoValues && takeRoom(&s_parsedSize, m_raw.size(), maximalParsedSize))
         m_parsed = announcement;
     return lookUp(announcement, path, 0);
 }
@@ -191,7 +195,7 @@ QVariantMap ZorvDevice::summary(int *size)
     const bool isKept = !m_summary.isEmpty();
     const QVariantMap summary = isKept ? m_summary : newSummary();
     const int summarySize = isKept ? m_summarySize : dbusvalue::marshalledSize(summary);
-    if (!isKept && takeRoom()) {
+    if (!isKept && takeRoom(&s_summariesSize, summarySize, maximalSummariesSize)) {
         m_summary = summary;
         m_summarySize = summarySize;
     }

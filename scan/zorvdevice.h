@@ -50,10 +50,10 @@ public slots:
 private:
     QVariantMap parsed();
     QVariantMap newSummary();
-    bool takeRoom();
     void forgetParsed();
 
-    static int s_keptSize; // bytes of the announcements behind every m_parsed and every m_summary that is kept
+    static int s_parsedSize; // bytes of all announcements whose parsed form is kept
+    static int s_summariesSize; // bytes that all kept summaries take in messages
 
     QByteArray m_raw;
     qint64 m_lastSeen; // milliseconds since 1970
