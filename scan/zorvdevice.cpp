@@ -16,6 +16,9 @@ static const int maximalSummariesSize = 12 * 1024 * 1024;
 int ZorvDevice::s_parsedSize = 0;
 int ZorvDevice::s_summariesSize = 0;
 
+namespace
+{
+
 // Made once: all devices share them.
 struct Keys
 {
@@ -46,6 +49,8 @@ struct Keys
     const QString type;
     const QString familyType;
 };
+
+} // namespace
 
 static const Keys &keys()
 {

@@ -60,7 +60,7 @@ private:
     struct Entry
     {
         ZorvDevice *device;
-        QByteArray text; // the device's announcement, one copy for both: to compare it the device need not be fetched from memory
+        QByteArray text; // shared with the device: found here, it costs no look at the device to compare it
     };
 
     void subscribeToConnman();
