@@ -1,5 +1,6 @@
 #include "announcement.h"
 
+#include <QtCore/QByteArrayMatcher>
 #include <QtNetwork/QNetworkInterface>
 
 namespace announcement
@@ -109,12 +110,13 @@ QList<Interface> interfacesOfThisMachine()
 
 QString uuidIn(const QByteArray &datagram)
 {
-    static const char key[] = "\"uuid\"";
-    const int params = datagram.indexOf("\"params\"");
+    static const QByteArrayMatcher paramsKey("\"params\"");
+    static const QByteArrayMatcher uuidKey("\"uuid\"");
+    const int params = paramsKey.indexIn(datagram);
     if (params <= 0)
         return QString();
     // Meant: without the key the search for the colon begins at position 5 (tst_announcement).
-    const int colon = datagram.indexOf(':', datagram.indexOf(key, params) + int(sizeof key) - 1);
+    const int colon = datagram.indexOf(':', uuidKey.indexIn(datagram, params) + uuidKey.pattern().size());
     if (colon == -1)
         return QString();
     const int opening = datagram.indexOf('"', colon);

@@ -20,21 +20,78 @@ static bool canBeCarried(uint codePoint)
 static int carriableLength(const QString &text, int i)
 {
     const QChar c = text.at(i);
+    if (c.unicode() < 0xd800 && c.unicode() != 0) // below surrogates and noncharacters
+        return 1;
     if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
         return canBeCarried(QChar::surrogateToUcs4(c, text.at(i + 1))) ? 2 : 0;
     return !c.isHighSurrogate() && !c.isLowSurrogate() && canBeCarried(c.unicode()) ? 1 : 0;
 }
 
+// How many units of the text, from its begin on, can all be carried.
+static int carriablePrefix(const QString &text)
+{
+    int i = 0;
+    while (i < text.size()) {
+        const int length = carriableLength(text, i);
+        if (length == 0)
+            break;
+        i += length;
+    }
+    return i;
+}
+
+static bool isCarriable(const QString &text)
+{
+    return carriablePrefix(text) == text.size();
+}
+
 QString carriable(const QString &text)
 {
+    const int prefix = carriablePrefix(text);
+    if (prefix == text.size())
+        return text;
     QString result;
     result.reserve(text.size());
-    for (int i = 0; i < text.size();) {
+    result.append(text.constData(), prefix);
+    for (int i = prefix; i < text.size();) {
         const int length = carriableLength(text, i);
         result.append(text.constData() + i, length);
         i += qMax(1, length);
     }
     return result;
+}
+
+static bool isCarriable(const QVariant &value, int depth);
+
+static bool isCarriableObject(const QVariantMap &object, int depth)
+{
+    QVariantMap::const_iterator entry = object.constBegin();
+    while (entry != object.constEnd() && isCarriable(entry.key()) && isCarriable(entry.value(), depth))
+        ++entry;
+    return entry == object.constEnd();
+}
+
+static bool isCarriableList(const QVariantList &list, int depth)
+{
+    int i = 0;
+    while (i < list.size() && isCarriable(list.at(i), depth))
+        ++i;
+    return i == list.size();
+}
+
+// depth: containers that may still be opened here.
+static bool isCarriable(const QVariant &value, int depth)
+{
+    switch (value.userType()) {
+    case QMetaType::QVariantMap:
+        return depth >= depthOfObject && isCarriableObject(value.toMap(), depth - depthOfObject);
+    case QMetaType::QVariantList:
+        return depth >= depthOfList && isCarriableList(value.toList(), depth - depthOfList);
+    case QMetaType::QString:
+        return isCarriable(value.toString());
+    default:
+        return value.isValid();
+    }
 }
 
 static QVariant carriableValue(const QVariant &value, int depth);
@@ -78,7 +135,8 @@ static QVariant carriableValue(const QVariant &value, int depth)
 
 QVariantMap carriable(const QVariantMap &object)
 {
-    return carriableObject(object, maximalDepth);
+    // As good as always there is nothing to leave out and nothing to copy.
+    return isCarriableObject(object, maximalDepth) ? object : carriableObject(object, maximalDepth);
 }
 
 // Lengths, padding to eight bytes, signatures

@@ -3,12 +3,60 @@
 #include "dbusvalue.h"
 #include "jsonreader.h"
 
+#include <QtCore/QDateTime>
+
 #include <limits>
 
 // Parsed announcements can take forty times the memory of their text, so only so many bytes of it are kept parsed.
 static const int maximalParsedSize = 4 * 1024 * 1024;
 
+// Of kept summaries, by their size in a message. In memory they can take three times as much.
+static const int maximalSummariesSize = 12 * 1024 * 1024;
+
 int ZorvDevice::s_parsedSize = 0;
+int ZorvDevice::s_summariesSize = 0;
+
+namespace
+{
+
+// Made once: all devices share them.
+struct Keys
+{
+    Keys()
+        : params(QLatin1String("params"))
+        , device(QLatin1String("device"))
+        , netSettings(QLatin1String("netSettings"))
+        , interface(QLatin1String("interface"))
+        , expiration(QLatin1String("expiration"))
+        , firmwareVersion(QLatin1String("firmwareVersion"))
+        , uuid(QLatin1String("uuid"))
+        , name(QLatin1String("name"))
+        , version(QLatin1String("version"))
+        , type(QLatin1String("type"))
+        , familyType(QLatin1String("familyType"))
+    {
+    }
+
+    const QString params;
+    const QString device;
+    const QString netSettings;
+    const QString interface;
+    const QString expiration;
+    const QString firmwareVersion;
+    const QString uuid;
+    const QString name;
+    const QString version;
+    const QString type;
+    const QString familyType;
+};
+
+} // namespace
+
+static const Keys &keys()
+{
+    static const Keys made;
+    return made;
+}
 
 // QVariant's own text of a double differs between versions of Qt; this is the one with up to 15 digits.
 static QString textOf(const QVariant &value)
@@ -49,6 +97,11 @@ static QVariant lookUp(const QVariant &root, const QString &path, int begin)
     return current;
 }
 
+static QVariantMap objectIn(const QVariantMap &object, const QString &key)
+{
+    return object.value(key).toMap();
+}
+
 static int threeTimes(int seconds)
 {
     const qint64 product = qint64(seconds) * 3;
@@ -57,17 +110,18 @@ static int threeTimes(int seconds)
 
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
-    , m_raw(json)
-    , m_lastSeen(QDateTime::currentDateTime())
+    , m_raw(json.constData(), json.size())
+    , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
-    , m_isMalformed(false)
+    , m_hasNoValues(false)
+    , m_summarySize(0)
 {
     setObjectName(uuid);
     JsonReader reader;
     bool isWholeNumber = false;
     int announced = 0;
     if (reader.parse(json))
-        announced = textOf(lookUp(reader.result(), QLatin1String("params/expiration"), 0)).toInt(&isWholeNumber, 10);
+        announced = textOf(objectIn(reader.result().toMap(), keys().params).value(keys().expiration)).toInt(&isWholeNumber, 10);
     if (isWholeNumber)
         m_expiration = threeTimes(announced);
     else
@@ -82,42 +136,51 @@ ZorvDevice::~ZorvDevice()
 void ZorvDevice::update(const QByteArray &json)
 {
     forgetParsed();
-    m_raw = json;
+    m_raw = QByteArray(json.constData(), json.size());
     touch();
 }
 
 void ZorvDevice::touch()
 {
-    m_lastSeen = QDateTime::currentDateTime();
+    m_lastSeen = QDateTime::currentMSecsSinceEpoch();
 }
 
 void ZorvDevice::checkExpired()
 {
-    if (m_lastSeen.secsTo(QDateTime::currentDateTime()) > m_expiration)
+    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
+    if (wholeSeconds > m_expiration)
         deleteLater();
 }
 
-// Parsed once, as far as there is room to keep it. What does not parse is not tried again before the next announcement.
+// What holds no values is not parsed again before the next announcement.
 QVariantMap ZorvDevice::parsed()
 {
-    if (!m_parsed.isEmpty() || m_isMalformed)
+    if (!m_parsed.isEmpty() || m_hasNoValues)
         return m_parsed;
     JsonReader reader;
-    m_isMalformed = !reader.parse(m_raw);
+    reader.parse(m_raw);
     const QVariantMap announcement = reader.result().toMap();
-    if (!announcement.isEmpty() && s_parsedSize + m_raw.size() <= maximalParsedSize) {
-        m_parsed = announcement;
-        s_parsedSize += m_raw.size();
-    }
+    m_hasNoValues = announcement.isEmpty();
     return announcement;
+}
+
+static bool takeRoom(int *taken, int size, int maximum)
+{
+    if (*taken + size > maximum)
+        return false;
+    *taken += size;
+    return true;
 }
 
 void ZorvDevice::forgetParsed()
 {
     if (!m_parsed.isEmpty())
         s_parsedSize -= m_raw.size();
+    if (!m_summary.isEmpty())
+        s_summariesSize -= m_summarySize;
     m_parsed.clear();
-    m_isMalformed = false;
+    m_summary.clear();
+    m_hasNoValues = false;
 }
 
 QVariant ZorvDevice::value(const QString &path)
@@ -125,18 +188,37 @@ QVariant ZorvDevice::value(const QString &path)
     // Each key of the path would have to stand in the announcement.
     if (path.size() > m_raw.size())
         return QVariant();
-    return lookUp(parsed(), path, 0);
+    const QVariantMap announcement = parsed();
+    if (m_parsed.isEmpty() && !m_hasNoValues && takeRoom(&s_parsedSize, m_raw.size(), maximalParsedSize))
+        m_parsed = announcement;
+    return lookUp(announcement, path, 0);
 }
 
-QVariantMap ZorvDevice::summary()
+// The summary alone is kept, not what it was made from: most devices are listed again and again, and asked for nothing else.
+QVariantMap ZorvDevice::summary(int *size)
 {
-    const QVariantMap announcement = parsed();
-    QVariantMap summary = lookUp(announcement, QLatin1String("params/netSettings/interface"), 0).toMap();
-    summary.insert(QLatin1String("uuid"), objectName());
-    summary.insert(QLatin1String("name"), textOf(lookUp(announcement, QLatin1String("params/device/name"), 0)));
-    summary.insert(QLatin1String("version"), textOf(lookUp(announcement, QLatin1String("params/device/firmwareVersion"), 0)));
-    summary.insert(QLatin1String("type"), textOf(lookUp(announcement, QLatin1String("params/device/type"), 0)));
-    summary.insert(QLatin1String("familyType"), textOf(lookUp(announcement, QLatin1String("params/device/familyType"), 0)));
+    const bool isKept = !m_summary.isEmpty();
+    const QVariantMap summary = isKept ? m_summary : newSummary();
+    const int summarySize = isKept ? m_summarySize : dbusvalue::marshalledSize(summary);
+    if (!isKept && takeRoom(&s_summariesSize, summarySize, maximalSummariesSize)) {
+        m_summary = summary;
+        m_summarySize = summarySize;
+    }
+    if (size)
+        *size = summarySize;
+    return summary;
+}
+
+QVariantMap ZorvDevice::newSummary()
+{
+    const QVariantMap params = objectIn(parsed(), keys().params);
+    const QVariantMap device = objectIn(params, keys().device);
+    QVariantMap summary = objectIn(objectIn(params, keys().netSettings), keys().interface);
+    summary.insert(keys().uuid, objectName());
+    summary.insert(keys().name, textOf(device.value(keys().name)));
+    summary.insert(keys().version, textOf(device.value(keys().firmwareVersion)));
+    summary.insert(keys().type, textOf(device.value(keys().type)));
+    summary.insert(keys().familyType, textOf(device.value(keys().familyType)));
     return dbusvalue::carriable(summary);
 }
 

@@ -2,7 +2,6 @@
 #define ZORVDEVICE_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
 
@@ -16,16 +15,19 @@ class ZorvDevice : public QObject
 public:
     // An announcement that does not parse, or that names no whole number of seconds as its expiration, makes an
     // entry that deletes itself as soon as the event loop is reached. A valid one keeps the entry for three times
-    // its expiration. defaultExpiration is in seconds.
+    // its expiration. defaultExpiration is in seconds. The text is copied: the caller goes on using its array.
     ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
 
     ~ZorvDevice();
 
-    // The device announced itself again. The expiration stays that of the first announcement.
+    // The device announced itself again. The expiration stays that of the first announcement. The text is copied.
     void update(const QByteArray &json);
 
-    // The device announced itself again, but the last announcement stays.
+    // The device announced itself again, and the last announcement stays.
     void touch();
+
+    // The last announcement.
+    QByteArray text() const { return m_raw; }
 
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();
@@ -36,8 +38,8 @@ public:
     QVariant value(const QString &path);
 
     // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.
-    // What the bus cannot carry is left out (dbusvalue.h).
-    QVariantMap summary();
+    // What the bus cannot carry is left out (dbusvalue.h). size: what it takes in a message at most, in bytes.
+    QVariantMap summary(int *size = nullptr);
 
 public slots:
     // The text of the value at a path: empty for what has none.
@@ -47,15 +49,19 @@ public slots:
 
 private:
     QVariantMap parsed();
+    QVariantMap newSummary();
     void forgetParsed();
 
     static int s_parsedSize; // bytes of all announcements whose parsed form is kept
+    static int s_summariesSize; // bytes that all kept summaries take in messages
 
     QByteArray m_raw;
-    QDateTime m_lastSeen; // local time
+    qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
-    QVariantMap m_parsed; // empty until asked for
-    bool m_isMalformed; // the last announcement was found not to parse
+    QVariantMap m_parsed; // empty until a value is asked for
+    bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
+    QVariantMap m_summary; // empty until asked for
+    int m_summarySize;
 };
 
 #endif

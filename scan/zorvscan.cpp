@@ -1,7 +1,6 @@
 #include "zorvscan.h"
 
 #include "announcement.h"
-#include "dbusvalue.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
 #include "upnpsettings.h"
@@ -41,6 +40,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_connections(0)
     , m_registrySize(0)
 {
+    m_received.reserve(maximalDatagramSize);
     subscribeToConnman();
     setupMulticast();
     qtcompat::startExactTimer(this, m_interval * 1000);
@@ -164,16 +164,15 @@ void ZorvScan::checkDevices()
     }
 }
 
-// Reads even when nothing seems to be there: after a damaged datagram Qt reports no other one before somebody reads.
+// Without asking first: after a damaged datagram Qt reports no other one before somebody reads.
 bool ZorvScan::receive()
 {
-    const int size = int(m_socket->pendingDatagramSize());
-    // A new array each time: the registry keeps the old one.
-    m_received = QByteArray(size < 0 ? maximalDatagramSize : size, Qt::Uninitialized);
-    const int received = int(m_socket->readDatagram(m_received.data(), m_received.size()));
-    if (size < 0)
-        m_received = m_received.left(qMax(0, received));
-    return received == m_received.size();
+    m_received.resize(maximalDatagramSize);
+    const int size = int(m_socket->readDatagram(m_received.data(), m_received.size()));
+    if (size <= 0)
+        return false;
+    m_received.resize(size);
+    return true;
 }
 
 void ZorvScan::pendingDatagrams()
@@ -198,23 +197,34 @@ void ZorvScan::refresh(const QString &uuid)
 
 void ZorvScan::add(const QString &uuid)
 {
-    const Entry entry = { new ZorvDevice(uuid, m_received, m_interval, this), m_received.size() };
+    ZorvDevice *device = new ZorvDevice(uuid, m_received, m_interval, this);
+    const Entry entry = { device, device->text() };
     m_devices.insert(uuid, entry);
-    m_registrySize += entry.size;
+    m_registrySize += entry.text.size();
+}
+
+// Nearly every device says the same every time: then only its time is new.
+void ZorvScan::refreshKnown(Entry *entry)
+{
+    if (m_received == entry->text)
+        entry->device->touch();
+    else
+        replaceText(entry);
 }
 
 // A known device never expires for want of room, at the worst its last announcement stays.
-void ZorvScan::refreshKnown(Entry *entry)
+void ZorvScan::replaceText(Entry *entry)
 {
     const int size = m_received.size();
-    if (size > qMax(entry->size, alwaysAcceptedSize) && m_registrySize + size - entry->size > maximalRegistrySize) {
+    const int oldSize = entry->text.size();
+    if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
         entry->device->touch();
         warnOfFullRegistry();
         return;
     }
     entry->device->update(m_received);
-    m_registrySize += size - entry->size;
-    entry->size = size;
+    entry->text = entry->device->text();
+    m_registrySize += size - oldSize;
 }
 
 void ZorvScan::warnOfFullRegistry()
@@ -233,12 +243,13 @@ void ZorvScan::childEvent(QChildEvent *event)
     const QHash<QString, Entry>::iterator left = m_devices.find(event->child()->objectName());
     if (left == m_devices.end() || left.value().device != event->child())
         return;
-    m_registrySize -= left.value().size;
+    m_registrySize -= left.value().text.size();
     m_devices.erase(left);
 }
 
 QVariantList ZorvScan::allChilds(const QString &type)
 {
+    const QString familyKey = QLatin1String("familyType");
     QVariantList summaries;
     int replySize = 0;
     const QObjectList &all = children();
@@ -246,10 +257,10 @@ QVariantList ZorvScan::allChilds(const QString &type)
         ZorvDevice *device = qobject_cast<ZorvDevice *>(all.at(i));
         if (!device)
             continue;
-        const QVariantMap summary = device->summary();
-        if (!type.isEmpty() && summary.value(QLatin1String("familyType")).toString() != type)
+        int size = 0;
+        const QVariantMap summary = device->summary(&size);
+        if (!type.isEmpty() && summary.value(familyKey).toString() != type)
             continue;
-        const int size = dbusvalue::marshalledSize(summary);
         if (replySize + size > maximalReplySize)
             continue;
         replySize += size;

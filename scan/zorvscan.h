@@ -60,7 +60,7 @@ private:
     struct Entry
     {
         ZorvDevice *device;
-        int size; // bytes of its announcement
+        QByteArray text; // shared with the device: found here, it costs no look at the device to compare it
     };
 
     void subscribeToConnman();
@@ -70,6 +70,7 @@ private:
     void refresh(const QString &uuid);
     void add(const QString &uuid);
     void refreshKnown(Entry *entry);
+    void replaceText(Entry *entry);
     void warnOfFullRegistry();
     void checkDevices();
 
@@ -78,7 +79,7 @@ private:
     const quint16 m_port;
     UpnpSettings *m_settings;
     int m_interval; // seconds
-    QByteArray m_received;
+    QByteArray m_received; // the datagram that is being taken in; its memory is kept for the next one
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()

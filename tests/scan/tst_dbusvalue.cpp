@@ -251,6 +251,7 @@ private slots:
     void leavesOutWhatTheBusCannotCarry();
     void texts_data();
     void texts();
+    void whatCanBeCarriedIsNotCopied();
     void whatIsLeftArrivesUnchanged();
     void nestingUpToWhatTheBusCarries_data();
     void nestingUpToWhatTheBusCarries();
@@ -350,6 +351,19 @@ void tst_DbusValue::texts()
     QCOMPARE(dbusvalue::carriable(value), kept);
     Conversation conversation;
     QCOMPARE(conversation.answer(dbusvalue::carriable(value)).toMap(), kept);
+}
+
+// All devices are listed together: a copy of every text would be a multiple of the work.
+void tst_DbusValue::whatCanBeCarriedIsNotCopied()
+{
+    const QString text = latin1("a text") + QChar(0xd83d) + QChar(0xde00) + QChar(0xe000);
+    QVERIFY(dbusvalue::carriable(text).constData() == text.constData());
+    const QVariantMap value = object("list", list(object("k", text)));
+    const QVariantMap carried = dbusvalue::carriable(value);
+    QCOMPARE(carried, value);
+    QVERIFY(carried.constBegin().key().constData() == value.constBegin().key().constData());
+    const QVariantMap inner = carried.value(latin1("list")).toList().first().toMap();
+    QVERIFY(inner.value(latin1("k")).toString().constData() == text.constData());
 }
 
 void tst_DbusValue::whatIsLeftArrivesUnchanged()

@@ -1,3 +1,4 @@
+#include "dbusvalue.h"
 #include "fakeclock.h"
 #include "zorvdevice.h"
 
@@ -60,6 +61,12 @@ private slots:
     void rawJsonEndsAtTheFirstNul();
     void rawJsonIsReadAsLatin1();
     void encodingsOfTheAnnouncement();
+
+    void summaryFollowsTheAnnouncement();
+    void summaryOfWhatHoldsNoValues_data();
+    void summaryOfWhatHoldsNoValues();
+    void summaryTellsItsSize();
+    void moreSummariesAndValuesThanAreKept();
 
     void nameIsTheUuid();
     void methodsOfTheInterface();
@@ -473,6 +480,110 @@ void tst_ZorvDevice::encodingsOfTheAnnouncement()
     m_device->update("{\"params\":{\"name\":\"\\u00e9\\ud83d\\ude00\"}}");
     const QChar expected[] = { QChar(0xe9), QChar(0xd83d), QChar(0xde00) };
     QCOMPARE(m_device->jsonValue(latin1("params/name")), QString(expected, 3));
+}
+
+static QByteArray named(const QByteArray &name, const QByteArray &interface = "{\"mtu\":1500}")
+{
+    return "{\"params\":{\"device\":{\"uuid\":\"A\",\"name\":\"" + name + "\",\"type\":\"T\",\"familyType\":\"F\",\"firmwareVersion\":\"1\"},"
+                                                                          "\"netSettings\":{\"interface\":"
+        + interface + "},\"expiration\":22}}";
+}
+
+static QVariantMap summaryNamed(const char *name)
+{
+    QVariantMap summary;
+    summary.insert(latin1("mtu"), Q_INT64_C(1500));
+    summary.insert(latin1("uuid"), latin1("A"));
+    summary.insert(latin1("name"), latin1(name));
+    summary.insert(latin1("type"), latin1("T"));
+    summary.insert(latin1("familyType"), latin1("F"));
+    summary.insert(latin1("version"), latin1("1"));
+    return summary;
+}
+
+void tst_ZorvDevice::summaryFollowsTheAnnouncement()
+{
+    make(named("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->jsonValue(latin1("params/device/name")), latin1("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    m_device->touch();
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    m_device->update(named("other"));
+    QCOMPARE(m_device->jsonValue(latin1("params/device/name")), latin1("other"));
+    QCOMPARE(m_device->summary(), summaryNamed("other"));
+    m_device->update(named("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->jsonValue(latin1("params/device/name")), latin1("first"));
+}
+
+void tst_ZorvDevice::summaryOfWhatHoldsNoValues_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("does not parse") << QByteArray("{\"params\":");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("list") << QByteArray("[{\"params\":{\"device\":{\"name\":\"n\"}}}]");
+    QTest::newRow("empty object") << QByteArray("{}");
+    QTest::newRow("params is a list") << QByteArray("{\"params\":[{\"device\":{\"name\":\"n\"}}]}");
+    QTest::newRow("device and network settings are lists") << QByteArray("{\"params\":{\"device\":[{\"name\":\"n\"}],"
+                                                                         "\"netSettings\":[{\"interface\":{\"mtu\":1}}]}}");
+}
+
+void tst_ZorvDevice::summaryOfWhatHoldsNoValues()
+{
+    QFETCH(QByteArray, json);
+    QVariantMap expected;
+    expected.insert(latin1("uuid"), latin1("A"));
+    expected.insert(latin1("name"), QString());
+    expected.insert(latin1("type"), QString());
+    expected.insert(latin1("familyType"), QString());
+    expected.insert(latin1("version"), QString());
+    make(named("n"));
+    QCOMPARE(m_device->summary(), summaryNamed("n"));
+    m_device->update(json);
+    QCOMPARE(m_device->summary(), expected);
+    QCOMPARE(m_device->summary(), expected);
+    m_device->update(named("n"));
+    QCOMPARE(m_device->summary(), summaryNamed("n"));
+}
+
+void tst_ZorvDevice::summaryTellsItsSize()
+{
+    make(named("n"));
+    for (int time = 0; time < 3; ++time) {
+        int size = 0;
+        const QVariantMap summary = m_device->summary(&size);
+        QCOMPARE(size, dbusvalue::marshalledSize(summary));
+    }
+    int size = 0;
+    m_device->update(named("n", "{\"mtu\":\"" + QByteArray(10000, '1') + "\"}"));
+    const QVariantMap summary = m_device->summary(&size);
+    QCOMPARE(size, dbusvalue::marshalledSize(summary));
+    QVERIFY(size > 10000);
+}
+
+// What is asked for is right whether there was room to keep it or not.
+void tst_ZorvDevice::moreSummariesAndValuesThanAreKept()
+{
+    const int many = 300;
+    const QByteArray filler(60000, 'f');
+    for (int round = 0; round < 2; ++round) {
+        QObject owner;
+        QList<ZorvDevice *> devices;
+        for (int i = 0; i < many; ++i) {
+            const QByteArray json = named("n" + QByteArray::number(i), "{\"mtu\":\"" + filler + "\"}");
+            devices.append(new ZorvDevice(latin1("A"), json, defaultExpiration, &owner));
+        }
+        for (int time = 0; time < 2; ++time) {
+            for (int i = 0; i < many; ++i) {
+                QVariantMap expected = summaryNamed(("n" + QByteArray::number(i)).constData());
+                expected.insert(latin1("mtu"), latin1(filler.constData()));
+                QCOMPARE(devices.at(i)->summary(), expected);
+                QCOMPARE(devices.at(i)->jsonValue(latin1("params/device/name")), latin1("n") + QString::number(i));
+            }
+        }
+    }
 }
 
 void tst_ZorvDevice::nameIsTheUuid()

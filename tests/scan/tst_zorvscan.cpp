@@ -154,6 +154,15 @@ static void drain(ZorvScan &scan)
     qDeleteAll(devicesOf(scan));
 }
 
+// The same, and what else was heard stays.
+static void drainOwn(ZorvScan &scan)
+{
+    QUdpSocket *socket = scan.findChild<QUdpSocket *>();
+    while (socket->hasPendingDatagrams())
+        scan.pendingDatagrams();
+    delete deviceNamed(scan, "KM-2044817");
+}
+
 class tst_ZorvScan : public QObject
 {
     Q_OBJECT
@@ -192,7 +201,9 @@ private slots:
     void datagramsThatAreNone_data();
     void datagramsThatAreNone();
     void longestDatagram();
+    void shortDatagramAfterALongOne();
     void sameUuidReplacesTheText();
+    void sameTextAgainKeepsTheDeviceAndItsValues();
     void deviceIsRemovedAtTheFirstTickAfterItsExpiration();
     void expiredDeviceIsCreatedAfresh();
     void refreshedBetweenTickAndEventLoop();
@@ -642,6 +653,24 @@ void tst_ZorvScan::longestDatagram()
     QCOMPARE(devicesOf(scan).last()->objectName().size(), 60000);
 }
 
+void tst_ZorvScan::shortDatagramAfterALongOne()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    const QByteArray start = announcing("long");
+    const QByteArray whole = start + QByteArray(30000 - start.size(), ' ');
+    loopback.feed(scan, whole);
+    loopback.feed(scan, QByteArray());
+    loopback.feed(scan, "{\"params\"");
+    loopback.feed(scan, announcing("short"));
+    QCOMPARE(devicesOf(scan).size(), 2);
+    QCOMPARE(deviceNamed(scan, "short")->rawJson(), latin1(announcing("short").constData()));
+    QCOMPARE(deviceNamed(scan, "long")->rawJson(), latin1(whole.constData()));
+    loopback.feed(scan, announcing("long"));
+    QCOMPARE(deviceNamed(scan, "long")->rawJson(), latin1(announcing("long").constData()));
+}
+
 void tst_ZorvScan::sameUuidReplacesTheText()
 {
     ZorvScan scan(m_settings, interval, 0);
@@ -654,6 +683,33 @@ void tst_ZorvScan::sameUuidReplacesTheText()
     QCOMPARE(devicesOf(scan).size(), 2);
     QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(next.constData()));
     QCOMPARE(deviceNamed(scan, "A")->jsonValue(latin1("params/device/familyType")), latin1("Other"));
+}
+
+void tst_ZorvScan::sameTextAgainKeepsTheDeviceAndItsValues()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    const QByteArray texts[] = { announcing("A", "1", "Kelta"), announcing("A", "1", "Kelt2") };
+    loopback.feed(scan, texts[0]);
+    ZorvDevice *const device = deviceNamed(scan, "A");
+    for (int i = 0; i < 8; ++i) {
+        // Each text comes twice in a row, and in all for far longer than a device is kept that says nothing.
+        const QByteArray &text = texts[i / 2 % 2];
+        fakeclock::advance(3000);
+        loopback.feed(scan, text);
+        tick(scan);
+        reachEventLoop();
+        drainOwn(scan);
+        QCOMPARE(deviceNamed(scan, "A"), device);
+        QCOMPARE(device->rawJson(), latin1(text.constData()));
+        QCOMPARE(scan.allChilds().size(), i / 2 % 2 == 0 ? 1 : 0);
+        QCOMPARE(scan.allChilds(latin1("Kelt2")).size(), i / 2 % 2);
+    }
+    fakeclock::advance(4000);
+    tick(scan);
+    reachEventLoop();
+    QVERIFY(!deviceNamed(scan, "A"));
 }
 
 void tst_ZorvScan::deviceIsRemovedAtTheFirstTickAfterItsExpiration()
