@@ -25,3 +25,33 @@ QHostAddress addressFromText(const QString &text)
         return QHostAddress(trimmed);
     return ipv4FromText(trimmed);
 }
+
+// inet_ntop() and QByteArray::number() take several times as long.
+static void appendDecimal(QByteArray *text, uint number)
+{
+    if (number >= 100)
+        text->append(char('0' + number / 100));
+    if (number >= 10)
+        text->append(char('0' + number / 10 % 10));
+    text->append(char('0' + number % 10));
+}
+
+QByteArray bytesOfAddress(const QHostAddress &address)
+{
+    if (address.protocol() != QAbstractSocket::IPv4Protocol)
+        return address.toString().toLatin1();
+    const quint32 ipv4 = address.toIPv4Address();
+    QByteArray text;
+    text.reserve(int(sizeof "255.255.255.255"));
+    for (int shift = 24; shift > 0; shift -= 8) {
+        appendDecimal(&text, ipv4 >> shift & 0xff);
+        text.append('.');
+    }
+    appendDecimal(&text, ipv4 & 0xff);
+    return text;
+}
+
+bool isLinkLocalIpv4(const QHostAddress &address)
+{
+    return address.protocol() == QAbstractSocket::IPv4Protocol && address.toIPv4Address() >> 16 == 0xa9fe;
+}

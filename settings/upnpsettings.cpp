@@ -1,5 +1,6 @@
 #include "upnpsettings.h"
 
+#include "addresstext.h"
 #include "bareboxconfigproxy.h"
 #include "fwconfigglobals.h"
 #include "fwversionproxy.h"
@@ -18,6 +19,7 @@ static const char hostnameFile[] = "/proc/sys/kernel/hostname";
 static const char kernelUuidFile[] = "/proc/sys/kernel/random/uuid";
 static const char uuidVariable[] = "UUID";
 static const int serialNumberType = 2; // among the types of system information
+static const int urlSize = 32; // fits every URL with an IPv4 address: built with one allocation
 
 static QByteArray local8BitUpToNul(const QString &text)
 {
@@ -134,7 +136,7 @@ void UpnpSettings::hostnameChanged()
 
 bool UpnpSettings::isLinkLocal(const QHostAddress &src) const
 {
-    return !autoipAddress.isNull() && src.toString().startsWith(QLatin1String("169.254"));
+    return !autoipAddress.isNull() && isLinkLocalIpv4(src);
 }
 
 QByteArray UpnpSettings::getManufacturer() const
@@ -194,22 +196,30 @@ QString UpnpSettings::strHostname() const
 
 QByteArray UpnpSettings::getPresentationUrl(const QHostAddress &src) const
 {
-    return "http://" + (isLinkLocal(src) ? autoipAddress : address).toString().toLatin1();
+    QByteArray text;
+    text.reserve(urlSize);
+    text.append("http://").append(bytesOfAddress(isLinkLocal(src) ? autoipAddress : address));
+    return text;
 }
 
 QByteArray UpnpSettings::getHttpUrl(const QHostAddress &src) const
 {
-    return getPresentationUrl(src) + ':' + QByteArray::number(httpPort) + '/';
+    QByteArray text = getPresentationUrl(src);
+    text.append(':').append(QByteArray::number(httpPort)).append('/');
+    return text;
 }
 
 QByteArray UpnpSettings::getMulticastUrl() const
 {
-    return multicastAddress.toString().toLatin1() + ':' + QByteArray::number(udpPort);
+    return bytesOfAddress(multicastAddress) + ':' + QByteArray::number(udpPort);
 }
 
 QByteArray UpnpSettings::getServerHeader() const
 {
-    return modelName + '/' + modelNr + ", UPnP/1.0";
+    QByteArray text;
+    text.reserve(modelName.size() + modelNr.size() + 16);
+    text.append(modelName).append('/').append(modelNr).append(", UPnP/1.0");
+    return text;
 }
 
 QHostAddress UpnpSettings::getAddress() const
