@@ -49,6 +49,7 @@ static bool areDescriptorsScarce(int anyDescriptor)
 UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     : QTcpServer(parent)
     , settings(deviceSettings)
+    , m_date(http::dateText)
 {
     if (listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort()))
         takeOverAccepting();
@@ -155,7 +156,7 @@ void UpnpHttp::sendDescription(QTcpSocket *socket)
     values.serialNumber = settings->getSerial();
     values.uuid = settings->getUuid(peer);
     const QByteArray document = rootdesc::document(values);
-    sendAndClose(socket, http::descriptionHeader(document.size(), settings->getServerHeader(), QDateTime::currentDateTime()) + document);
+    sendAndClose(socket, http::descriptionHeader(document.size(), settings->getServerHeader(), m_date.now()) + document);
 }
 
 void UpnpHttp::sendIcon(QTcpSocket *socket)
@@ -166,7 +167,7 @@ void UpnpHttp::sendIcon(QTcpSocket *socket)
         return;
     }
     const qint64 size = icon->size();
-    socket->write(http::iconHeader(size, settings->getServerHeader(), QDateTime::currentDateTime()));
+    socket->write(http::iconHeader(size, settings->getServerHeader(), m_date.now()));
     socket->flush();
     FileSender::send(int(socket->socketDescriptor()), icon, size, this);
     socket->close();

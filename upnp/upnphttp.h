@@ -1,6 +1,7 @@
 #ifndef UPNPHTTP_H
 #define UPNPHTTP_H
 
+#include "datecache.h"
 #include "qtcompat.h"
 
 #include <QtCore/QBasicTimer>
@@ -47,6 +48,7 @@ private:
     void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
 
     UpnpSettings *settings;
+    DateCache m_date;
     QScopedPointer<QSocketNotifier> m_acceptable;
     QWeakPointer<QFile> m_icon; // there while peers are reading it
     QBasicTimer m_retryTimer; // runs while accepting is paused
