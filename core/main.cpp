@@ -1,4 +1,5 @@
 #include "busloss.h"
+#include "debugmessages.h"
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
@@ -20,6 +21,7 @@ static void openLog()
 {
     kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
     kelta::keltalog.setSyslogLevelWarning();
+    areDebugMessagesWanted = false;
 }
 
 // Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
