@@ -2,12 +2,12 @@
 
 #include "addresstext.h"
 #include "bareboxconfigproxy.h"
+#include "debugmessages.h"
 #include "fwconfigglobals.h"
 #include "fwversionproxy.h"
 #include "syscfgmgrglobals.h"
 #include "systemconstantsproxy.h"
 
-#include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QStringList>
 #include <QtDBus/QDBusConnection>
@@ -130,7 +130,7 @@ void UpnpSettings::hostnameChanged()
     emit aboutToChange();
     hostname = file.readAll().trimmed();
     emit changed();
-    qDebug() << "new hostname:" << hostname;
+    debugMessage() << "new hostname:" << hostname;
     file.close();
 }
 

@@ -9,7 +9,6 @@
 #include "upnpsettings.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimerEvent>
@@ -222,15 +221,9 @@ void UpnpHttp::readyRead()
         sendAndClose(connection, answerTo(request, connection->peerAddress()));
 }
 
-static void logRequest(const QByteArray &path, const QHostAddress &peer)
-{
-    if (areDebugMessagesWanted)
-        qDebug() << peer.toString() << QString::fromLatin1(path.constData());
-}
-
 QByteArray UpnpHttp::answerTo(const http::Request &request, const QHostAddress &peer)
 {
-    logRequest(request.path, peer);
+    debugMessage() << peer.toString() << QString::fromLatin1(request.path.constData());
     return request.path == descriptionPath ? description(peer) : http::pathNotFound(settings->getServerHeader());
 }
 
@@ -253,7 +246,7 @@ QByteArray UpnpHttp::description(const QHostAddress &peer)
 
 void UpnpHttp::sendIcon(QTcpSocket *socket)
 {
-    logRequest(iconPath, socket->peerAddress());
+    debugMessage() << socket->peerAddress().toString() << QString::fromLatin1(iconPath);
     const QSharedPointer<QFile> icon = openIcon();
     if (!icon) {
         sendAndClose(socket, http::iconNotFound());
