@@ -26,29 +26,31 @@ QHostAddress addressFromText(const QString &text)
     return ipv4FromText(trimmed);
 }
 
-// inet_ntop() and QByteArray::number() take several times as long.
-static void appendDecimal(QByteArray *text, uint number)
+static char *writeDecimal(char *to, uint byte)
 {
-    if (number >= 100)
-        text->append(char('0' + number / 100));
-    if (number >= 10)
-        text->append(char('0' + number / 10 % 10));
-    text->append(char('0' + number % 10));
+    if (byte >= 100)
+        *to++ = char('0' + byte / 100);
+    if (byte >= 10)
+        *to++ = char('0' + byte / 10 % 10);
+    *to++ = char('0' + byte % 10);
+    return to;
 }
 
-QByteArray bytesOfAddress(const QHostAddress &address)
+// inet_ntop() takes several times as long.
+void appendAddress(QByteArray *text, const QHostAddress &address)
 {
-    if (address.protocol() != QAbstractSocket::IPv4Protocol)
-        return address.toString().toLatin1();
-    const quint32 ipv4 = address.toIPv4Address();
-    QByteArray text;
-    text.reserve(int(sizeof "255.255.255.255"));
-    for (int shift = 24; shift > 0; shift -= 8) {
-        appendDecimal(&text, ipv4 >> shift & 0xff);
-        text.append('.');
+    if (address.protocol() != QAbstractSocket::IPv4Protocol) {
+        text->append(address.toString().toLatin1());
+        return;
     }
-    appendDecimal(&text, ipv4 & 0xff);
-    return text;
+    const quint32 ipv4 = address.toIPv4Address();
+    char decimal[sizeof "255.255.255.255"];
+    char *end = writeDecimal(decimal, ipv4 >> 24);
+    for (int shift = 16; shift >= 0; shift -= 8) {
+        *end++ = '.';
+        end = writeDecimal(end, ipv4 >> shift & 0xff);
+    }
+    text->append(decimal, int(end - decimal));
 }
 
 bool isLinkLocalIpv4(const QHostAddress &address)

@@ -9,8 +9,8 @@
 // unlike QHostAddress of Qt 5, "10.5", "5" and octal or hexadecimal parts are no short forms of anything.
 QHostAddress addressFromText(const QString &text);
 
-// QHostAddress::toString() as bytes, without the way through QString for IPv4, which every answer would pay for.
-QByteArray bytesOfAddress(const QHostAddress &address);
+// Appends QHostAddress::toString(), for IPv4 without the way through QString, which every answer would pay for.
+void appendAddress(QByteArray *text, const QHostAddress &address);
 
 // Whether the text of the address begins with "169.254": an IPv4 address in 169.254/16.
 bool isLinkLocalIpv4(const QHostAddress &address);

@@ -198,7 +198,8 @@ QByteArray UpnpSettings::getPresentationUrl(const QHostAddress &src) const
 {
     QByteArray text;
     text.reserve(urlSize);
-    text.append("http://").append(bytesOfAddress(isLinkLocal(src) ? autoipAddress : address));
+    text.append("http://");
+    appendAddress(&text, isLinkLocal(src) ? autoipAddress : address);
     return text;
 }
 
@@ -211,7 +212,10 @@ QByteArray UpnpSettings::getHttpUrl(const QHostAddress &src) const
 
 QByteArray UpnpSettings::getMulticastUrl() const
 {
-    return bytesOfAddress(multicastAddress) + ':' + QByteArray::number(udpPort);
+    QByteArray text;
+    appendAddress(&text, multicastAddress);
+    text.append(':').append(QByteArray::number(udpPort));
+    return text;
 }
 
 QByteArray UpnpSettings::getServerHeader() const
