@@ -130,7 +130,7 @@ static int membersOnEth0()
     bool isEth0 = false;
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (int i = 0; i < lines.size(); ++i) {
-        const QByteArray line = lines.at(i);
+        const QByteArray &line = lines.at(i);
         if (!line.startsWith('\t'))
             isEth0 = line.contains("\teth0");
         else if (isEth0 && line.contains("FAFFFFEF"))
