@@ -171,7 +171,7 @@ bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer)
         closeConnection(descriptor);
         return true;
     }
-    // The kernel is short of memory for sockets.
+    // More than the kernel takes at once
     sendAndClose(makeSocket(descriptor), answer.mid(qMax(0, int(sent))));
     return false;
 }
