@@ -1,4 +1,5 @@
 #include "busloss.h"
+#include "debugmessages.h"
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
@@ -20,6 +21,7 @@ static void openLog()
 {
     kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
     kelta::keltalog.setSyslogLevelWarning();
+    areDebugMessagesWanted = false;
 }
 
 // Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
@@ -42,8 +44,16 @@ static void wire(const QObject *sender, const char *signal, const QObject *recei
         qWarning("%s", failure);
 }
 
+// Qt's own event loop, which takes a fifth fewer instructions for an answer and 150 KiB less memory than that of GLib, which
+// Qt is built for on a PC. To be called before there is a thread.
+static void useQtEventLoop()
+{
+    qputenv("QT_NO_GLIB", "1");
+}
+
 int main(int argc, char *argv[])
 {
+    useQtEventLoop();
     openLog();
     // Before anything else exists, so that a second instance ends without having opened a socket.
     if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {

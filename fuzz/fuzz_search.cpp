@@ -77,6 +77,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     REQUIRE(kind == expectedKind(text(datagram), &expectedUuids));
     REQUIRE(uuids.asked() == expectedUuids.asked());
     if (kind != ssdp::NoAnswer)
-        checkAnswers(ssdp::Answer{ input.value(1), input.value(2), uuids.next(), now });
+        checkAnswers(ssdp::Answer{ input.value(1), input.value(2), uuids.next(), ssdp::answerDate(now) });
     return 0;
 }

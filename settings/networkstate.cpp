@@ -4,9 +4,9 @@
 
 #include "addresstext.h"
 #include "dbusmap.h"
+#include "debugmessages.h"
 #include "fwconfigglobals.h"
 
-#include <QtCore/QDebug>
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
@@ -37,7 +37,7 @@ void UpnpSettings::configureIp()
     if (reply.isValid())
         applyNetworkConfiguration(mapFromReply(reply.argumentAt(0)));
     emit changed();
-    qDebug() << "ip:" << address.toString();
+    debugMessage() << "ip:" << address.toString();
 }
 
 void UpnpSettings::readInterfaceAddresses()
@@ -80,7 +80,7 @@ void UpnpSettings::connmanPropertyChanged(const QString &name, const QDBusVarian
     if (name == QLatin1String("State")) {
         if (value.variant().toString() == QLatin1String("ready")) {
             emit networkReady();
-            qDebug() << "network ready";
+            debugMessage() << "network ready";
         }
     } else if (name == QLatin1String("IPv4")) {
         emit aboutToChange();
@@ -93,16 +93,16 @@ void UpnpSettings::connmanPropertyChanged(const QString &name, const QDBusVarian
 void UpnpSettings::applyConnmanIpv4(const QVariantMap &ipv4)
 {
     networkConfigMethod = ipv4.value(QLatin1String("Method")).toString();
-    qDebug() << "config method:" << networkConfigMethod;
+    debugMessage() << "config method:" << networkConfigMethod;
 
     const QString text = ipv4.value(QLatin1String("Address")).toString();
     if (text.startsWith(QLatin1String("169.254")))
         autoipAddress = addressFromText(text);
     else
         address = addressFromText(text);
-    qDebug() << "ip:" << address.toString();
+    debugMessage() << "ip:" << address.toString();
 
     gateway = addressFromText(ipv4.value(QLatin1String("Gateway")).toString());
     // Meant: this line shows the address, not the gateway (tst_networkstate).
-    qDebug() << "gateway:" << address.toString();
+    debugMessage() << "gateway:" << address.toString();
 }

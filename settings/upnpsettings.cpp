@@ -1,12 +1,13 @@
 #include "upnpsettings.h"
 
+#include "addresstext.h"
 #include "bareboxconfigproxy.h"
+#include "debugmessages.h"
 #include "fwconfigglobals.h"
 #include "fwversionproxy.h"
 #include "syscfgmgrglobals.h"
 #include "systemconstantsproxy.h"
 
-#include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QStringList>
 #include <QtDBus/QDBusConnection>
@@ -18,6 +19,7 @@ static const char hostnameFile[] = "/proc/sys/kernel/hostname";
 static const char kernelUuidFile[] = "/proc/sys/kernel/random/uuid";
 static const char uuidVariable[] = "UUID";
 static const int serialNumberType = 2; // among the types of system information
+static const int urlSize = 32; // fits every URL with an IPv4 address: built with one allocation
 
 static QByteArray local8BitUpToNul(const QString &text)
 {
@@ -128,13 +130,13 @@ void UpnpSettings::hostnameChanged()
     emit aboutToChange();
     hostname = file.readAll().trimmed();
     emit changed();
-    qDebug() << "new hostname:" << hostname;
+    debugMessage() << "new hostname:" << hostname;
     file.close();
 }
 
 bool UpnpSettings::isLinkLocal(const QHostAddress &src) const
 {
-    return !autoipAddress.isNull() && src.toString().startsWith(QLatin1String("169.254"));
+    return !autoipAddress.isNull() && isLinkLocalIpv4(src);
 }
 
 QByteArray UpnpSettings::getManufacturer() const
@@ -194,22 +196,34 @@ QString UpnpSettings::strHostname() const
 
 QByteArray UpnpSettings::getPresentationUrl(const QHostAddress &src) const
 {
-    return "http://" + (isLinkLocal(src) ? autoipAddress : address).toString().toLatin1();
+    QByteArray text;
+    text.reserve(urlSize);
+    text.append("http://");
+    appendAddress(&text, isLinkLocal(src) ? autoipAddress : address);
+    return text;
 }
 
 QByteArray UpnpSettings::getHttpUrl(const QHostAddress &src) const
 {
-    return getPresentationUrl(src) + ':' + QByteArray::number(httpPort) + '/';
+    QByteArray text = getPresentationUrl(src);
+    text.append(':').append(QByteArray::number(httpPort)).append('/');
+    return text;
 }
 
 QByteArray UpnpSettings::getMulticastUrl() const
 {
-    return multicastAddress.toString().toLatin1() + ':' + QByteArray::number(udpPort);
+    QByteArray text;
+    appendAddress(&text, multicastAddress);
+    text.append(':').append(QByteArray::number(udpPort));
+    return text;
 }
 
 QByteArray UpnpSettings::getServerHeader() const
 {
-    return modelName + '/' + modelNr + ", UPnP/1.0";
+    QByteArray text;
+    text.reserve(modelName.size() + modelNr.size() + 16);
+    text.append(modelName).append('/').append(modelNr).append(", UPnP/1.0");
+    return text;
 }
 
 QHostAddress UpnpSettings::getAddress() const

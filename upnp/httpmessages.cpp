@@ -26,37 +26,37 @@ Request parseRequestLine(const QByteArray &line)
     return request;
 }
 
-static QByteArray date(const QDateTime &now)
+QByteArray dateText(const QDateTime &now)
 {
     return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:ss")).toLocal8Bit();
 }
 
-QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QDateTime &now)
+QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QByteArray &date)
 {
     QByteArray h;
     h.reserve(256);
     h += "HTTP/1.1 200 OK\r\n";
     h += "Content-Type: text/xml; charset=\"utf-8\"\r\n";
     h += "Connection: close\r\n";
-    h += "Content-Length: " + QByteArray::number(contentLength) + "\r\n";
+    h.append("Content-Length: ").append(QByteArray::number(contentLength)).append("\r\n");
     // Meant: Server and Date share one line (tst_httpmessages).
-    h += "Server: " + serverHeader;
-    h += "Date: " + date(now) + "\r\n";
+    h.append("Server: ").append(serverHeader);
+    h.append("Date: ").append(date).append("\r\n");
     h += "\r\n";
     return h;
 }
 
 // Meant: another order than that of the description (tst_httpmessages).
-QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QDateTime &now)
+QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QByteArray &date)
 {
     QByteArray h;
     h.reserve(256);
     h += "HTTP/1.1 200 OK\r\n";
     h += "Content-Type: image/png\r\n";
-    h += "Content-Length: " + QByteArray::number(contentLength) + "\r\n";
+    h.append("Content-Length: ").append(QByteArray::number(contentLength)).append("\r\n");
     h += "Connection: close\r\n";
-    h += "Date: " + date(now) + "\r\n";
-    h += "Server: " + serverHeader + "\r\n";
+    h.append("Date: ").append(date).append("\r\n");
+    h.append("Server: ").append(serverHeader).append("\r\n");
     h += "\r\n";
     return h;
 }
@@ -66,7 +66,7 @@ QByteArray pathNotFound(const QByteArray &serverHeader)
     QByteArray h;
     h += "HTTP/1.1 404 Not Found\r\n";
     // Meant: no colon (tst_httpmessages).
-    h += "Server " + serverHeader + "\r\n";
+    h.append("Server ").append(serverHeader).append("\r\n");
     h += "Content-Length: 0\r\n";
     h += "\r\n";
     return h;

@@ -19,9 +19,12 @@ struct Request
 // and line feeds parts the words; a tab does not. A missing word is empty.
 Request parseRequestLine(const QByteArray &line);
 
-// All that stands before the body. serverHeader is an 8-bit text, copied as it is; now is local time.
-QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QDateTime &now);
-QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QDateTime &now);
+// The text of a Date field, from the local time.
+QByteArray dateText(const QDateTime &now);
+
+// All that stands before the body. serverHeader and date are 8-bit texts, copied as they are.
+QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QByteArray &date);
+QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QByteArray &date);
 
 // Whole answers.
 QByteArray pathNotFound(const QByteArray &serverHeader);

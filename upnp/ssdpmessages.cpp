@@ -2,6 +2,8 @@
 
 #include <QtCore/QString>
 
+#include <cstring>
+
 namespace ssdp
 {
 
@@ -13,7 +15,7 @@ static QByteArray announcementDate(const QDateTime &now)
 }
 
 // Meant: seconds below ten have one digit here (tst_ssdpmessages).
-static QByteArray answerDate(const QDateTime &now)
+QByteArray answerDate(const QDateTime &now)
 {
     return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:s")).toLocal8Bit();
 }
@@ -24,14 +26,14 @@ static QByteArray notify(const Announcement &a, const char *usnBeginning, const 
     QByteArray m;
     m.reserve(512);
     m += "NOTIFY * HTTP/1.1\r\n";
-    m += "HOST:" + a.multicastUrl + "\r\n";
-    m += "DATE: " + announcementDate(a.now) + "\r\n";
+    m.append("HOST:").append(a.multicastUrl).append("\r\n");
+    m.append("DATE: ").append(announcementDate(a.now)).append("\r\n");
     m += "CACHE-CONTROL:max-age=1810\r\n";
-    m += "LOCATION:" + a.httpUrl + "rootDesc.xml\r\n";
-    m += "SERVER: " + a.serverHeader + "\r\n";
+    m.append("LOCATION:").append(a.httpUrl).append("rootDesc.xml\r\n");
+    m.append("SERVER: ").append(a.serverHeader).append("\r\n");
     m += "ST: upnp:rootdevice\r\n";
-    m += usnBeginning + a.uuid + "::upnp:rootdevice\r\n";
-    m += "NTS:" + QByteArray(subType) + "\r\n";
+    m.append(usnBeginning).append(a.uuid).append("::upnp:rootdevice\r\n");
+    m.append("NTS:").append(subType).append("\r\n");
     m += "\r\n";
     return m;
 }
@@ -58,12 +60,12 @@ QByteArray rootDeviceAnswer(const Answer &a)
     m.reserve(512);
     m += "HTTP/1.1 200 OK\r\n";
     m += "CACHE-CONTROL: max-age=1810\r\n";
-    m += "DATE: " + answerDate(a.now) + "\r\n";
+    m.append("DATE: ").append(a.date).append("\r\n");
     m += "ST: upnp:rootdevice\r\n";
-    m += "USN: uuid:Upnp-BasicDevice-1_0-" + a.uuid + "::upnp:rootdevice\r\n";
+    m.append("USN: uuid:Upnp-BasicDevice-1_0-").append(a.uuid).append("::upnp:rootdevice\r\n");
     m += "EXT:\r\n";
-    m += "SERVER: " + a.serverHeader + "\r\n";
-    m += "LOCATION: " + a.httpUrl + "rootDesc.xml\r\n";
+    m.append("SERVER: ").append(a.serverHeader).append("\r\n");
+    m.append("LOCATION: ").append(a.httpUrl).append("rootDesc.xml\r\n");
     m += "Content-Length: 0\r\n";
     m += "\r\n";
     return m;
@@ -76,15 +78,31 @@ QByteArray uuidAnswer(const Answer &a)
     m.reserve(512);
     m += "HTTP/1.1 200 OK\r\n";
     m += "CACHE-CONTROL: max-age=1810\r\n";
-    m += "DATE: " + answerDate(a.now) + "\r\n";
-    m += "ST: uuid:Upnp-BasicDevice-1_0-" + a.uuid + "::upnp:rootdevice\r\n";
-    m += "USN: uuid:Upnp-BasicDevice-1_0-" + a.uuid + "\r\n";
+    m.append("DATE: ").append(a.date).append("\r\n");
+    m.append("ST: uuid:Upnp-BasicDevice-1_0-").append(a.uuid).append("::upnp:rootdevice\r\n");
+    m.append("USN: uuid:Upnp-BasicDevice-1_0-").append(a.uuid).append("\r\n");
     m += "EXT:\r\n";
-    m += "SERVER: " + a.serverHeader + "\r\n";
-    m += "LOCATION: " + a.httpUrl + "rootDesc.xml\r\n";
+    m.append("SERVER: ").append(a.serverHeader).append("\r\n");
+    m.append("LOCATION: ").append(a.httpUrl).append("rootDesc.xml\r\n");
     m += "Content-Length: 0\r\n";
     m += "\r\n";
     return m;
+}
+
+// memmem() is several times as fast as QByteArray::contains().
+static bool contains(const QByteArray &datagram, const char *text, size_t size)
+{
+    return memmem(datagram.constData(), size_t(datagram.size()), text, size) != nullptr;
+}
+
+static bool contains(const QByteArray &datagram, const char *text)
+{
+    return contains(datagram, text, std::strlen(text));
+}
+
+static bool contains(const QByteArray &datagram, const QByteArray &text)
+{
+    return contains(datagram, text.constData(), size_t(text.size()));
 }
 
 // Meant: the bare UUID is looked for before the prefixed one, so the last test succeeds only for a UUID that
@@ -93,9 +111,9 @@ AnswerKind answerKind(const QByteArray &datagram, const UuidSource &uuid)
 {
     if (!datagram.startsWith("M-SEARCH"))
         return NoAnswer;
-    if (datagram.contains("ssdp:all") || datagram.contains(uuid()) || datagram.contains("upnp:rootdevice"))
+    if (contains(datagram, "ssdp:all") || contains(datagram, uuid()) || contains(datagram, "upnp:rootdevice"))
         return RootDeviceAnswer;
-    return datagram.contains(usnPrefix + uuid()) ? UuidAnswer : NoAnswer;
+    return contains(datagram, usnPrefix + uuid()) ? UuidAnswer : NoAnswer;
 }
 
 } // namespace ssdp

@@ -35,8 +35,11 @@ struct Answer
     QByteArray httpUrl;
     QByteArray serverHeader;
     QByteArray uuid;
-    QDateTime now;
+    QByteArray date; // answerDate()
 };
+
+// The date of an answer, from the local time.
+QByteArray answerDate(const QDateTime &now);
 
 QByteArray rootDeviceAnswer(const Answer &answer);
 QByteArray uuidAnswer(const Answer &answer);

@@ -1,19 +1,22 @@
 #include "upnphttp.h"
 
+#include "debugmessages.h"
 #include "filesender.h"
 #include "httpconnection.h"
 #include "httpmessages.h"
+#include "quietconnections.h"
 #include "rootdesc.h"
 #include "upnpsettings.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimerEvent>
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -27,6 +30,9 @@ static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
 static const rlim_t reservedDescriptors = 16;
 static const int acceptRetryPeriod = 200; // ms
 static const int maximalAcceptsPerPass = 50;
+
+// Those of control points have 100 to 500 bytes.
+static const int maximalShortRequestSize = 4096;
 
 // The kernel gives out the lowest free number, so a number tells how many are in use.
 static bool isNearTheLimit(int descriptor)
@@ -49,6 +55,8 @@ static bool areDescriptorsScarce(int anyDescriptor)
 UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     : QTcpServer(parent)
     , settings(deviceSettings)
+    , m_date(http::dateText)
+    , m_quiet(nullptr)
 {
     if (listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort()))
         takeOverAccepting();
@@ -66,6 +74,8 @@ void UpnpHttp::takeOverAccepting()
         own.at(i)->setEnabled(false);
     m_acceptable.reset(new QSocketNotifier(int(socketDescriptor()), QSocketNotifier::Read));
     connect(m_acceptable.data(), SIGNAL(activated(int)), this, SLOT(acceptConnections()));
+    m_quiet = new QuietConnections(this);
+    connect(m_quiet, SIGNAL(stirred(int)), this, SLOT(serve(int)));
 }
 
 void UpnpHttp::acceptConnections()
@@ -77,8 +87,7 @@ void UpnpHttp::acceptConnections()
                 stopAccepting();
             return;
         }
-        incomingConnection(descriptor);
-        if (isNearTheLimit(descriptor)) {
+        if (!serveNow(descriptor) && isNearTheLimit(descriptor)) {
             stopAccepting();
             return;
         }
@@ -105,12 +114,87 @@ void UpnpHttp::timerEvent(QTimerEvent *event)
         tryAcceptingAgain();
 }
 
+static QHostAddress peerOf(int descriptor)
+{
+    struct sockaddr_in peer = {};
+    socklen_t size = sizeof peer;
+    if (getpeername(descriptor, reinterpret_cast<struct sockaddr *>(&peer), &size) != 0)
+        return QHostAddress();
+    return QHostAddress(ntohl(peer.sin_addr.s_addr));
+}
+
+static QByteArray firstLine(const char *bytes, ssize_t size)
+{
+    const void *lineEnd = std::memchr(bytes, '\n', size_t(size));
+    return lineEnd ? QByteArray(bytes, int(static_cast<const char *>(lineEnd) - bytes) + 1) : QByteArray();
+}
+
+void UpnpHttp::serve(int descriptor)
+{
+    serveNow(descriptor);
+}
+
+// Nearly every request comes whole and gets a short answer: it is answered without a QTcpSocket, which would cost several
+// times as much as all the rest. The bytes of everything else are left to the QTcpSocket.
+bool UpnpHttp::serveNow(int descriptor)
+{
+    char bytes[maximalShortRequestSize];
+    const ssize_t size = recv(descriptor, bytes, sizeof bytes, MSG_PEEK);
+    if (size == -1 && errno == EAGAIN) {
+        waitForBytes(descriptor);
+        return false;
+    }
+    if (size <= 0) {
+        closeConnection(descriptor);
+        return true;
+    }
+    const http::Request request = http::parseRequestLine(firstLine(bytes, size));
+    if (request.method != "GET" || request.path == iconPath || size == maximalShortRequestSize) {
+        incomingConnection(descriptor);
+        return false;
+    }
+    // Closing would reset the connection if something were left unread.
+    recv(descriptor, bytes, sizeof bytes, 0);
+    return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)));
+}
+
+void UpnpHttp::waitForBytes(int descriptor)
+{
+    if (!m_quiet->add(descriptor))
+        incomingConnection(descriptor);
+}
+
+bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer)
+{
+    const ssize_t sent = send(descriptor, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
+    if (sent == answer.size() || (sent == -1 && errno != EAGAIN)) {
+        closeConnection(descriptor);
+        return true;
+    }
+    // More than the kernel takes at once
+    sendAndClose(makeSocket(descriptor), answer.mid(qMax(0, int(sent))));
+    return false;
+}
+
+void UpnpHttp::closeConnection(int descriptor)
+{
+    ::close(descriptor);
+    if (m_retryTimer.isActive())
+        tryAcceptingAgain();
+}
+
 void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
+{
+    makeSocket(socketDescriptor);
+}
+
+QTcpSocket *UpnpHttp::makeSocket(qtcompat::SocketDescriptor socketDescriptor)
 {
     HttpConnection *socket = new HttpConnection(this);
     connect(socket, SIGNAL(readyRead()), this, SLOT(readyRead()));
     connect(socket, SIGNAL(disconnected()), this, SLOT(disconnected()));
     socket->setSocketDescriptor(socketDescriptor, QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
+    return socket;
 }
 
 void UpnpHttp::disconnected()
@@ -131,18 +215,20 @@ void UpnpHttp::readyRead()
     const http::Request request = http::parseRequestLine(line);
     if (request.method != "GET")
         return;
-    qDebug() << connection->peerAddress().toString() << QString::fromLatin1(request.path.constData());
-    if (request.path == descriptionPath)
-        sendDescription(connection);
-    else if (request.path == iconPath)
+    if (request.path == iconPath)
         sendIcon(connection);
     else
-        sendAndClose(connection, http::pathNotFound(settings->getServerHeader()));
+        sendAndClose(connection, answerTo(request, connection->peerAddress()));
 }
 
-void UpnpHttp::sendDescription(QTcpSocket *socket)
+QByteArray UpnpHttp::answerTo(const http::Request &request, const QHostAddress &peer)
 {
-    const QHostAddress peer = socket->peerAddress();
+    debugMessage() << peer.toString() << QString::fromLatin1(request.path.constData());
+    return request.path == descriptionPath ? description(peer) : http::pathNotFound(settings->getServerHeader());
+}
+
+QByteArray UpnpHttp::description(const QHostAddress &peer)
+{
     rootdesc::Values values;
     values.presentationUrl = settings->getPresentationUrl(peer);
     values.hostname = settings->getHostname();
@@ -155,18 +241,19 @@ void UpnpHttp::sendDescription(QTcpSocket *socket)
     values.serialNumber = settings->getSerial();
     values.uuid = settings->getUuid(peer);
     const QByteArray document = rootdesc::document(values);
-    sendAndClose(socket, http::descriptionHeader(document.size(), settings->getServerHeader(), QDateTime::currentDateTime()) + document);
+    return http::descriptionHeader(document.size(), settings->getServerHeader(), m_date.now()).append(document);
 }
 
 void UpnpHttp::sendIcon(QTcpSocket *socket)
 {
+    debugMessage() << socket->peerAddress().toString() << QString::fromLatin1(iconPath);
     const QSharedPointer<QFile> icon = openIcon();
     if (!icon) {
         sendAndClose(socket, http::iconNotFound());
         return;
     }
     const qint64 size = icon->size();
-    socket->write(http::iconHeader(size, settings->getServerHeader(), QDateTime::currentDateTime()));
+    socket->write(http::iconHeader(size, settings->getServerHeader(), m_date.now()));
     socket->flush();
     FileSender::send(int(socket->socketDescriptor()), icon, size, this);
     socket->close();

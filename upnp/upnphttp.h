@@ -1,6 +1,7 @@
 #ifndef UPNPHTTP_H
 #define UPNPHTTP_H
 
+#include "datecache.h"
 #include "qtcompat.h"
 
 #include <QtCore/QBasicTimer>
@@ -10,8 +11,14 @@
 
 class QFile;
 class QSocketNotifier;
+class QuietConnections;
 class QTcpSocket;
 class UpnpSettings;
+
+namespace http
+{
+struct Request;
+}
 
 // The description server: answers one GET per connection, with the device description, with the icon or with 404,
 // and closes the connection. Everything else a peer sends is read and never answered.
@@ -36,18 +43,28 @@ private slots:
     void readyRead();
     void disconnected();
     void acceptConnections();
+    void serve(int descriptor);
 
 private:
     void takeOverAccepting();
+    // True when the connection is done with, also below.
+    bool serveNow(int descriptor);
+    void waitForBytes(int descriptor);
+    bool answerAndClose(int descriptor, const QByteArray &answer);
+    void closeConnection(int descriptor);
+    QTcpSocket *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
     void stopAccepting();
     void tryAcceptingAgain();
-    void sendDescription(QTcpSocket *socket);
+    QByteArray answerTo(const http::Request &request, const QHostAddress &peer);
+    QByteArray description(const QHostAddress &peer);
     void sendIcon(QTcpSocket *socket);
     QSharedPointer<QFile> openIcon();
     void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
 
     UpnpSettings *settings;
+    DateCache m_date;
     QScopedPointer<QSocketNotifier> m_acceptable;
+    QuietConnections *m_quiet;
     QWeakPointer<QFile> m_icon; // there while peers are reading it
     QBasicTimer m_retryTimer; // runs while accepting is paused
 };

@@ -1,6 +1,7 @@
 #ifndef UPNPRECEIVER_H
 #define UPNPRECEIVER_H
 
+#include "datecache.h"
 #include "ssdpmessages.h"
 
 #include <QtCore/QByteArray>
@@ -50,6 +51,7 @@ private:
     QSocketNotifier *termNotifier;
     qint32 joinResult; // 0 once the group is joined
     QByteArray m_receiveBuffer;
+    DateCache m_answerDate;
 };
 
 #endif

@@ -3,6 +3,8 @@
 
 #include <QtTest/QtTest>
 
+Q_DECLARE_METATYPE(QHostAddress)
+
 class TestAddressText : public QObject
 {
     Q_OBJECT
@@ -14,6 +16,10 @@ private slots:
     void ipv6TextsAreAddresses();
     void everythingElseIsTheNullAddress_data();
     void everythingElseIsTheNullAddress();
+    void bytesAreThoseOfTheText_data();
+    void bytesAreThoseOfTheText();
+    void linkLocalIsWhatBeginsWith169254_data();
+    void linkLocalIsWhatBeginsWith169254();
 };
 
 void TestAddressText::fourDecimalPartsAreAnAddress_data()
@@ -89,6 +95,49 @@ void TestAddressText::everythingElseIsTheNullAddress()
     QFETCH(QString, input);
     QCOMPARE(addressFromText(input), QHostAddress());
     QVERIFY(addressFromText(input).isNull());
+}
+
+static void addAddresses()
+{
+    QTest::addColumn<QHostAddress>("address");
+
+    QTest::newRow("null") << QHostAddress();
+    QTest::newRow("customary") << QHostAddress(text("192.168.1.20"));
+    QTest::newRow("parts of one digit") << QHostAddress(text("1.2.3.4"));
+    QTest::newRow("parts of two digits") << QHostAddress(text("10.20.30.99"));
+    QTest::newRow("parts with zeros inside") << QHostAddress(text("100.101.110.200"));
+    QTest::newRow("zeros") << QHostAddress(text("0.0.0.0"));
+    QTest::newRow("highest") << QHostAddress(text("255.255.255.255"));
+    QTest::newRow("link-local") << QHostAddress(text("169.254.7.8"));
+    QTest::newRow("below link-local") << QHostAddress(text("169.253.255.255"));
+    QTest::newRow("above link-local") << QHostAddress(text("169.255.0.0"));
+    QTest::newRow("IPv6") << QHostAddress(text("fe80::211:22ff:feaa:bbcc"));
+    QTest::newRow("IPv6 with an interface") << QHostAddress(text("fe80::1%eth0"));
+    QTest::newRow("IPv4 mapped into IPv6") << QHostAddress(text("::ffff:169.254.7.8"));
+}
+
+void TestAddressText::bytesAreThoseOfTheText_data()
+{
+    addAddresses();
+}
+
+void TestAddressText::bytesAreThoseOfTheText()
+{
+    QFETCH(QHostAddress, address);
+    QByteArray bytes = "http://";
+    appendAddress(&bytes, address);
+    QVERIFY(compareBytes(bytes, "http://" + address.toString().toLatin1()));
+}
+
+void TestAddressText::linkLocalIsWhatBeginsWith169254_data()
+{
+    addAddresses();
+}
+
+void TestAddressText::linkLocalIsWhatBeginsWith169254()
+{
+    QFETCH(QHostAddress, address);
+    QCOMPARE(isLinkLocalIpv4(address), address.toString().startsWith(text("169.254")));
 }
 
 QTEST_APPLESS_MAIN(TestAddressText)

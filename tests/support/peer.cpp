@@ -75,6 +75,11 @@ bool Peer::readToEnd()
     return waitFor([this] { return isAtEnd(); });
 }
 
+void Peer::endWriting()
+{
+    shutdown(m_descriptor, SHUT_WR);
+}
+
 void Peer::reset()
 {
     const struct linger noLinger = { 1, 0 };

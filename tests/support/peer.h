@@ -22,6 +22,8 @@ public:
     bool isAtEnd();
     // Reads while the event loop runs until the server closes; false when it does not.
     bool readToEnd();
+    // Sends nothing more, which the server is told.
+    void endWriting();
     // Ends the connection with a reset instead of a close.
     void reset();
 

@@ -5,9 +5,9 @@
 
 static const char serverHeader[] = "Kelta/1.4.2, UPnP/1.0";
 
-static QDateTime marchFourth()
+static QByteArray marchFourth()
 {
-    return QDateTime(QDate(2026, 3, 4), QTime(9, 5, 7));
+    return http::dateText(QDateTime(QDate(2026, 3, 4), QTime(9, 5, 7)));
 }
 
 class TestHttpMessages : public QObject

@@ -23,7 +23,7 @@ static ssdp::Announcement autoipAnnouncement()
 
 static ssdp::Answer answer()
 {
-    return ssdp::Answer{ "http://192.168.1.20:8200/", "Kelta/1.4.2, UPnP/1.0", uuid, marchFourth(12, 3, 7) };
+    return ssdp::Answer{ "http://192.168.1.20:8200/", "Kelta/1.4.2, UPnP/1.0", uuid, ssdp::answerDate(marchFourth(12, 3, 7)) };
 }
 
 static QByteArray lineBeginningWith(const QByteArray &beginning, const QByteArray &message)
@@ -149,7 +149,7 @@ void TestSsdpMessages::secondsBelowTenKeepOneDigitInAnswers()
     QFETCH(QDateTime, now);
     QFETCH(QByteArray, line);
     ssdp::Answer a = answer();
-    a.now = now;
+    a.date = ssdp::answerDate(now);
     QCOMPARE(lineBeginningWith("DATE", ssdp::rootDeviceAnswer(a)), line);
     QCOMPARE(lineBeginningWith("DATE", ssdp::uuidAnswer(a)), line);
 }

@@ -44,6 +44,11 @@ private slots:
     void everyGetIsLoggedWithItsPeer();
     void onlyGetsAreLogged();
     void connectionsAreForgottenWhenThePeerLeaves();
+    void quietConnectionIsServedWhenItsRequestComes();
+    void quietConnectionsAreForgottenWhenThePeerLeaves();
+    void quietConnectionsEndWithTheServer();
+    void requestOfWhichThePeerIsDoneWritingIsAnswered();
+    void answerLargerThanTheSendBufferArrivesWhole();
 
     void missingIconIsABareText();
     void iconIsServed_data();
@@ -262,6 +267,68 @@ void TestUpnpHttp::connectionsAreForgottenWhenThePeerLeaves()
     QVERIFY(waitFor([this] { return m_server->findChildren<QTcpSocket *>().isEmpty(); }));
 }
 
+static int openDescriptors()
+{
+    return int(QDir(text("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size());
+}
+
+void TestUpnpHttp::quietConnectionIsServedWhenItsRequestComes()
+{
+    Peer peer;
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send(descriptionRequest));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+void TestUpnpHttp::quietConnectionsAreForgottenWhenThePeerLeaves()
+{
+    QVERIFY(isServed());
+    const int before = openDescriptors();
+    {
+        Peer closed;
+        Peer reset;
+        QVERIFY(isSilentAndOpen(&closed));
+        QVERIFY(isSilentAndOpen(&reset));
+        QCOMPARE(openDescriptors(), before + 4);
+        reset.reset();
+    }
+    QVERIFY(waitFor([&] { return openDescriptors() == before; }));
+    QVERIFY(isServed());
+}
+
+void TestUpnpHttp::quietConnectionsEndWithTheServer()
+{
+    Peer peer;
+    QVERIFY(isSilentAndOpen(&peer));
+    m_server.reset();
+    QVERIFY(peer.readToEnd());
+    QCOMPARE(peer.received(), QByteArray());
+}
+
+void TestUpnpHttp::requestOfWhichThePeerIsDoneWritingIsAnswered()
+{
+    Peer peer;
+    QVERIFY(peer.send(descriptionRequest));
+    peer.endWriting();
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+void TestUpnpHttp::answerLargerThanTheSendBufferArrivesWhole()
+{
+    m_server.reset();
+    const QByteArray manufacturer(16 * 1024 * 1024, 'z');
+    UpnpSettings settings(manufacturer, QByteArray(), QByteArray(), QByteArray(), QByteArray(), nullptr);
+    m_server.reset(new UpnpHttp(&settings, nullptr));
+    Peer peer;
+    QVERIFY(peer.send(descriptionRequest));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(peer.received().contains("<manufacturer>" + manufacturer + "</manufacturer>"));
+    QVERIFY(peer.received().endsWith("</root>"));
+    m_server.reset();
+}
+
 void TestUpnpHttp::missingIconIsABareText()
 {
     Peer peer;
@@ -358,11 +425,6 @@ void TestUpnpHttp::whatFollowsTheRequestIsIgnored()
     QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
 }
 
-static int openDescriptors()
-{
-    return int(QDir(text("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size());
-}
-
 // Lowers the number of descriptors that the process may have.
 class DescriptorLimit
 {
@@ -387,11 +449,12 @@ void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
     QProcess others;
     others.start(text("/proc/self/exe"), QStringList(text("--hold-connections")));
     QVERIFY(others.waitForStarted());
-    const int limit = openDescriptors() + 40;
+    const int before = openDescriptors();
+    const int limit = before + 40;
     const DescriptorLimit lowered(limit);
     QVERIFY(waitFor([&] { return others.canReadLine(); }));
     QCOMPARE(others.readLine(), QByteArray("connected\n"));
-    QVERIFY(waitFor([&] { return m_server->findChildren<QTcpSocket *>().size() > 10; }));
+    QVERIFY(waitFor([&] { return openDescriptors() > before + 10; }));
 
     Peer waiting;
     QVERIFY(waiting.isConnected());

@@ -63,6 +63,7 @@ private slots:
     void linkLocalSearcherGetsTheLinkLocalAnswer();
     void multicastSearchIsAnswered();
     void burstIsAnsweredInOrderInOneCall();
+    void everySearcherOfABurstGetsItsOwnVariant();
     void otherDatagramsAreDroppedSilently_data();
     void otherDatagramsAreDroppedSilently();
 
@@ -129,7 +130,7 @@ static int membersOnEth0()
     bool isEth0 = false;
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (int i = 0; i < lines.size(); ++i) {
-        const QByteArray line = lines.at(i);
+        const QByteArray &line = lines.at(i);
         if (!line.startsWith('\t'))
             isEth0 = line.contains("\teth0");
         else if (isEth0 && line.contains("FAFFFFEF"))
@@ -462,6 +463,22 @@ void TestUpnpReceiver::burstIsAnsweredInOrderInOneCall()
     }
     for (Udp *searcher : searchers)
         QCOMPARE(searcher->receiveNow(), QByteArray());
+}
+
+void TestUpnpReceiver::everySearcherOfABurstGetsItsOwnVariant()
+{
+    QVERIFY(m_device->addLinkLocalAddress());
+    makeReceiver();
+    Udp first("10.77.0.2");
+    Udp linkLocal("169.254.7.8");
+    Udp last("10.77.0.2");
+    Udp *const searchers[] = { &first, &linkLocal, &last };
+    for (Udp *searcher : searchers)
+        QVERIFY(searcher->send(searchForAll, "10.77.0.2", ssdpPort));
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+    QVERIFY(first.receiveNow().contains("LOCATION: http://192.168.1.20:8200/"));
+    QVERIFY(linkLocal.receiveNow().contains("LOCATION: http://169.254.7.8:8200/"));
+    QVERIFY(last.receiveNow().contains("LOCATION: http://192.168.1.20:8200/"));
 }
 
 void TestUpnpReceiver::otherDatagramsAreDroppedSilently_data()

@@ -1,0 +1,3 @@
+#include "debugmessages.h"
+
+bool areDebugMessagesWanted = true;

@@ -1,0 +1,16 @@
+#ifndef DEBUGMESSAGES_H
+#define DEBUGMESSAGES_H
+
+#include <QtCore/QDebug>
+
+// False once the log drops debug messages anyway.
+extern bool areDebugMessagesWanted;
+
+// qDebug() for a message that has to be put together, which is not done for a log that drops it: formatting one costs more
+// than answering a request, and the first one 128 KiB of Qt's code in memory.
+#define debugMessage()             \
+    if (!areDebugMessagesWanted) { \
+    } else                         \
+        qDebug()
+
+#endif

@@ -1,0 +1,102 @@
+#include "datecache.h"
+
+#include <QtTest/QtTest>
+
+static int formatted = 0;
+
+static QByteArray countedText(const QDateTime &local)
+{
+    ++formatted;
+    return local.toString(QLatin1String("yyyy-MM-dd hh:mm:ss")).toLatin1();
+}
+
+static QByteArray noText(const QDateTime &)
+{
+    ++formatted;
+    return QByteArray();
+}
+
+static QByteArray secondOfNow(const QDateTime &local)
+{
+    return QByteArray::number(local.toMSecsSinceEpoch() / 1000);
+}
+
+static const qint64 moment = Q_INT64_C(1772625787) * 1000;
+
+static QByteArray textOf(qint64 time)
+{
+    return countedText(QDateTime::fromMSecsSinceEpoch(time));
+}
+
+class TestDateCache : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { formatted = 0; }
+
+    void textIsMadeOncePerSecond();
+    void nextSecondHasAnotherText();
+    void clockThatJumpsIsFollowed_data();
+    void clockThatJumpsIsFollowed();
+    void firstSecondOf1970IsFormattedToo();
+    void nowIsTheWallClock();
+};
+
+void TestDateCache::textIsMadeOncePerSecond()
+{
+    DateCache date(countedText);
+    const QByteArray first = date.at(moment);
+    for (int millisecond = 1; millisecond < 1000; ++millisecond)
+        QCOMPARE(date.at(moment + millisecond), first);
+    QCOMPARE(formatted, 1);
+    QCOMPARE(first, textOf(moment));
+}
+
+void TestDateCache::nextSecondHasAnotherText()
+{
+    DateCache date(countedText);
+    QCOMPARE(date.at(moment + 999), textOf(moment));
+    QCOMPARE(date.at(moment + 1000), textOf(moment + 1000));
+    QVERIFY(textOf(moment) != textOf(moment + 1000));
+}
+
+void TestDateCache::clockThatJumpsIsFollowed_data()
+{
+    QTest::addColumn<qint64>("jump");
+
+    QTest::newRow("a day forwards") << Q_INT64_C(86400000);
+    QTest::newRow("a day backwards") << -Q_INT64_C(86400000);
+    QTest::newRow("a second backwards") << -Q_INT64_C(1000);
+    QTest::newRow("to 1970") << -moment;
+}
+
+void TestDateCache::clockThatJumpsIsFollowed()
+{
+    QFETCH(qint64, jump);
+    DateCache date(countedText);
+    date.at(moment);
+    QCOMPARE(date.at(moment + jump), textOf(moment + jump));
+    QCOMPARE(date.at(moment), textOf(moment));
+}
+
+void TestDateCache::firstSecondOf1970IsFormattedToo()
+{
+    DateCache date(countedText);
+    QCOMPARE(date.at(0), textOf(0));
+    DateCache empty(noText);
+    QCOMPARE(empty.at(0), QByteArray());
+}
+
+void TestDateCache::nowIsTheWallClock()
+{
+    DateCache date(secondOfNow);
+    const qint64 before = QDateTime::currentMSecsSinceEpoch() / 1000;
+    const qint64 text = date.now().toLongLong();
+    const qint64 after = QDateTime::currentMSecsSinceEpoch() / 1000;
+    QVERIFY(before <= text && text <= after);
+}
+
+QTEST_APPLESS_MAIN(TestDateCache)
+
+#include "tst_datecache.moc"
