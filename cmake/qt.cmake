@@ -14,6 +14,8 @@ if(QT_MAJOR EQUAL 4)
     set(qt_names QtCore QtNetwork QtDBus QtTest)
     macro(qt_add_dbus_interface)
         qt4_add_dbus_interface(${ARGN})
+        # It has run moc on the generated header; unlike Qt 5's it forgets to say so.
+        set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${ARGV2}.h" PROPERTIES SKIP_AUTOMOC TRUE)
     endmacro()
 else()
     find_package(Qt5 5.15 REQUIRED Core Network DBus Test)

@@ -9,7 +9,7 @@ set(DAEMON_TO_TEST $<TARGET_FILE:upnpvelorn>)
 if(CMAKE_CROSSCOMPILING_EMULATOR)
     set(DAEMON_TO_TEST "${CMAKE_BINARY_DIR}/upnpvelorn-emulated")
     string(REPLACE ";" "' '" emulator "'${CMAKE_CROSSCOMPILING_EMULATOR}'")
-    file(GENERATE OUTPUT "${DAEMON_TO_TEST}" CONTENT "#!/bin/sh\nexec ${emulator} '$<TARGET_FILE:upnpvelorn>' \"$@\"\n"
+    file(GENERATE OUTPUT "${DAEMON_TO_TEST}" CONTENT "#!/bin/sh\nexec ${emulator} '$<TARGET_FILE:upnpvelorn>'\n"
         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endif()
 
@@ -18,10 +18,12 @@ endif()
 # in a network, host name and mount namespace of its own with a private bus.
 function(unit_test name)
     cmake_parse_arguments(arg "ISOLATED" "" "LIBS" ${ARGN})
+    string(REPLACE ";" "|" emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
     add_executable(${name} ${name}.cpp)
     target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/support")
     target_compile_definitions(${name} PRIVATE
-        "TEST_DATA=\"${CMAKE_CURRENT_SOURCE_DIR}/data/\"" "SOURCE_ROOT=\"${CMAKE_SOURCE_DIR}/\"")
+        "TEST_DATA=\"${CMAKE_CURRENT_SOURCE_DIR}/data/\"" "SOURCE_ROOT=\"${CMAKE_SOURCE_DIR}/\""
+        "EMULATOR=\"${emulator}\"")
     target_link_libraries(${name} PRIVATE ${arg_LIBS} qt_test)
     set(command ${name})
     if(arg_ISOLATED)

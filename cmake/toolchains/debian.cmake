@@ -16,4 +16,4 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${CMAKE_SYSROOT}")
 set(ENV{PKG_CONFIG_LIBDIR} "${CMAKE_SYSROOT}/usr/lib/${triplet}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig")
 
 # With this the tests run on the machine that builds.
-set(CMAKE_CROSSCOMPILING_EMULATOR "/usr/bin/${emulator}" -L "${CMAKE_SYSROOT}")
+set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/emulated.py" "/usr/bin/${emulator}" -L "${CMAKE_SYSROOT}")
