@@ -117,11 +117,11 @@ void JsonWriter::writeString(const QString &text)
     for (const QChar *p = plain; p != end; ++p) {
         if (isPlain(p->unicode()))
             continue;
-        m_result.append(plain, int(p - plain));
+        m_result.insert(m_result.size(), plain, int(p - plain));
         writeEscape(p->unicode());
         plain = p + 1;
     }
-    m_result.append(plain, int(end - plain));
+    m_result.insert(m_result.size(), plain, int(end - plain));
     m_result += QLatin1Char('"');
 }
 

@@ -31,7 +31,8 @@ QString carriable(const QString &text)
     result.reserve(text.size());
     for (int i = 0; i < text.size();) {
         const int length = carriableLength(text, i);
-        result.append(text.constData() + i, length);
+        for (int k = 0; k < length; ++k)
+            result += text.at(i + k);
         i += qMax(1, length);
     }
     return result;

@@ -7,6 +7,12 @@
 #include <QtCore/QList>
 #include <QtCore/QMetaMethod>
 
+#if QT_VERSION >= 0x050000
+#define SKIP(reason) QSKIP(reason)
+#else
+#define SKIP(reason) QSKIP(reason, SkipSingle)
+#endif
+
 namespace qtversions
 {
 
