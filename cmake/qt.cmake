@@ -35,7 +35,10 @@ endforeach()
 
 # Text and bytes are converted by name, never silently: the two versions of Qt differ in the codec.
 target_compile_definitions(qt_core INTERFACE
-    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING)
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING)
+if(QT_MAJOR GREATER 4) # the headers of Qt 4's QtTest do so themselves
+    target_compile_definitions(qt_core INTERFACE QT_NO_CAST_FROM_BYTEARRAY)
+endif()
 foreach(alias qt_network qt_dbus qt_test)
     target_link_libraries(${alias} INTERFACE qt_core)
 endforeach()

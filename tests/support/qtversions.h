@@ -6,6 +6,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QMetaMethod>
+#include <QtCore/QProcess>
 
 #if QT_VERSION >= 0x050000
 #define SKIP(reason) QSKIP(reason)
@@ -57,6 +58,16 @@ inline QByteArray described(const QMetaMethod &method)
     for (int i = 0; i < list.size(); ++i)
         names += (i > 0 ? "," : "") + list.at(i);
     return kind(method) + ' ' + resultType(method) + ' ' + signature(method) + ' ' + names;
+}
+
+// What the process writes to its standard error appears on that of the test; Qt 4 knows no such thing.
+inline void showErrors(QProcess *process)
+{
+#if QT_VERSION >= 0x050000
+    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+#else
+    Q_UNUSED(process);
+#endif
 }
 
 // The periods of an object's timers in milliseconds; a timer that may drift counts as -1.
