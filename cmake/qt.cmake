@@ -8,17 +8,19 @@ set(CMAKE_CXX_STANDARD 11)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_AUTOMOC ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 if(QT_MAJOR EQUAL 4)
     find_package(Qt4 4.8 REQUIRED QtCore QtNetwork QtDBus QtTest)
     set(qt_names QtCore QtNetwork QtDBus QtTest)
     macro(qt_add_dbus_interface)
         qt4_add_dbus_interface(${ARGN})
+        # It has run moc on the generated header; unlike Qt 5's it forgets to say so.
+        set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${ARGV2}.h" PROPERTIES SKIP_AUTOMOC TRUE)
     endmacro()
 else()
     find_package(Qt5 5.15 REQUIRED Core Network DBus Test)
     set(qt_names Core Network DBus Test)
-    set(CMAKE_POSITION_INDEPENDENT_CODE ON)
     macro(qt_add_dbus_interface)
         qt5_add_dbus_interface(${ARGN})
     endmacro()
@@ -33,7 +35,10 @@ endforeach()
 
 # Text and bytes are converted by name, never silently: the two versions of Qt differ in the codec.
 target_compile_definitions(qt_core INTERFACE
-    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING)
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING)
+if(QT_MAJOR GREATER 4) # the headers of Qt 4's QtTest do so themselves
+    target_compile_definitions(qt_core INTERFACE QT_NO_CAST_FROM_BYTEARRAY)
+endif()
 foreach(alias qt_network qt_dbus qt_test)
     target_link_libraries(${alias} INTERFACE qt_core)
 endforeach()

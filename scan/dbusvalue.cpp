@@ -50,12 +50,12 @@ QString carriable(const QString &text)
     const int prefix = carriablePrefix(text);
     if (prefix == text.size())
         return text;
-    QString result;
+    QString result = text.left(prefix);
     result.reserve(text.size());
-    result.append(text.constData(), prefix);
     for (int i = prefix; i < text.size();) {
         const int length = carriableLength(text, i);
-        result.append(text.constData() + i, length);
+        for (int k = 0; k < length; ++k)
+            result += text.at(i + k);
         i += qMax(1, length);
     }
     return result;

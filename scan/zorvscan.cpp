@@ -41,6 +41,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_registrySize(0)
 {
     m_received.reserve(maximalDatagramSize);
+    m_sinceFullWarning.invalidate(); // Qt 4 does not
     subscribeToConnman();
     setupMulticast();
     qtcompat::startExactTimer(this, m_interval * 1000);

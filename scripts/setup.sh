@@ -6,6 +6,8 @@ simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3
 run_packages=(gupnp-tools miniupnpc)
 test_packages=(python3-pytest faketime strace libdbus-1-dev pkg-config)
 style_packages=(clang-tidy clang-format)
+armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static)
+arm64_packages=(g++-aarch64-linux-gnu qemu-user-static)
 
 say() { printf '\n== %s\n' "$*"; }
 
@@ -31,6 +33,14 @@ install_packages() {
     fi
     "${as_root[@]}" apt-get update -qq
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# prepare_cross armhf|arm64: the compiler, the emulator and the libraries of a cross build
+prepare_cross() {
+    local -n packages=$1_packages
+    install_packages "${packages[@]}"
+    say "Unpacking libraries ($1)"
+    scripts/sysroot.sh "$1" "build-$1/sysroot"
 }
 
 # build PRESET [OPTION OF cmake --build]...

@@ -1,10 +1,10 @@
 #include "termsignal.h"
 
 #include "bytes.h"
+#include "ownprogram.h"
 #include "waitfor.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QProcess>
 #include <QtTest/QtTest>
 
 #include <cerrno>
@@ -134,7 +134,7 @@ void TestTermSignal::installedHandlerRestartsInterruptedCalls()
 void TestTermSignal::missingPairIsFatal()
 {
     QProcess process;
-    process.start(QCoreApplication::applicationFilePath(), QStringList(text("--without-descriptors")));
+    startOwnProgram(&process, "--without-descriptors");
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitStatus(), QProcess::CrashExit);
     QVERIFY(process.readAllStandardError().contains("Couldn't create TERM socketpair"));

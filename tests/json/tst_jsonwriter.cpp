@@ -1,6 +1,7 @@
 #include "jsonparser.h"
 #include "jsonreader.h"
 #include "jsonwriter.h"
+#include "qtversions.h"
 
 #include <QtTest>
 
@@ -85,7 +86,7 @@ QString opaqueMessage()
 // The warning as the debug stream puts it: a blank after each item, the message in quotes.
 QByteArray opaqueWarning()
 {
-    return "JsonWriter::stringify -  \"" + opaqueMessage().toLatin1() + '"';
+    return qtversions::streamed("JsonWriter::stringify -  \"" + opaqueMessage().toLatin1() + '"');
 }
 
 void compareWritten(const QVariant &value, const QString &text)
@@ -140,8 +141,10 @@ void tst_JsonWriter::values_data()
     QTest::newRow("first character that is escaped") << QVariant(QChar(0x80)) << latin1("\"\\u0080\"");
     QTest::newRow("character beyond one byte") << QVariant(QChar(0x20ac)) << latin1("\"\\u20ac\"");
 
-    QTest::newRow("short converts to a number") << QVariant::fromValue<short>(-3) << latin1("-3");
-    QTest::newRow("unsigned char converts to a number") << QVariant::fromValue<uchar>(200) << latin1("200");
+    if (qtversions::smallIntegersConvert()) {
+        QTest::newRow("short converts to a number") << QVariant::fromValue<short>(-3) << latin1("-3");
+        QTest::newRow("unsigned char converts to a number") << QVariant::fromValue<uchar>(200) << latin1("200");
+    }
     QTest::newRow("date converts to a string") << QVariant(QDate(2024, 2, 29)) << latin1("\"2024-02-29\"");
     QTest::newRow("url converts to a string") << QVariant(QUrl(latin1("http://a/b"))) << latin1("\"http:\\/\\/a\\/b\"");
 

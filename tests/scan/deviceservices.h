@@ -1,6 +1,8 @@
 #ifndef DEVICESERVICES_H
 #define DEVICESERVICES_H
 
+#include "qtversions.h"
+
 #include <QtCore/QProcess>
 #include <QtCore/QStringList>
 
@@ -10,7 +12,7 @@ class DeviceServices
 public:
     bool start()
     {
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        qtversions::showErrors(&m_process);
         m_process.start(QLatin1String("/usr/bin/python3"),
             QStringList() << QLatin1String("-E") << QLatin1String("-s")
                           << QLatin1String(SOURCE_ROOT) + QLatin1String("simdevice/fwconfigservice.py")

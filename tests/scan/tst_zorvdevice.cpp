@@ -109,6 +109,8 @@ void tst_ZorvDevice::staysForThreeTimesItsExpiration_data()
     QTest::newRow("a text of digits") << QByteArray("\"22\"") << Q_INT64_C(66);
     QTest::newRow("leading zeros are decimal") << QByteArray("\"022\"") << Q_INT64_C(66);
     QTest::newRow("the last of repeated keys") << QByteArray("5,\"expiration\":7") << Q_INT64_C(21);
+    if (sizeof(time_t) < sizeof(qint64))
+        return; // the clock ends before
     QTest::newRow("largest that three times fits an int") << QByteArray("715827882") << Q_INT64_C(2147483646);
     QTest::newRow("three times does not fit an int") << QByteArray("715827883") << Q_INT64_C(2147483647);
     QTest::newRow("largest int") << QByteArray("2147483647") << Q_INT64_C(2147483647);

@@ -1,5 +1,6 @@
 #include "deviceservices.h"
 #include "fakeclock.h"
+#include "ownprogram.h"
 #include "qtcompat.h"
 #include "upnpsettings.h"
 #include "wirepeer.h"
@@ -485,7 +486,7 @@ void tst_ZorvScan::withoutConnmanSignalsTheProcessEnds()
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(latin1("DBUS_SYSTEM_BUS_ADDRESS"), latin1("unix:path=/nowhere"));
     process.setProcessEnvironment(environment);
-    process.start(QCoreApplication::applicationFilePath(), QStringList() << latin1("without-bus"));
+    startOwnProgram(&process, "without-bus");
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitStatus(), QProcess::CrashExit);
     QVERIFY(process.readAllStandardError().contains("Connman property connect failed!"));

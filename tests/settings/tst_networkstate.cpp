@@ -7,6 +7,7 @@
 #include "fakeconnman.h"
 #include "fakefwconfig.h"
 #include "network.h"
+#include "qtversions.h"
 #include "waitfor.h"
 
 #include <QtCore/QScopedPointer>
@@ -312,7 +313,7 @@ void TestNetworkState::onlyAddressCountsAsTheRegularOne()
     makeSettings();
     QVERIFY(network::ip("address flush dev eth0"));
     if (!network::ip(command.toLatin1().constData()))
-        QSKIP("the machine has no such addresses");
+        SKIP("the machine has no such addresses");
     m_settings->configureIp();
     QCOMPARE(state().toLower(), address + text("|169.254.1.1|10.77.0.1|dhcp"));
 }

@@ -5,6 +5,7 @@
 #include "dbustypes.h"
 #include "fakefwconfig.h"
 #include "network.h"
+#include "ownprogram.h"
 #include "qtversions.h"
 #include "waitfor.h"
 
@@ -762,7 +763,7 @@ void TestUpnpSettings::missingBusIsFatal()
     QStringList environment = QProcess::systemEnvironment().filter(QRegExp(text("^(?!DBUS_SYSTEM_BUS_ADDRESS=)")));
     environment << text("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/run/no-bus-here");
     process.setEnvironment(environment);
-    process.start(text("/proc/self/exe"), QStringList(text("--only-construct")));
+    startOwnProgram(&process, "--only-construct");
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitStatus(), QProcess::CrashExit);
     QVERIFY(process.readAllStandardError().contains("connman signal connect failed"));

@@ -1,6 +1,7 @@
 #include "caughtlog.h"
 
 #include "qtcompat.h"
+#include "qtversions.h"
 
 #include <QtCore/QMutex>
 #include <QtCore/QMutexLocker>
@@ -28,7 +29,8 @@ static void receive(QtMsgType type, const char *message)
 {
     QMutexLocker locker(&mutex);
     if (caught && type != QtFatalMsg)
-        caught->append(QString::fromLatin1(levelName(type)) + QLatin1String(": ") + QString::fromLocal8Bit(message));
+        caught->append(QString::fromLatin1(levelName(type)) + QLatin1String(": ")
+            + QString::fromLocal8Bit(qtversions::message(message).constData()));
     else if (type != QtDebugMsg)
         std::fprintf(stderr, "%s: %s\n", levelName(type), message);
 }

@@ -6,6 +6,13 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QMetaMethod>
+#include <QtCore/QProcess>
+
+#if QT_VERSION >= 0x050000
+#define SKIP(reason) QSKIP(reason)
+#else
+#define SKIP(reason) QSKIP(reason, SkipSingle)
+#endif
 
 namespace qtversions
 {
@@ -51,6 +58,47 @@ inline QByteArray described(const QMetaMethod &method)
     for (int i = 0; i < list.size(); ++i)
         names += (i > 0 ? "," : "") + list.at(i);
     return kind(method) + ' ' + resultType(method) + ' ' + signature(method) + ' ' + names;
+}
+
+// Whether a QVariant converts a short or a char to a number
+inline bool smallIntegersConvert()
+{
+#if QT_VERSION >= 0x050000
+    return true;
+#else
+    return false;
+#endif
+}
+
+// A message of Qt's as it is in Qt 5. In Qt 4 one that was put together with << has a blank behind its last item, too.
+inline QByteArray message(const char *text)
+{
+    QByteArray message(text);
+#if QT_VERSION < 0x050000
+    if (message.endsWith(' '))
+        message.chop(1);
+#endif
+    return message;
+}
+
+// A message put together with <<, as QTest::ignoreMessage() is to expect it.
+inline QByteArray streamed(const QByteArray &text)
+{
+#if QT_VERSION >= 0x050000
+    return text;
+#else
+    return text + ' ';
+#endif
+}
+
+// What the process writes to its standard error appears on that of the test; Qt 4 knows no such thing.
+inline void showErrors(QProcess *process)
+{
+#if QT_VERSION >= 0x050000
+    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+#else
+    Q_UNUSED(process);
+#endif
 }
 
 // The periods of an object's timers in milliseconds; a timer that may drift counts as -1.

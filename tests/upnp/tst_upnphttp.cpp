@@ -5,6 +5,7 @@
 #include "fakedevice.h"
 #include "filesender.h"
 #include "network.h"
+#include "ownprogram.h"
 #include "peer.h"
 #include "upnpsettings.h"
 #include "waitfor.h"
@@ -12,7 +13,6 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
-#include <QtCore/QProcess>
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
@@ -447,7 +447,7 @@ private:
 void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
 {
     QProcess others;
-    others.start(text("/proc/self/exe"), QStringList(text("--hold-connections")));
+    startOwnProgram(&others, "--hold-connections");
     QVERIFY(others.waitForStarted());
     const int before = openDescriptors();
     const int limit = before + 40;
