@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import shutil
+import subprocess
 import xml.etree.ElementTree
 
 import dbus
@@ -14,6 +15,7 @@ from simdevice import namespaces as ns
 from simdevice import sandbox
 from simdevice.bus import PROPERTIES, RESTRICTED
 from simdevice.device import ADDRESS, BUS_NAME, Device, default_program
+from simdevice.sandbox import PYTHON
 from simdevice.values import Typed, to_dbus
 from simdevice.waiting import wait_for
 
@@ -21,7 +23,8 @@ USER, STRANGER = 64001, 64002
 SERIAL = "912345678"
 SETTINGS, SCAN, DEVICE = "/settings", "/zorvscan", f"/zorvscan/{SERIAL}"
 OWN = {SETTINGS: "local.UpnpSettings", SCAN: "local.ZorvScan", DEVICE: "local.ZorvDevice"}
-PACKAGING = pathlib.Path(__file__).resolve().parent.parent.parent / "packaging"
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+BUILT = pathlib.Path(default_program())
 INTROSPECTABLE, PEER = "org.freedesktop.DBus.Introspectable", "org.freedesktop.DBus.Peer"
 DENIED = "org.freedesktop.DBus.Error.AccessDenied"
 
@@ -37,7 +40,7 @@ def members() -> list:
     """Path and name of every method that the daemon's own interfaces have."""
     found = []
     for path, interface in OWN.items():
-        tree = xml.etree.ElementTree.parse(PACKAGING / "interfaces" / f"{interface}.xml")
+        tree = xml.etree.ElementTree.parse(ROOT / "packaging" / "interfaces" / f"{interface}.xml")
         found += [(path, name) for name in dict.fromkeys(one.get("name") for one in tree.iter("method"))]
     return found
 
@@ -47,7 +50,7 @@ WRITING = [(path, member) for path, member in members() if member in CHANGING]
 
 
 def policy_file() -> pathlib.Path:
-    return pathlib.Path(default_program()).parent / "packaging" / f"{BUS_NAME}.conf"
+    return BUILT.parent / "packaging" / f"{BUS_NAME}.conf"
 
 
 @pytest.fixture(scope="module")
@@ -65,9 +68,9 @@ def users():
 
 def device_with(lan, policy: str) -> Device:
     # Where every user can reach it
-    program = f"/run/simdevice/{pathlib.Path(default_program()).name}"
+    program = f"/run/simdevice/{BUILT.name}"
     if not os.path.exists(program):
-        shutil.copy(default_program(), program)
+        shutil.copy(BUILT, program)
     device = Device(lan, bus_policy=policy, user=USER, program=program)
     device.fwconfig.set(constants={"SERIALNUMBER": SERIAL})
     device.start()
@@ -171,6 +174,19 @@ def test_calls_without_an_interface_are_denied_even_for_reading(stranger, path, 
 ])
 def test_what_the_policy_does_not_name_is_closed(stranger, path, interface, member):
     assert call(stranger, path, interface, member) == DENIED
+
+
+@pytest.mark.parametrize("program", [ROOT / "examples/list_devices.py", BUILT.parent / "examples/list_devices"],
+                         ids=["python", "cpp"])
+def test_examples_work_for_anybody(device, program):
+    if not program.exists():
+        pytest.skip("the C++ example is built with Qt 5 only")
+    reachable = shutil.copy(program, "/run/simdevice/example")
+    interpreter = [PYTHON] if program.suffix == ".py" else []
+    done = subprocess.run(["setpriv", f"--reuid={STRANGER}", f"--regid={STRANGER}", "--clear-groups", *interpreter, reachable],
+                          env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": device.bus.address}, capture_output=True, text=True,
+                          timeout=20)
+    assert (done.stderr, done.stdout.split()) == ("", ["kelta", SERIAL, "Kelta", "1.4.2", ADDRESS])
 
 
 def test_denied_calls_have_no_effect(device, stranger):
