@@ -28,18 +28,19 @@ build_packages() {
         || { tail -n 30 "$folder/build.log"; return 1; }
     (cd "$folder/source" && ls ./*.deb ./*.dsc)
     say "Lint"
-    lintian --info --pedantic --fail-on error,warning "$folder"/source/*.changes
+    lintian --allow-root --info --pedantic --fail-on error,warning "$folder"/source/*.changes
 }
 
 make_clean_root() {
-    [ ! -e "$clean/complete" ] || return 0
-    say "Making a clean Debian"
-    rm -rf "$clean"
-    debootstrap --variant=minbase --include="$(IFS=,; echo "${inside[*]}")" bookworm "$clean" >/dev/null
+    if [ ! -e "$clean/complete" ]; then
+        say "Making a clean Debian"
+        rm -rf "$clean"
+        debootstrap --variant=minbase --include="$(IFS=,; echo "${inside[*]}")" bookworm "$clean" >"$folder/debootstrap.log"
+        touch "$clean/complete"
+    fi
     # The trial has no network, so what the package needs has to be there before.
-    chroot "$clean" apt-get -qq -y --no-install-recommends satisfy \
-        "$(dpkg-deb -f "$folder"/source/upnpvelorn_*.deb Depends)" >/dev/null
-    touch "$clean/complete"
+    chroot "$clean" apt-get -y --no-install-recommends satisfy \
+        "$(dpkg-deb -f "$folder"/source/upnpvelorn_*.deb Depends)" >"$folder/apt.log" 2>&1 || { cat "$folder/apt.log"; return 1; }
 }
 
 prepare_root() {
