@@ -7,6 +7,8 @@ set(DEVICE_MODEL_DESCRIPTION "Zorv Kelta industrial measurement")
 set(DEVICE_MODEL_URL "${DEVICE_MANUFACTURER_URL}/kelta")
 
 set(DEVICE_BUS_NAME "com.zorv.upnpvelorn")
+# The user that the daemon runs as, who alone may own that name
+set(DEVICE_USER "upnpvelorn")
 
 # The firmware configuration service on the system bus
 set(DEVICE_CONFIG_SERVICE "com.zorv.fwconfig")

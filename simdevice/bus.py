@@ -1,5 +1,6 @@
-"""The device's system bus: a private dbus-daemon with the limits of the usual one and no restrictions."""
+"""The device's system bus: a private dbus-daemon with the limits of the usual one, and no restrictions but those asked for."""
 
+import contextlib
 import os
 import pathlib
 import subprocess
@@ -29,7 +30,24 @@ _CONFIGURATION = """\
     <allow send_destination="*" eavesdrop="true"/>
     <allow receive_sender="*" eavesdrop="true"/>
   </policy>
+{policy}
 </busconfig>
+"""
+
+# What a system bus allows by itself: to talk to the bus, to send signals and to answer. Everything else is up to the
+# policies of the services, of which only root's are here.
+RESTRICTED = """\
+  <policy context="default">
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+    <allow send_destination="com.zorv.fwconfig"/>
+  </policy>
+  <policy user="root">
+    <allow own="com.zorv.fwconfig"/>
+    <allow own="net.connman"/>
+    <allow send_destination="org.freedesktop.DBus"/>
+  </policy>
 """
 
 
@@ -133,10 +151,28 @@ class Monitor:
         return dbus.lowlevel.HANDLER_RESULT_HANDLED
 
 
-class Bus:
-    """The bus daemon. It keeps its address when it is stopped and started again."""
+@contextlib.contextmanager
+def _acting_as(user: int):
+    """The bus learns from the kernel who connects."""
+    if user is None:
+        yield
+        return
+    own = os.geteuid()
+    os.seteuid(user)
+    try:
+        yield
+    finally:
+        os.seteuid(own)
 
-    def __init__(self, folder: str):
+
+class Bus:
+    """The bus daemon. It keeps its address when it is stopped and started again.
+
+    policy: further elements of the bus's configuration, such as RESTRICTED, and <include> for a service's policy.
+    """
+
+    def __init__(self, folder: str, policy: str = ""):
+        self._policy = policy
         self._folder = pathlib.Path(folder)
         self._folder.mkdir(parents=True, exist_ok=True)
         self._socket = self._folder / "system_bus_socket"
@@ -147,7 +183,7 @@ class Bus:
 
     def start(self) -> None:
         configuration = self._folder / "system.conf"
-        configuration.write_text(_CONFIGURATION.format(socket=self._socket))
+        configuration.write_text(_CONFIGURATION.format(socket=self._socket, policy=self._policy))
         self._socket.unlink(missing_ok=True)
         ready, ready_end = os.pipe()
         with open(self._folder / "bus.log", "ab") as log:
@@ -182,9 +218,10 @@ class Bus:
         self.stop()
         self.start()
 
-    def connect(self) -> Connection:
-        """A further connection, as of another program."""
-        return Connection(self.address)
+    def connect(self, user: int = None) -> Connection:
+        """A further connection, as of another program; of another user, if that is given."""
+        with _acting_as(user):
+            return Connection(self.address)
 
     def monitor(self, *rules: str) -> Monitor:
         made = Monitor(self.address, list(rules))

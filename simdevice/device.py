@@ -56,19 +56,21 @@ class Device:
     addresses, mac, interface, ipv6: as for network.Host; `interface` None means no eth0.
     bus, fwconfig, connman: whether that part is there from the beginning. Each can come later with its start().
     nofile: the daemon's limit of open files. program: another executable than the built one.
+    bus_policy: as for bus.Bus. user: the number of the user that the daemon runs as, without any rights.
     """
 
     def __init__(self, lan: Lan, addresses: list = None, mac: str = MAC, interface: str = "eth0", ipv6: bool = False,
                  hostname: str = "kelta", bus: bool = True, fwconfig: bool = True, connman: bool = True,
-                 nofile: int = None, program: str = None):
+                 nofile: int = None, program: str = None, bus_policy: str = "", user: int = None):
         self.program = program or default_program()
         self._nofile = nofile
+        self._user = user
         self._folder = pathlib.Path(f"/run/simdevice/device{next(_numbers)}")
         self._process = None
         self._output = self._folder / "output"
         self.host = lan.host(addresses=addresses or [f"{ADDRESS}/24"], mac=mac, interface=interface, ipv6=ipv6)
         self.room = Room(self.host.path, hostname, self.program)
-        self.bus = Bus(str(self._folder))
+        self.bus = Bus(str(self._folder), bus_policy)
         self.fwconfig = FwConfig(self.bus.address)
         self.connman = Connman(self.bus)
         if bus:
@@ -106,6 +108,9 @@ class Device:
 
     def _launch(self) -> subprocess.Popen:
         limits = [] if self._nofile is None else ["/usr/bin/prlimit", f"--nofile={self._nofile}", "--"]
+        if self._user is not None:
+            limits += ["/usr/bin/setpriv", f"--reuid={self._user}", f"--regid={self._user}", "--clear-groups",
+                       "--inh-caps=-all", "--bounding-set=-all", "--no-new-privs", "--"]
         environment = {"LC_ALL": "C", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
                        "DBUS_SYSTEM_BUS_ADDRESS": self.bus.address}
         environment.update({name: os.environ[name] for name in _PASSED_ON if name in os.environ})

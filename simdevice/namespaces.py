@@ -53,6 +53,10 @@ def bind(source: str, target: str) -> None:
     mount(source, target, flags=MS_BIND | MS_REC)
 
 
+def unmount(target: str) -> None:
+    _check(_libc.umount2(target.encode(), 0), f"unmount {target}")
+
+
 def keep_mounts_private() -> None:
     mount("none", "/", flags=MS_REC | MS_PRIVATE)
 

@@ -1,0 +1,27 @@
+# Where everything goes in a device's image or in a package. A distribution that has these folders elsewhere sets them.
+include(GNUInstallDirs)
+set(SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING "Folder of systemd's service files")
+set(SYSUSERS_DIR "lib/sysusers.d" CACHE STRING "Folder of systemd's lists of system users")
+set(DBUS_DIR "${CMAKE_INSTALL_DATADIR}/dbus-1" CACHE STRING "Folder of D-Bus, whose system.d holds the bus policies")
+
+set(packaging "${CMAKE_BINARY_DIR}/packaging")
+configure_file(packaging/bus-policy.conf.in "${packaging}/${DEVICE_BUS_NAME}.conf" @ONLY)
+configure_file(packaging/sysusers.conf.in "${packaging}/upnpvelorn.conf" @ONLY)
+# The service file names the daemon's full path, which is known only to `cmake --install`: it can be given a prefix.
+install(CODE "
+    set(DEVICE_BUS_NAME \"${DEVICE_BUS_NAME}\")
+    set(DEVICE_USER \"${DEVICE_USER}\")
+    set(SBINDIR \"${CMAKE_INSTALL_SBINDIR}\")
+    cmake_path(ABSOLUTE_PATH SBINDIR BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    configure_file(\"${CMAKE_SOURCE_DIR}/packaging/upnpvelorn.service.in\" \"${packaging}/upnpvelorn.service\" @ONLY)")
+
+install(TARGETS upnpvelorn RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}")
+install(FILES "${packaging}/upnpvelorn.service" DESTINATION "${SYSTEMD_UNIT_DIR}")
+install(FILES "${packaging}/upnpvelorn.conf" DESTINATION "${SYSUSERS_DIR}")
+install(FILES "${packaging}/${DEVICE_BUS_NAME}.conf" DESTINATION "${DBUS_DIR}/system.d")
+install(DIRECTORY packaging/interfaces/ DESTINATION "${DBUS_DIR}/interfaces" FILES_MATCHING PATTERN "*.xml")
+install(FILES man/upnpvelorn.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
+install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"
+    FILES_MATCHING PATTERN "*.py" PATTERN "*.cpp" PATTERN "CMakeLists.txt")

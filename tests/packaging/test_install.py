@@ -1,0 +1,86 @@
+"""`cmake --install`: every file at its place, and the paths in them are those of the prefix."""
+
+import os
+import pathlib
+import stat
+import subprocess
+import xml.etree.ElementTree
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+BUS_NAME = "com.zorv.upnpvelorn"
+FILES = {
+    "sbin/upnpvelorn",
+    "lib/systemd/system/upnpvelorn.service",
+    "lib/sysusers.d/upnpvelorn.conf",
+    f"share/dbus-1/system.d/{BUS_NAME}.conf",
+    "share/dbus-1/interfaces/local.UpnpSettings.xml",
+    "share/dbus-1/interfaces/local.ZorvScan.xml",
+    "share/dbus-1/interfaces/local.ZorvDevice.xml",
+    "share/man/man8/upnpvelorn.8",
+    "share/doc/upnpvelorn/README.md",
+    "share/doc/upnpvelorn/CHANGELOG.md",
+    "share/doc/upnpvelorn/LICENSE",
+}
+
+
+def install(folder: pathlib.Path, prefix: str) -> pathlib.Path:
+    """Returns where the prefix is now."""
+    subprocess.run([os.environ["CMAKE_COMMAND"], "--install", os.environ["BUILD_FOLDER"], "--prefix", prefix], check=True,
+                   stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": str(folder)})
+    return folder / prefix.lstrip("/")
+
+
+@pytest.fixture(scope="module")
+def installed(tmp_path_factory) -> pathlib.Path:
+    return install(tmp_path_factory.mktemp("image"), "/usr")
+
+
+def files_below(folder: pathlib.Path) -> set:
+    return {str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file()}
+
+
+def entries(text: str) -> dict:
+    """The last value of each key, several of the same key joined."""
+    found = {}
+    for line in text.splitlines():
+        if "=" in line and not line.startswith("#"):
+            key, value = line.split("=", 1)
+            found[key] = f"{found[key]} {value}" if key in found else value
+    return found
+
+
+def test_every_file_is_at_its_place(installed):
+    folder = "share/doc/upnpvelorn"
+    expected = set(FILES)
+    expected |= {f"{folder}/docs/{file.name}" for file in (ROOT / "docs").glob("*.md")}
+    expected |= {f"{folder}/examples/{file.name}" for file in (ROOT / "examples").iterdir() if file.is_file()}
+    assert files_below(installed) == expected
+
+
+def test_only_the_daemon_is_executable_and_nothing_is_empty(installed):
+    modes = {name: (installed / name).stat() for name in files_below(installed)}
+    assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn"}
+    assert all(one.st_size > 0 and one.st_mode & stat.S_IROTH for one in modes.values())
+
+
+@pytest.mark.parametrize("prefix", ["/usr", "/opt/some place", "/usr/local"])
+def test_service_starts_the_daemon_of_its_prefix(tmp_path, prefix):
+    service = entries((install(tmp_path, prefix) / "lib/systemd/system/upnpvelorn.service").read_text())
+    assert service["ExecStart"].strip('"') == f"{prefix}/sbin/upnpvelorn"
+    assert service["ExecPaths"].split(" -/lib")[0].strip('"') == f"{prefix}/sbin/upnpvelorn"
+
+
+def test_no_placeholder_is_left(installed):
+    for name in files_below(installed) - {"sbin/upnpvelorn"}:
+        assert "@" not in (installed / name).read_text().replace("@system-service", "").replace("@privileged", "").replace(
+            "@resources", ""), name
+
+
+def test_the_same_user_everywhere(installed):
+    service = entries((installed / "lib/systemd/system/upnpvelorn.service").read_text())
+    policy = xml.etree.ElementTree.parse(installed / f"share/dbus-1/system.d/{BUS_NAME}.conf")
+    owners = [one.get("user") for one in policy.iter("policy") if any(rule.get("own") for rule in one.iter("allow"))]
+    kind, user = (installed / "lib/sysusers.d/upnpvelorn.conf").read_text().splitlines()[-1].split()[:2]
+    assert (kind, [user], user) == ("u", owners, service["User"])
