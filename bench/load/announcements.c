@@ -1,0 +1,126 @@
+/* Announcements of many devices, in scattered order.
+     load_announcements KIND ADDRESS FIRST DEVICES COUNT RATE PID
+   KIND     scan, ssdp or mdns: the protocol
+   ADDRESS  that of this side
+   FIRST, DEVICES   the numbers of the devices that announce themselves
+   COUNT    datagrams in all
+   RATE     datagrams a second; 0: up to 32 at a time, as soon as the receiver has read those before
+   PID      the receiver, whose processor time and receive queue are read
+   Prints one line of JSON. */
+#include "announcementtext.h"
+#include "clocks.h"
+#include "receivequeue.h"
+#include "sockets.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#define WINDOW 32
+
+struct Datagram
+{
+    char *text;
+    size_t size;
+};
+
+static const double patience = 5; /* seconds for the receiver to read what was sent */
+
+static struct sockaddr_in group;
+static int sender;
+static int receiver;
+static int port;
+static struct Datagram *datagrams;
+static long device_count;
+static long sent;
+
+static int prepare(const char *kind, const char *address)
+{
+    port = strcmp(kind, "scan") == 0 ? SCAN_PORT : strcmp(kind, "ssdp") == 0 ? SSDP_PORT : MDNS_PORT;
+    group = socket_address(port == SCAN_PORT ? SCAN_GROUP : port == SSDP_PORT ? SSDP_GROUP : MDNS_GROUP, port);
+    /* What does not come from its port is no announcement of mDNS. */
+    sender = sending_socket(address, port == MDNS_PORT ? MDNS_PORT : 0);
+    return port;
+}
+
+static void build(long first)
+{
+    char text[4096];
+    datagrams = calloc((size_t)device_count, sizeof *datagrams);
+    for (long i = 0; i < device_count; ++i) {
+        const int size = port == SCAN_PORT ? scan_announcement(first + i, text, sizeof text)
+            : port == SSDP_PORT            ? ssdp_announcement(first + i, text, sizeof text)
+                                           : mdns_announcement(first + i, text);
+        datagrams[i] = (struct Datagram){ malloc((size_t)size), (size_t)size };
+        memcpy(datagrams[i].text, text, (size_t)size);
+    }
+}
+
+/* 7919 is prime and divides no number of devices in use, so every device has its turn. */
+static void send_next(void)
+{
+    const struct Datagram *datagram = &datagrams[sent * 7919 % device_count];
+    if (sendto(sender, datagram->text, datagram->size, 0, (const struct sockaddr *)&group, sizeof group) < 0)
+        fail("sendto");
+    ++sent;
+}
+
+/* False when the receiver has stopped reading. */
+static int wait_until_read(void)
+{
+    const double end = now() + patience;
+    while (receive_queue(receiver, port).bytes > 0) {
+        if (now() > end)
+            return 0;
+        usleep(20);
+    }
+    return 1;
+}
+
+static void run_as_read(long count)
+{
+    do {
+        for (int i = 0; i < WINDOW && sent < count; ++i)
+            send_next();
+    } while (wait_until_read() && sent < count);
+}
+
+static void run_paced(long count, double rate)
+{
+    const double start = now();
+    while (sent < count) {
+        sleep_until(start + (double)sent / rate);
+        send_next();
+    }
+    wait_until_read();
+}
+
+int main(int argc, char **argv)
+{
+    if (argc < 8) {
+        fprintf(stderr, "usage: %s scan|ssdp|mdns ADDRESS FIRST DEVICES COUNT RATE PID\n", argv[0]);
+        return 2;
+    }
+    const double rate = atof(argv[6]);
+    device_count = atol(argv[4]);
+    receiver = atoi(argv[7]);
+    prepare(argv[1], argv[2]);
+    build(atol(argv[3]));
+    const struct ReceiveQueue before = receive_queue(receiver, port);
+    const double processor = processor_time(receiver);
+    const double start = now();
+    if (rate > 0)
+        run_paced(atol(argv[5]), rate);
+    else
+        run_as_read(atol(argv[5]));
+    const double elapsed = now() - start;
+    usleep(20000); /* the last datagram has left the queue, but may be in work */
+    const double used = processor_time(receiver) - processor;
+    const struct ReceiveQueue after = receive_queue(receiver, port);
+    printf("{\"operations\": %ld, \"sent\": %ld, \"lost\": %ld, \"unread\": %ld, \"bytes\": %zu, \"elapsed\": %.6f, "
+           "\"processor\": %.9f}\n",
+        sent - (after.drops - before.drops), sent, after.drops - before.drops, after.bytes, datagrams[0].size, elapsed, used);
+    return 0;
+}
