@@ -17,14 +17,19 @@ static struct sockaddr_in senders[BATCH];
 static char text[1024];
 static struct iovec answer = { text, 0 };
 
+static struct msghdr header(struct sockaddr_in *peer, struct iovec *part)
+{
+    const struct msghdr made = { .msg_name = peer, .msg_namelen = sizeof *peer, .msg_iov = part, .msg_iovlen = 1 };
+    return made;
+}
+
 static int receive(int socket, struct mmsghdr *received)
 {
     static struct iovec places[BATCH];
     memset(received, 0, BATCH * sizeof *received);
     for (int i = 0; i < BATCH; ++i) {
         places[i] = (struct iovec){ datagrams[i], sizeof datagrams[i] };
-        received[i].msg_hdr = (struct msghdr){ .msg_name = &senders[i], .msg_namelen = sizeof senders[i],
-            .msg_iov = &places[i], .msg_iovlen = 1 };
+        received[i].msg_hdr = header(&senders[i], &places[i]);
     }
     return recvmmsg(socket, received, BATCH, MSG_DONTWAIT, NULL);
 }
@@ -48,8 +53,7 @@ static void answer_all(int socket, const char *address)
     memset(answers, 0, sizeof answers);
     for (int i = 0; i < all; ++i) {
         if (is_search(datagrams[i], received[i].msg_len))
-            answers[count++].msg_hdr = (struct msghdr){ .msg_name = &senders[i], .msg_namelen = sizeof senders[i],
-                .msg_iov = &answer, .msg_iovlen = 1 };
+            answers[count++].msg_hdr = header(&senders[i], &answer);
     }
     if (count > 0)
         sendmmsg(socket, answers, count, 0);

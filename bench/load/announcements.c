@@ -20,6 +20,19 @@
 
 #define WINDOW 32
 
+struct Protocol
+{
+    const char *name;
+    const char *group;
+    int port;
+};
+
+static const struct Protocol protocols[] = {
+    { "scan", SCAN_GROUP, SCAN_PORT },
+    { "ssdp", SSDP_GROUP, SSDP_PORT },
+    { "mdns", MDNS_GROUP, MDNS_PORT },
+};
+
 struct Datagram
 {
     char *text;
@@ -36,13 +49,28 @@ static struct Datagram *datagrams;
 static long device_count;
 static long sent;
 
-static int prepare(const char *kind, const char *address)
+static void prepare(const char *kind, const char *address)
 {
-    port = strcmp(kind, "scan") == 0 ? SCAN_PORT : strcmp(kind, "ssdp") == 0 ? SSDP_PORT : MDNS_PORT;
-    group = socket_address(port == SCAN_PORT ? SCAN_GROUP : port == SSDP_PORT ? SSDP_GROUP : MDNS_GROUP, port);
+    const struct Protocol *protocol = &protocols[0];
+    while (strcmp(protocol->name, kind) != 0) {
+        if (++protocol == protocols + sizeof protocols / sizeof *protocols) {
+            fprintf(stderr, "unknown protocol: %s\n", kind);
+            exit(2);
+        }
+    }
+    port = protocol->port;
+    group = socket_address(protocol->group, port);
     /* What does not come from its port is no announcement of mDNS. */
     sender = sending_socket(address, port == MDNS_PORT ? MDNS_PORT : 0);
-    return port;
+}
+
+static int build_one(long device, char *text, size_t size)
+{
+    if (port == SCAN_PORT)
+        return scan_announcement(device, text, size);
+    if (port == SSDP_PORT)
+        return ssdp_announcement(device, text, size);
+    return mdns_announcement(device, text);
 }
 
 static void build(long first)
@@ -50,9 +78,7 @@ static void build(long first)
     char text[4096];
     datagrams = calloc((size_t)device_count, sizeof *datagrams);
     for (long i = 0; i < device_count; ++i) {
-        const int size = port == SCAN_PORT ? scan_announcement(first + i, text, sizeof text)
-            : port == SSDP_PORT            ? ssdp_announcement(first + i, text, sizeof text)
-                                           : mdns_announcement(first + i, text);
+        const int size = build_one(first + i, text, sizeof text);
         datagrams[i] = (struct Datagram){ malloc((size_t)size), (size_t)size };
         memcpy(datagrams[i].text, text, (size_t)size);
     }

@@ -28,6 +28,18 @@ int ssdp_announcement(long device, char *text, size_t size)
         device / 250 % 250, device % 250 + 2, device);
 }
 
+enum RecordType {
+    A = 1,
+    PTR = 12,
+    TXT = 16,
+    SRV = 33
+};
+
+enum RecordClass {
+    INTERNET = 1,
+    UNIQUE_INTERNET = 0x8001
+};
+
 static char *put_name(char *at, const char *dotted)
 {
     while (*dotted) {
@@ -48,11 +60,11 @@ static char *put_number(char *at, uint32_t number, int bytes)
     return at;
 }
 
-static char *put_record(char *at, const char *name, int type, int class, const char *data, size_t size)
+static char *put_record(char *at, const char *name, int type, int category, const char *data, size_t size)
 {
     at = put_name(at, name);
     at = put_number(at, (uint32_t)type, 2);
-    at = put_number(at, (uint32_t)class, 2);
+    at = put_number(at, (uint32_t)category, 2);
     at = put_number(at, 4500, 4); /* seconds to live */
     at = put_number(at, (uint32_t)size, 2);
     memcpy(at, data, size);
@@ -74,7 +86,6 @@ static size_t texts(char *data)
 
 int mdns_announcement(long device, char *packet)
 {
-    enum { A = 1, PTR = 12, TXT = 16, SRV = 33, INTERNET = 1, UNIQUE = 0x8001 };
     char instance[80];
     char host[64];
     char data[300];
@@ -90,9 +101,9 @@ int mdns_announcement(long device, char *packet)
     at = put_record(at, "_kelta._tcp.local", PTR, INTERNET, data, (size_t)(put_name(data, instance) - data));
     put_number(data, 0, 4); /* priority and weight */
     put_number(data + 4, 80, 2);
-    at = put_record(at, instance, SRV, UNIQUE, data, (size_t)(put_name(data + 6, host) - data));
-    at = put_record(at, instance, TXT, UNIQUE, data, texts(data));
+    at = put_record(at, instance, SRV, UNIQUE_INTERNET, data, (size_t)(put_name(data + 6, host) - data));
+    at = put_record(at, instance, TXT, UNIQUE_INTERNET, data, texts(data));
     put_number(data, 0xac100000U + (uint32_t)(device / 250 % 250) * 256 + (uint32_t)(device % 250) + 2, 4);
-    at = put_record(at, host, A, UNIQUE, data, 4);
+    at = put_record(at, host, A, UNIQUE_INTERNET, data, 4);
     return (int)(at - packet);
 }

@@ -109,12 +109,12 @@ void writerOfQt(benchmark::State &state, const QByteArray &json)
     countBytes(state, size);
 }
 
-#define FOR_EVERY_TEXT(function)                              \
-    BENCHMARK_CAPTURE(function, announcement, announcement);  \
+#define FOR_EVERY_TEXT(function)                               \
+    BENCHMARK_CAPTURE(function, announcement, announcement);   \
     BENCHMARK_CAPTURE(function, announcements, announcements); \
-    BENCHMARK_CAPTURE(function, numbers, numbers);            \
-    BENCHMARK_CAPTURE(function, texts, texts);                \
-    BENCHMARK_CAPTURE(function, escapes, escaped);            \
+    BENCHMARK_CAPTURE(function, numbers, numbers);             \
+    BENCHMARK_CAPTURE(function, texts, texts);                 \
+    BENCHMARK_CAPTURE(function, escapes, escaped);             \
     BENCHMARK_CAPTURE(function, nested, deep)
 
 FOR_EVERY_TEXT(lexer);

@@ -1,5 +1,5 @@
 // The registry of devices, fed through its socket. Only the taking in is measured, not the sending.
-//     simdevice/isolated.py build-bench/bench/bench_registry
+//     /usr/bin/python3 simdevice/isolated.py build-bench/bench/bench_registry
 #include "samples.h"
 #include "upnpsettings.h"
 #include "zorvscan.h"

@@ -1,0 +1,47 @@
+"""Processor time of taking in announcements: of new devices, and of known ones among more and more others."""
+
+from lane import LaneError
+from measuring import Plan, complain, in_turn, lanes, progress
+from servers import DAEMON, FLOOR, hearing_announcements
+from table import Column, Table
+
+SIZES = (10, 100, 1000, 10000)
+_MOST = {"avahi-daemon": 1000}  # each of its announcements is compared with all others: more would take hours
+_LEARNING = [Column("microseconds", "µs per new device", 1), Column("lost", "lost", 0), Column("bytes", "bytes", 0)]
+_KNOWN = [Column("microseconds", "µs per announcement", 1), Column("per_second", "announcements per second", 0),
+          Column("lost", "lost", 0), Column("bytes", "bytes", 0)]
+
+
+def measure(plan: Plan) -> list:
+    sizes = [size for size in SIZES if not plan.quick or size <= 1000]
+    tables = []
+    with lanes(hearing_announcements(), plan) as all_lanes:
+        known = 0
+        for size in sizes:
+            all_lanes = [lane for lane in all_lanes if size <= _MOST.get(lane.name, size)]
+            learning = Table(f"learning-{size}", f"Announcements of new devices, {known} to {size} known", _LEARNING, FLOOR, DAEMON)
+            all_lanes = [lane for lane in all_lanes if _learns(learning, lane, known, size)]
+            table = Table(f"known-{size}", f"Announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
+            in_turn(plan, f"announcements, {size} known", all_lanes, lambda lane: _refresh(table, lane, size, plan))
+            tables += [learning, table]
+            known = size
+    return tables
+
+
+def _learns(table: Table, lane, known: int, size: int) -> bool:
+    """Only once: a device is new only once."""
+    progress(f"announcements, up to {size} new: {lane.name}")
+    try:
+        seen = lane.announce(size - known, size - known, first=known)
+    except LaneError as error:
+        complain(error)
+        return False
+    table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6, lost=seen["lost"], bytes=seen["bytes"])
+    return True
+
+
+def _refresh(table: Table, lane, size: int, plan: Plan) -> None:
+    count = max(size, 2000 if lane.name in _MOST and size >= 1000 else 5000 if plan.quick else 20000)
+    seen = lane.announce(size, count)
+    table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6,
+              per_second=seen["operations"] / seen["elapsed"], lost=seen["lost"], bytes=seen["bytes"])
