@@ -16,6 +16,7 @@ COLUMNS = [Column("instructions", "instructions", 0), Column("system_calls", "sy
            Column("allocations", "heap allocations", 1)]
 _KNOWN = 100
 _SLOW_START = 90  # seconds, under valgrind
+_TOTAL = r"^totals: (\d+)"
 
 
 def measure(plan: Plan) -> list:
@@ -63,26 +64,51 @@ def _counted(lane: Lane, operate) -> dict:
 
 def instructions(lane: Lane, operate) -> float:
     """Of an operation, in user space, by callgrind."""
-    for old in lane.folder.glob("callgrind.*"):
-        old.unlink()
-    lane.start(["valgrind", "--tool=callgrind", "--quiet", f"--callgrind-out-file={lane.folder}/callgrind.%p",
-                f"--vgdb-prefix={lane.folder}/vgdb"], seconds=_SLOW_START)
+    if lane.server.is_background:
+        return _instructions_by_ending(lane, operate)
+    _start_counted(lane)
     operate(lane, 200)
     _dump(lane)
     done = operate(lane, 400)
     return _dump(lane) / done if done else None
 
 
+def _start_counted(lane: Lane) -> None:
+    for old in lane.folder.glob("callgrind.*"):
+        old.unlink()
+    lane.start(["valgrind", "--tool=callgrind", "--quiet", f"--callgrind-out-file={lane.folder}/callgrind.%p",
+                f"--vgdb-prefix={lane.folder}/vgdb"], seconds=_SLOW_START)
+
+
+def _instructions_by_ending(lane: Lane, operate) -> float:
+    """Of a program that takes no orders for callgrind once it is in the background: by what a longer life takes more."""
+    lives = []
+    for count in (200, 600):
+        _start_counted(lane)
+        done = operate(lane, count)
+        figures = lane.folder / f"callgrind.{lane.pid}"
+        lane.terminate()
+        lives.append((done, int(re.search(_TOTAL, figures.read_text(), re.M)[1])))
+        lane.stop()
+    (fewer, first), (more, second) = lives
+    return (second - first) / (more - fewer) if more > fewer else None
+
+
 def _dump(lane: Lane) -> int:
     """Instructions since the dump before."""
-    def dumps() -> list:
-        return [file for file in lane.folder.glob("callgrind.*.*") if re.search(r"^totals: \d+", file.read_text(), re.M)]
-    before = set(dumps())
-    subprocess.run(["vgdb", f"--vgdb-prefix={lane.folder}/vgdb", f"--pid={lane.pid}", "dump"], check=True,
-                   capture_output=True, timeout=60)
-    wait_for(lambda: len(set(dumps()) - before) == 1, 30, "callgrind has written its figures")
-    new, = set(dumps()) - before
-    return int(re.findall(r"^totals: (\d+)", new.read_text(), re.M)[-1])
+    before = set(_dumps(lane))
+    order = ["vgdb", f"--vgdb-prefix={lane.folder}/vgdb", f"--pid={lane.pid}", "dump"]
+    done = subprocess.run(order, capture_output=True, text=True, timeout=60)
+    if done.returncode != 0:
+        raise LaneError(f"callgrind does not write its figures of {lane.name}: {done.stderr.strip()}")
+    wait_for(lambda: len(set(_dumps(lane)) - before) == 1, 30, "callgrind has written its figures")
+    new, = set(_dumps(lane)) - before
+    return int(re.findall(_TOTAL, new.read_text(), re.M)[-1])
+
+
+def _dumps(lane: Lane) -> list:
+    """The complete ones: the total is written last."""
+    return [file for file in lane.folder.glob("callgrind.*.*") if re.search(_TOTAL, file.read_text(), re.M)]
 
 
 def _system_calls(lane: Lane, operate) -> float:

@@ -92,6 +92,11 @@ class Lane:
         except OSError:
             return False
 
+    def terminate(self) -> None:
+        """Asks the server to end, and waits until it has."""
+        os.kill(self.pid, signal.SIGTERM)
+        wait_for(lambda: not self.alive, what=f"{self.name} ends after SIGTERM")
+
     def stop(self) -> None:
         if self.pid is not None and self.alive:
             os.kill(self.pid, signal.SIGKILL)

@@ -24,7 +24,7 @@ class Server:
     protocol = "scan"       # of the announcements that it hears
     http_port = 8200
     ports = []
-    is_floor = False
+    is_background = False   # whether the process that was started ends, and another one serves
 
     def __init__(self, name: str):
         self.name = name
@@ -123,8 +123,6 @@ class Daemon(OnBus):
 class Floor(Server):
     """One of the programs in floors/."""
 
-    is_floor = True
-
     def __init__(self, name: str, program: str, ports: list):
         super().__init__(name)
         self._program = program
@@ -214,6 +212,7 @@ class Minissdpd(Installed):
     """Remembers announcements, and answers searches for a service if a program has registered one (`with_service`)."""
 
     protocol = "ssdp"
+    is_background = True
     _registration = None
 
     def __init__(self, with_service: bool):
@@ -228,7 +227,6 @@ class Minissdpd(Installed):
         return ["-i", "eth0", "-s", f"{lane.folder}/socket", "-p", f"{lane.folder}/pid"]
 
     def pid(self, lane, process) -> int:
-        """It goes into the background."""
         file = lane.folder / "pid"
         text = file.read_text().strip() if file.exists() else ""
         return int(text) if text else None

@@ -11,7 +11,9 @@ int allocationCount()
 
 #ifdef __SANITIZE_ADDRESS__
 
-#include <sanitizer/allocator_interface.h>
+// gcc comes without the header of this.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*allocated)(const volatile void *, std::size_t), void (*freed)(const volatile void *));
 
 // The sanitizer has taken the place of malloc(), and says when it allocates.
 static void allocated(const volatile void *, std::size_t)
