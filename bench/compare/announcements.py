@@ -19,7 +19,8 @@ def measure(plan: Plan) -> list:
         known = 0
         for size in sizes:
             all_lanes = [lane for lane in all_lanes if size <= _MOST.get(lane.name, size)]
-            learning = Table(f"learning-{size}", f"Announcements of new devices, {known} to {size} known", _LEARNING, FLOOR, DAEMON)
+            learning = Table(f"learning-{size}", f"Announcements of new devices, {known} to {size} known", _LEARNING, FLOOR,
+                             DAEMON)
             all_lanes = [lane for lane in all_lanes if _learns(learning, lane, known, size)]
             table = Table(f"known-{size}", f"Announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
             in_turn(plan, f"announcements, {size} known", all_lanes, lambda lane: _refresh(table, lane, size, plan))

@@ -35,7 +35,7 @@ def main() -> int:
         base = base or figures
         cells = [f"{figure:,.0f} ({figure / first:.3f})" for figure, first in zip(figures, base)]
         rows.append([name, *cells, f"`{machine.flags(pathlib.Path(folder))}`"])
-    titles = [f"instructions per {title[0].lower() + title[1:] if title != 'GET' else title}" for title, _, _ in exact.operations().values()]
+    titles = [f"instructions: {title}" for title, _, _ in exact.operations().values()]
     text = grid(["", "stripped program, bytes", *titles, "flags"], rows)
     output = pathlib.Path(sys.argv[1])
     output.parent.mkdir(parents=True, exist_ok=True)

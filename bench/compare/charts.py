@@ -87,7 +87,8 @@ def _growth(tables: list) -> str:
 
     parts = [_text(x(size), bottom + 20, f"{size:,}", "middle") for size in sizes]
     for power in range(low, high + 1):
-        parts += [_line(left, y(10 ** power), right, y(10 ** power), _FLOOR), _text(left - 8, y(10 ** power) + 4, f"{10 ** power:g}", "end")]
+        height = y(10 ** power)
+        parts += [_line(left, height, right, height, _FLOOR), _text(left - 8, height + 4, f"{10 ** power:g}", "end")]
     for lane, series, colour in zip(lanes, points, _SERIES):
         path = " ".join(f"{x(size):.1f},{y(value):.1f}" for size, value in series)
         parts.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>')

@@ -45,7 +45,8 @@ def _options() -> argparse.Namespace:
     parser.add_argument("bench", nargs="*", help=f"of {', '.join(BENCHES)}; without any: all")
     parser.add_argument("--quick", action="store_true", help="2 short rounds: shows that everything works")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--output", type=pathlib.Path, default=ROOT / "build-bench" / "figures", help="folder for tables, charts and values")
+    parser.add_argument("--output", type=pathlib.Path, default=ROOT / "build-bench" / "figures",
+                        help="folder for tables, charts and values")
     parser.add_argument("--write-docs", action="store_true", help="put tables and charts into docs/ as well")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
     options = parser.parse_args()

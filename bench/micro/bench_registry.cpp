@@ -22,7 +22,7 @@ class Registry
 {
 public:
     Registry()
-        : m_settings("Zorv", "http://www.zorv.example", "Kelta", "Zorv Kelta industrial measurement", "http://www.zorv.example/kelta", nullptr)
+        : m_settings("Zorv", "http://www.zorv.example", "Kelta", "a device", "http://www.zorv.example/kelta", nullptr)
         , m_scan(&m_settings, interval, nullptr)
     {
         m_scan.pendingDatagrams(); // its own announcement comes back to it
