@@ -89,7 +89,10 @@ void TestUpnpAllocations::allocationsAreCounted()
 
 void TestUpnpAllocations::searchIsAnsweredWithFew()
 {
-    const int made = allocationsFor(search);
+    // The least of some: a text that is kept for a second, as a date may be, is made anew in one of them at most.
+    int made = allocationsFor(search);
+    for (int i = 0; i < 2; ++i)
+        made = qMin(made, allocationsFor(search));
     QVERIFY(m_answer.startsWith("HTTP/1.1 200 OK\r\n"));
     QVERIFY2(made <= mostForAnAnswer, QByteArray::number(made).constData());
 }
