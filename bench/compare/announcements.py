@@ -1,7 +1,6 @@
 """Processor time of taking in announcements: of new devices, and of known ones among more and more others."""
 
-from lane import LaneError
-from measuring import Plan, complain, in_turn, lanes, progress
+from measuring import Plan, in_turn, lanes, progress, surviving
 from servers import DAEMON, FLOOR, hearing_announcements
 from table import Column, Table
 
@@ -21,7 +20,7 @@ def measure(plan: Plan) -> list:
             all_lanes = [lane for lane in all_lanes if size <= _MOST.get(lane.name, size)]
             learning = Table(f"learning-{size}", f"Announcements of new devices, {known} to {size} known", _LEARNING, FLOOR,
                              DAEMON)
-            all_lanes = [lane for lane in all_lanes if _learns(learning, lane, known, size)]
+            all_lanes = surviving(all_lanes, lambda lane: _learn(learning, lane, known, size))
             table = Table(f"known-{size}", f"Announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
             in_turn(plan, f"announcements, {size} known", all_lanes, lambda lane: _refresh(table, lane, size, plan))
             tables += [learning, table]
@@ -29,16 +28,11 @@ def measure(plan: Plan) -> list:
     return tables
 
 
-def _learns(table: Table, lane, known: int, size: int) -> bool:
+def _learn(table: Table, lane, known: int, size: int) -> None:
     """Only once: a device is new only once."""
     progress(f"announcements, up to {size} new: {lane.name}")
-    try:
-        seen = lane.announce(size - known, size - known, first=known)
-    except LaneError as error:
-        complain(error)
-        return False
+    seen = lane.announce(size - known, size - known, first=known)
     table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6, lost=seen["lost"], bytes=seen["bytes"])
-    return True
 
 
 def _refresh(table: Table, lane, size: int, plan: Plan) -> None:

@@ -7,7 +7,7 @@ import struct
 import subprocess
 
 from lane import Lane, LaneError
-from measuring import Plan, complain, lanes, progress
+from measuring import FAILURES, Plan, complain, lanes, progress
 from servers import DAEMON, FLOOR, answering_searches, hearing_announcements, serving_descriptions
 from simdevice.waiting import wait_for
 from table import Column, Table
@@ -55,7 +55,7 @@ def _counted(lane: Lane, operate) -> dict:
     for name, count in (("instructions", instructions), ("system_calls", _system_calls), ("allocations", _allocations)):
         try:
             found[name] = count(lane, operate)
-        except LaneError as error:
+        except FAILURES as error:
             complain(error)
         finally:
             lane.stop()

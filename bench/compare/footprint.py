@@ -7,8 +7,8 @@ import subprocess
 import tempfile
 import time
 
-from lane import LOAD_CPU, LaneError, pinned
-from measuring import Plan, complain, lanes, progress
+from lane import LOAD_CPU, Lane, pinned
+from measuring import FAILURES, Plan, complain, lanes, progress, surviving
 from servers import DAEMON, MDNS, Minissdpd, resident
 from table import Column, Table
 
@@ -48,7 +48,7 @@ def _start_time(lane) -> float:
         try:
             lane.start(wrapper=[str(lane.programs / "stamp"), str(stamp)])
             heard = float(listener.stdout.readline())
-        except LaneError as error:
+        except FAILURES as error:
             complain(error)
             listener.kill()
             return None
@@ -63,13 +63,7 @@ def _rest(plan: Plan) -> int:
 
 def _at_rest(all_lanes: list, plan: Plan) -> list:
     """The lanes with processor time and wake-ups of each. The start is over before."""
-    started = []
-    for lane in all_lanes:
-        try:
-            lane.start()
-            started.append(lane)
-        except LaneError as error:
-            complain(error)
+    started = surviving(all_lanes, Lane.start)
     time.sleep(5)
     before = {lane: (_processor(lane.pid), _wakeups(lane.pid)) for lane in started}
     seconds = _rest(plan)

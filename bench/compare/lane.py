@@ -120,8 +120,11 @@ class Lane:
         if not self.alive:
             raise LaneError(f"{self.name} has ended: {self._last_words()}")
         command = ["nsenter", f"--net={self.there.path}", "--", *pinned(LOAD_CPU), str(self.programs / program)]
-        done = subprocess.run([*command, *map(str, arguments)], capture_output=True, text=True, timeout=seconds,
-                              env={**os.environ, **self.server.environment(self)})
+        try:
+            done = subprocess.run([*command, *map(str, arguments)], capture_output=True, text=True, timeout=seconds,
+                                  env={**os.environ, **self.server.environment(self)})
+        except subprocess.TimeoutExpired:
+            raise LaneError(f"{program} against {self.name} has not ended after {seconds:g} seconds") from None
         if done.returncode != 0:
             raise LaneError(f"{program} against {self.name}: {done.stderr.strip()}")
         return json.loads(done.stdout)

@@ -1,6 +1,6 @@
 """Processor time of listing the known devices over D-Bus."""
 
-from measuring import Plan, in_turn, lanes, progress
+from measuring import Plan, in_turn, lanes, progress, surviving
 from servers import DAEMON, FLOOR, listing_devices
 from table import Column, Table
 
@@ -15,8 +15,7 @@ def measure(plan: Plan) -> list:
         known = 0
         for size in (100, 1000) if plan.quick else (100, 1000, 10000):
             progress(f"listings: {size} devices")
-            for lane in all_lanes:
-                lane.announce(size - known, size - known, first=known)
+            all_lanes = surviving(all_lanes, lambda lane: lane.announce(size - known, size - known, first=known))
             known = size
             first = Table(f"listing-{size}", f"Listing {size} devices, all of which were heard since the last listing", _COLUMNS,
                           FLOOR, DAEMON)

@@ -8,6 +8,8 @@ from typing import NamedTuple
 
 from lane import Lane, LaneError
 
+FAILURES = (LaneError, AssertionError)  # the latter is what a deadline ends with
+
 _begun = time.monotonic()
 
 
@@ -24,7 +26,7 @@ def progress(text: str) -> None:
     print(f"{minutes:3}:{seconds:02}  {text}", file=sys.stderr, flush=True)
 
 
-def complain(error: LaneError) -> None:
+def complain(error: Exception) -> None:
     progress(f"!! {error}")
 
 
@@ -38,31 +40,27 @@ def lanes(servers: list, plan: Plan, start: bool = True):
                 progress(f"without {server.name}: install the package {server.package}")
                 continue
             made.append(Lane(server, plan.programs))
-        yield [lane for lane in made if not start or _starts(lane)]
+        yield surviving(made, Lane.start) if start else made
     finally:
         for lane in made:
             lane.close()
 
 
-def _starts(lane: Lane) -> bool:
-    try:
-        lane.start()
-    except LaneError as error:
-        complain(error)
-        return False
-    return True
+def surviving(all_lanes: list, action) -> list:
+    """Calls action(lane) for every lane; those for which it did not fail."""
+    good = []
+    for lane in all_lanes:
+        try:
+            action(lane)
+        except FAILURES as error:
+            complain(error)
+        else:
+            good.append(lane)
+    return good
 
 
 def in_turn(plan: Plan, what: str, all_lanes: list, measure) -> None:
     """Calls measure(lane) for every lane, as many times as there are rounds. One that fails is left out from then on."""
-    failed = set()
     for number in range(plan.rounds):
         progress(f"{what}: round {number + 1} of {plan.rounds}")
-        for lane in all_lanes:
-            if lane in failed:
-                continue
-            try:
-                measure(lane)
-            except LaneError as error:
-                complain(error)
-                failed.add(lane)
+        all_lanes = surviving(all_lanes, measure)
