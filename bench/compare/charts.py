@@ -3,6 +3,7 @@
 import math
 from xml.sax.saxutils import escape
 
+from report import ratio_text
 from table import Table
 
 _WIDTH, _LEFT, _RIGHT, _TOP, _ROW = 760, 170, 150, 46, 26
@@ -49,8 +50,7 @@ def _bar_rows(rows: list, title: str) -> str:
             continue
         parts.append(f'<rect x="{_LEFT}" y="{y + 2}" width="{ratio.median * scale:.1f}" height="{_ROW - 9}" fill="{colour}"/>')
         parts.append(_line(_LEFT + ratio.least * scale, y + 10.5, _LEFT + ratio.greatest * scale, y + 10.5))
-        text = f"{ratio.median:.2f}  [{ratio.least:.2f}..{ratio.greatest:.2f}]"
-        parts.append(_text(_WIDTH - 12, y + 14, text, "end"))
+        parts.append(_text(_WIDTH - 12, y + 14, ratio_text(ratio), "end"))
     bottom = _TOP + len(rows) * _ROW
     parts.append(_line(_LEFT + scale, _TOP - 4, _LEFT + scale, bottom))
     return _svg(bottom + 12, title, parts)

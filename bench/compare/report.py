@@ -22,8 +22,11 @@ def _number(value, digits: int) -> str:
     return "" if value is None else f"{value:,.{digits}f}"
 
 
-def _ratio(ratio) -> str:
-    return f"{ratio.median:.2f} [{ratio.least:.2f}..{ratio.greatest:.2f}]" if ratio else ""
+def ratio_text(ratio) -> str:
+    """What was measured once has no range."""
+    if ratio is None:
+        return ""
+    return f"{ratio.median:.2f}" + (f" [{ratio.least:.2f}..{ratio.greatest:.2f}]" if ratio.least < ratio.greatest else "")
 
 
 def _row(cells: list) -> str:
@@ -46,9 +49,9 @@ def _table(table: Table) -> str:
     for lane in lanes:
         cells = [lane] + [_number(table.median(lane, column.key), column.digits) for column in columns]
         if table.base in compared:
-            cells.append(_ratio(table.ratio(lane, table.base)) if lane != table.base else "")
+            cells.append(ratio_text(table.ratio(lane, table.base)) if lane != table.base else "")
         if table.subject in compared:
-            cells.append(_ratio(table.ratio(table.subject, lane)) if lane != table.subject else "")
+            cells.append(ratio_text(table.ratio(table.subject, lane)) if lane != table.subject else "")
         rows.append(cells)
     return f"### {table.title}\n\n{grid(head, rows)}"
 
@@ -56,6 +59,6 @@ def _table(table: Table) -> str:
 def _json(tables: list) -> str:
     """One row for each text: Qt, ours, and the ratio."""
     rows = [[table.title.removeprefix("JSON "), *[_number(table.median(lane, "nanoseconds"), 0) for lane in table.lanes],
-             _ratio(table.ratio(table.subject, table.base))] for table in tables]
+             ratio_text(table.ratio(table.subject, table.base))] for table in tables]
     first = tables[0]
     return "### JSON\n\n" + grid(["", *[f"{lane}, ns" for lane in first.lanes], f"{first.subject} ÷ {first.base}"], rows)
