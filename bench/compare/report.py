@@ -4,7 +4,7 @@ from table import Table
 
 
 def markdown(machine: dict, tables: list) -> str:
-    parts = [_machine(machine)]
+    parts = [_machine(machine), "Ratios are those of the first column: the median of the rounds [least..greatest]."]
     parts += [_table(table) for table in tables if not table.name.startswith("json-")]
     json_tables = [table for table in tables if table.name.startswith("json-")]
     if json_tables:
