@@ -1,6 +1,8 @@
 """Compares builds of the daemon: builds.py OUTPUT NAME=FOLDER... Each folder is a build folder; the first is the base."""
 
+import os
 import pathlib
+import signal
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -15,6 +17,7 @@ def main() -> int:
         print(__doc__, file=sys.stderr)
         return 2
     sandbox.enter()
+    signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
 
     import exact
     import machine

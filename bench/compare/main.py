@@ -4,7 +4,9 @@ Everything runs in namespaces of its own; when this program ends, in whatever wa
 """
 
 import argparse
+import os
 import pathlib
+import signal
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -19,6 +21,7 @@ BENCHES = ("searches", "descriptions", "announcements", "listings", "footprint",
 def main() -> int:
     options = _options()
     sandbox.enter()
+    signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
 
     import importlib
     import lane
