@@ -20,6 +20,8 @@ BENCHES = ("searches", "descriptions", "announcements", "listings", "footprint",
 
 def main() -> int:
     options = _options()
+    if options.write_docs_from:
+        return _write_docs(options.write_docs_from)
     sandbox.enter()
     signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
 
@@ -36,10 +38,14 @@ def main() -> int:
     for name in options.bench or BENCHES:
         tables += importlib.import_module(name).measure(plan)
         output.write(options.output, machine.described(options.build), tables)
-    if options.write_docs:
-        output.write_docs(ROOT / "docs", machine.described(options.build), tables)
     progress(f"written to {options.output}")
     print((options.output / "figures.md").read_text())
+    return _write_docs(options.output) if options.write_docs else 0
+
+
+def _write_docs(figures: pathlib.Path) -> int:
+    import output
+    output.write_docs(ROOT / "docs", *output.read(figures))
     return 0
 
 
@@ -51,11 +57,15 @@ def _options() -> argparse.Namespace:
     parser.add_argument("--output", type=pathlib.Path, default=ROOT / "build-bench" / "figures",
                         help="folder for tables, charts and values")
     parser.add_argument("--write-docs", action="store_true", help="put tables and charts into docs/ as well")
+    parser.add_argument("--write-docs-from", type=pathlib.Path, metavar="FOLDER",
+                        help="only that, with the values of an earlier run: nothing is measured")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
     options = parser.parse_args()
     unknown = set(options.bench) - set(BENCHES)
     if unknown:
         parser.error(f"no such bench: {', '.join(sorted(unknown))}")
+    if options.write_docs and options.bench:
+        parser.error("--write-docs goes with all benches: the page shows all of them")
     options.output = options.output.resolve()
     return options
 

@@ -5,6 +5,7 @@ import pathlib
 
 from charts import charts
 from report import markdown
+from table import Table
 
 BEGIN = "<!-- figures: begin (written by bench/run --write-docs) -->"
 END = "<!-- figures: end -->"
@@ -19,8 +20,14 @@ def write(folder: pathlib.Path, machine: dict, tables: list) -> None:
         (folder / name).write_text(text)
 
 
+def read(folder: pathlib.Path) -> tuple:
+    """Machine and tables of an earlier run."""
+    everything = json.loads((folder / "figures.json").read_text())
+    return everything["machine"], [Table.from_json(table) for table in everything["tables"]]
+
+
 def write_docs(docs: pathlib.Path, machine: dict, tables: list) -> None:
-    """Replaces the block between the two marks of docs/performance.md, and the charts in docs/performance/."""
+    """Replaces the block between the two marks of docs/performance.md, and the charts that the page shows."""
     page = docs / "performance.md"
     before, found, rest = page.read_text().partition(BEGIN)
     _, found_end, after = rest.partition(END)
@@ -30,4 +37,5 @@ def write_docs(docs: pathlib.Path, machine: dict, tables: list) -> None:
     folder = docs / "performance"
     folder.mkdir(exist_ok=True)
     for name, text in charts(tables).items():
-        (folder / name).write_text(text)
+        if f"performance/{name}" in before + after:
+            (folder / name).write_text(text)

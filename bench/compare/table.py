@@ -52,6 +52,13 @@ class Table:
         ratios = [value / other for value, other in pairs if value is not None and other]
         return Ratio(statistics.median(ratios), min(ratios), max(ratios)) if ratios else None
 
+    @classmethod
+    def from_json(cls, found: dict) -> "Table":
+        columns = [Column(**column) for column in found["columns"]]
+        made = cls(found["name"], found["title"], columns, found["base"], found["subject"])
+        made.rounds = found["rounds"]
+        return made
+
     def as_json(self) -> dict:
         return {"name": self.name, "title": self.title, "base": self.base, "subject": self.subject,
                 "columns": [column._asdict() for column in self.columns], "rounds": self.rounds}
