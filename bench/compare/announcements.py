@@ -6,6 +6,7 @@ from table import Column, Table
 
 SIZES = (10, 100, 1000, 10000)
 _MOST = {"avahi-daemon": 1000}  # each of its announcements is compared with all others: more would take hours
+_SECONDS = 3
 _LEARNING = [Column("microseconds", "µs per new device", 1), Column("lost", "lost", 0), Column("bytes", "bytes", 0)]
 _KNOWN = [Column("microseconds", "µs per announcement", 1), Column("per_second", "announcements per second", 0),
           Column("lost", "lost", 0), Column("bytes", "bytes", 0)]
@@ -22,7 +23,8 @@ def measure(plan: Plan) -> list:
                              DAEMON)
             all_lanes = surviving(all_lanes, lambda lane: _learn(learning, lane, known, size))
             table = Table(f"known-{size}", f"Announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
-            in_turn(plan, f"announcements, {size} known", all_lanes, lambda lane: _refresh(table, lane, size, plan))
+            in_turn(plan, f"announcements, {size} known", all_lanes,
+                    lambda lane: _refresh(table, lane, size, plan, _number_for(learning, lane)))
             tables += [learning, table]
             known = size
     return tables
@@ -35,8 +37,13 @@ def _learn(table: Table, lane, known: int, size: int) -> None:
     table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6, lost=seen["lost"], bytes=seen["bytes"])
 
 
-def _refresh(table: Table, lane, size: int, plan: Plan) -> None:
-    count = max(size, 2000 if lane.name in _MOST and size >= 1000 else 5000 if plan.quick else 20000)
-    seen = lane.announce(size, count)
+def _number_for(learning: Table, lane) -> int:
+    """How many the lane takes in some seconds, by what learning took."""
+    return int(_SECONDS * 1e6 / max(learning.median(lane.name, "microseconds"), 1))
+
+
+def _refresh(table: Table, lane, size: int, plan: Plan, most: int) -> None:
+    """At least one announcement of every device, otherwise not more than `most`."""
+    seen = lane.announce(size, max(size, min(most, 5000 if plan.quick else 20000)))
     table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6,
               per_second=seen["operations"] / seen["elapsed"], lost=seen["lost"], bytes=seen["bytes"])
