@@ -23,9 +23,15 @@ def measure(plan: Plan) -> list:
                              DAEMON)
             all_lanes = surviving(all_lanes, lambda lane: _learn(learning, lane, known, size))
             table = Table(f"known-{size}", f"Announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
-            in_turn(plan, f"announcements, {size} known", all_lanes,
-                    lambda lane: _refresh(table, lane, size, plan, _number_for(learning, lane)))
-            tables += [learning, table]
+            changed = Table(f"changed-{size}", f"Changed announcements of known devices, {size} known", _KNOWN, FLOOR, DAEMON)
+
+            def one(lane) -> None:
+                most = min(_number_for(learning, lane), 5000 if plan.quick else 20000)
+                _refresh(table, lane, size, max(size, most))
+                if lane.server.protocol == "scan":
+                    _refresh(changed, lane, size, max(size, most), changed=True)
+            in_turn(plan, f"announcements, {size} known", all_lanes, one)
+            tables += [learning, table, changed]
             known = size
     return tables
 
@@ -42,8 +48,7 @@ def _number_for(learning: Table, lane) -> int:
     return int(_SECONDS * 1e6 / max(learning.median(lane.name, "microseconds"), 1))
 
 
-def _refresh(table: Table, lane, size: int, plan: Plan, most: int) -> None:
-    """At least one announcement of every device, otherwise not more than `most`."""
-    seen = lane.announce(size, max(size, min(most, 5000 if plan.quick else 20000)))
+def _refresh(table: Table, lane, size: int, count: int, changed: bool = False) -> None:
+    seen = lane.announce(size, count, changed=changed)
     table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6,
               per_second=seen["operations"] / seen["elapsed"], lost=seen["lost"], bytes=seen["bytes"])

@@ -6,6 +6,7 @@ time and be measured in turn. Servers run on one processor and the programs that
 
 import itertools
 import json
+import math
 import os
 import pathlib
 import signal
@@ -46,6 +47,7 @@ class Lane:
         self.there.sysctl("net/ipv4/ip_local_port_range", "1024 65000")
         self.pid = None
         self._process = None
+        self._version = 0
 
     # The server
 
@@ -137,9 +139,17 @@ class Lane:
     def download(self, seconds: float, connections: int) -> dict:
         return self.load("load_downloads", self.address, self.server.http_port, "/rootDesc.xml", seconds, connections, self.pid)
 
-    def announce(self, devices: int, count: int, first: int = 0, rate: float = 0) -> dict:
-        """Announcements of `devices` devices from number `first` on, in the protocol of the server."""
-        done = self.load("load_announcements", self.server.protocol, self.load_address, first, devices, count, rate, self.pid)
+    def announce(self, devices: int, count: int, first: int = 0, rate: float = 0, changed: bool = False) -> dict:
+        """Announcements of `devices` devices from number `first` on, in the protocol of the server.
+
+        `changed`: every one differs from the device's last one.
+        """
+        version = []
+        if changed:
+            version = [self._version]
+            self._version = (self._version + math.ceil(count / devices)) % 10
+        done = self.load("load_announcements", self.server.protocol, self.load_address, first, devices, count, rate, self.pid,
+                         *version)
         if done["unread"] > 0:
             raise LaneError(f"{self.name} has stopped reading")
         return done

@@ -17,7 +17,7 @@ def measure(plan: Plan) -> list:
             progress(f"listings: {size} devices")
             all_lanes = surviving(all_lanes, lambda lane: lane.announce(size - known, size - known, first=known))
             known = size
-            first = Table(f"listing-{size}", f"Listing {size} devices, all of which were heard since the last listing", _COLUMNS,
+            first = Table(f"listing-{size}", f"Listing {size} devices, all of which have changed since the last listing", _COLUMNS,
                           FLOOR, DAEMON)
             again = Table(f"listing-again-{size}", f"Listing {size} devices again", _COLUMNS, FLOOR, DAEMON)
             in_turn(plan, f"listings, {size} devices", all_lanes, lambda lane: _list(first, again, lane, size))
@@ -26,7 +26,7 @@ def measure(plan: Plan) -> list:
 
 
 def _list(first: Table, again: Table, lane, size: int) -> None:
-    lane.announce(size, size)
+    lane.announce(size, size, changed=True)
     _add(first, lane, lane.list(1))
     _add(again, lane, lane.list(_WARM_CALLS))
 

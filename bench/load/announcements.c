@@ -1,12 +1,15 @@
 /* Announcements of many devices, in scattered order.
-     load_announcements KIND ADDRESS FIRST DEVICES COUNT RATE PID
+     load_announcements KIND ADDRESS FIRST DEVICES COUNT RATE PID [VERSION]
    KIND     scan, ssdp or mdns: the protocol
    ADDRESS  that of this side
    FIRST, DEVICES   the numbers of the devices that announce themselves
    COUNT    datagrams in all
    RATE     datagrams a second; 0: up to 32 at a time, as soon as the receiver has read those before
    PID      the receiver, whose processor time and receive queue are read
+   VERSION  of the scan protocol: the devices change with every announcement, to the firmware of this number and further on,
+            modulo 10. Without it they repeat the same text, as devices mostly do.
    Prints one line of JSON. */
+#define _GNU_SOURCE
 #include "announcementtext.h"
 #include "clocks.h"
 #include "receivequeue.h"
@@ -47,6 +50,7 @@ static int receiver;
 static int port;
 static struct Datagram *datagrams;
 static long device_count;
+static long version = -1; /* none */
 static long sent;
 
 static void prepare(const char *kind, const char *address)
@@ -84,10 +88,24 @@ static void build(long first)
     }
 }
 
+/* The last digit of the firmware's version */
+static char *version_in(const struct Datagram *datagram)
+{
+    static const char before[] = "\"firmwareVersion\":\"1.4.2.";
+    char *found = memmem(datagram->text, datagram->size, before, sizeof before - 1);
+    if (!found) {
+        fprintf(stderr, "only announcements of the scan protocol have a version\n");
+        exit(2);
+    }
+    return found + sizeof before - 1;
+}
+
 /* 7919 is prime and divides no number of devices in use, so every device has its turn. */
 static void send_next(void)
 {
     const struct Datagram *datagram = &datagrams[sent * 7919 % device_count];
+    if (version >= 0)
+        *version_in(datagram) = (char)('0' + (version + sent / device_count) % 10);
     if (sendto(sender, datagram->text, datagram->size, 0, (const struct sockaddr *)&group, sizeof group) < 0)
         fail("sendto");
     ++sent;
@@ -126,12 +144,14 @@ static void run_paced(long count, double rate)
 int main(int argc, char **argv)
 {
     if (argc < 8) {
-        fprintf(stderr, "usage: %s scan|ssdp|mdns ADDRESS FIRST DEVICES COUNT RATE PID\n", argv[0]);
+        fprintf(stderr, "usage: %s scan|ssdp|mdns ADDRESS FIRST DEVICES COUNT RATE PID [VERSION]\n", argv[0]);
         return 2;
     }
     const double rate = atof(argv[6]);
     device_count = atol(argv[4]);
     receiver = atoi(argv[7]);
+    if (argc > 8)
+        version = atol(argv[8]);
     prepare(argv[1], argv[2]);
     build(atol(argv[3]));
     const struct ReceiveQueue before = receive_queue(receiver, port);

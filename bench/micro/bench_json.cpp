@@ -40,7 +40,7 @@ QByteArray nested(int)
 }
 
 const QByteArray announcement = sampleAnnouncement(7);
-const QByteArray announcements = listOf(1000, sampleAnnouncement);
+const QByteArray announcements = listOf(1000, [](int i) { return sampleAnnouncement(i); });
 const QByteArray numbers = listOf(10000, number);
 const QByteArray texts = listOf(1000, longText);
 const QByteArray escaped = listOf(2000, escapes);

@@ -64,16 +64,27 @@ void refreshingADevice(benchmark::State &state)
 }
 BENCHMARK(refreshingADevice);
 
-void firstSummary(benchmark::State &state)
+void changingADevice(benchmark::State &state)
 {
-    const QByteArray datagram = sampleAnnouncement(7);
-    ZorvDevice known(QLatin1String("900000007"), datagram, 10, nullptr);
+    const QByteArray texts[] = { sampleAnnouncement(7, 0), sampleAnnouncement(7, 1) };
+    ZorvDevice known(QLatin1String("900000007"), texts[1], 10, nullptr);
+    int next = 0;
+    for (auto _ : state)
+        known.update(texts[next++ % 2]);
+}
+BENCHMARK(changingADevice);
+
+void summaryAfterAChange(benchmark::State &state)
+{
+    const QByteArray texts[] = { sampleAnnouncement(7, 0), sampleAnnouncement(7, 1) };
+    ZorvDevice known(QLatin1String("900000007"), texts[1], 10, nullptr);
+    int next = 0;
     for (auto _ : state) {
-        known.update(datagram);
+        known.update(texts[next++ % 2]);
         benchmark::DoNotOptimize(known.summary());
     }
 }
-BENCHMARK(firstSummary);
+BENCHMARK(summaryAfterAChange);
 
 void nextSummary(benchmark::State &state)
 {
