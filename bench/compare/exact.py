@@ -8,7 +8,7 @@ import subprocess
 
 from lane import Lane, LaneError
 from measuring import FAILURES, Plan, complain, lanes, progress
-from servers import DAEMON, FLOOR, answering_searches, hearing_announcements, serving_descriptions
+from servers import DAEMON, FLOOR, answering_searches, hearing_announcements, listing_devices, serving_descriptions
 from simdevice.waiting import wait_for
 from table import Column, Table
 
@@ -35,7 +35,8 @@ def operations() -> dict:
     """name -> (title, servers, operate(lane, count) -> how many were done); one operation at a time, so that each is
     handled on its own."""
     return {"search": ("Search", answering_searches(), _search), "description": ("GET", serving_descriptions(), _download),
-            "announcement": (f"Known announcement, {_KNOWN} known", hearing_announcements(), _announce)}
+            "announcement": (f"Known announcement, {_KNOWN} known", hearing_announcements(), _announce),
+            "change": (f"Changed announcement, {_KNOWN} known", listing_devices(), _announce_changes)}
 
 
 def _search(lane: Lane, count: int) -> int:
@@ -48,6 +49,10 @@ def _download(lane: Lane, count: int) -> int:
 
 def _announce(lane: Lane, count: int) -> int:
     return lane.announce(_KNOWN, max(count, _KNOWN), rate=200)["operations"]
+
+
+def _announce_changes(lane: Lane, count: int) -> int:
+    return lane.announce(_KNOWN, max(count, _KNOWN), rate=200, changed=True)["operations"]
 
 
 def _counted(lane: Lane, operate) -> dict:
