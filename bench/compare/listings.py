@@ -17,8 +17,7 @@ def measure(plan: Plan) -> list:
             progress(f"listings: {size} devices")
             all_lanes = surviving(all_lanes, lambda lane: lane.announce(size - known, size - known, first=known))
             known = size
-            first = Table(f"listing-{size}", f"Listing {size} devices, all of which have changed since the last listing", _COLUMNS,
-                          FLOOR, DAEMON)
+            first = Table(f"listing-{size}", f"Listing {size} devices, all changed since the last listing", _COLUMNS, FLOOR, DAEMON)
             again = Table(f"listing-again-{size}", f"Listing {size} devices again", _COLUMNS, FLOOR, DAEMON)
             in_turn(plan, f"listings, {size} devices", all_lanes, lambda lane: _list(first, again, lane, size))
             tables += [first, again]
