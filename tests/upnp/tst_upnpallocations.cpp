@@ -1,5 +1,6 @@
 // A search must not come to cost more heap allocations unnoticed: next to the system calls they are most of its work.
 #include "allocationcount.h"
+#include "fakeclock.h" // how much a date takes depends on its digits
 #include "fakedevice.h"
 #include "udp.h"
 #include "upnpreceiver.h"
@@ -8,7 +9,7 @@
 #include <QtTest/QtTest>
 
 // What it takes today. When it takes less, the limit goes down with it.
-static const int mostForAnAnswer = 60;
+static const int mostForAnAnswer = 56;
 static const int mostForNoAnswer = 9;
 
 static const char deviceAddress[] = "10.77.0.2";
@@ -51,6 +52,7 @@ private:
 
 void TestUpnpAllocations::initTestCase()
 {
+    qputenv("TZ", "UTC0");
     m_device.reset(new FakeDevice);
     m_peer.reset(new Udp(deviceAddress));
     m_receiver.reset(new Receiver(m_device->settings()));
