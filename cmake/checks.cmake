@@ -4,7 +4,7 @@ option(SANITIZE "Build with address and undefined-behaviour sanitizers" OFF)
 option(COVERAGE "Build with coverage counters" OFF)
 option(FUZZ "Build the fuzzers as such, with libFuzzer and the sanitizers (clang only)" OFF)
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 if(WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
 endif()

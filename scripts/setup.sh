@@ -1,10 +1,12 @@
-# Sourced by ./run and ./test: installs Debian packages that are missing and builds a preset.
+# Sourced by ./run, ./test and bench/run: installs Debian packages that are missing and builds a preset.
 # shellcheck shell=bash
 
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
 simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
 run_packages=(gupnp-tools miniupnpc)
 test_packages=(python3-pytest faketime strace libdbus-1-dev pkg-config)
+bench_packages=(libbenchmark-dev libdbus-1-dev pkg-config valgrind strace binutils libgssdp-1.6-dev libgupnp-1.6-dev libupnp-dev)
+bench_peer_packages=(minidlna minissdpd avahi-daemon) # daemons that Debian starts when they are installed
 style_packages=(clang-tidy clang-format)
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static)
 arm64_packages=(g++-aarch64-linux-gnu qemu-user-static)
@@ -56,7 +58,7 @@ check_style() {
     install_packages "${style_packages[@]}"
     build release
     say "Checking style"
-    mapfile -t sources < <(git ls-files '*.cpp' ':!tests' ':!examples' ':!json/jsongrammar.cpp')
+    mapfile -t sources < <(git ls-files '*.cpp' ':!tests' ':!examples' ':!bench' ':!json/jsongrammar.cpp')
     mapfile -t headers < <(git ls-files '*.h' ':!json/jsongrammar_p.h')
     clang-format --dry-run --Werror "${sources[@]}" "${headers[@]}"
     printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -n 4 clang-tidy -p build --quiet 2>/dev/null

@@ -1,0 +1,41 @@
+"""Writes what was measured: every value as JSON, tables as Markdown, charts as SVG."""
+
+import json
+import pathlib
+
+from charts import charts
+from report import markdown
+from table import Table
+
+BEGIN = "<!-- figures: begin (written by bench/run --write-docs) -->"
+END = "<!-- figures: end -->"
+
+
+def write(folder: pathlib.Path, machine: dict, tables: list) -> None:
+    folder.mkdir(parents=True, exist_ok=True)
+    everything = {"machine": machine, "tables": [table.as_json() for table in tables]}
+    (folder / "figures.json").write_text(json.dumps(everything, indent=1, ensure_ascii=False) + "\n")
+    (folder / "figures.md").write_text(markdown(machine, tables))
+    for name, text in charts(tables).items():
+        (folder / name).write_text(text)
+
+
+def read(folder: pathlib.Path) -> tuple:
+    """Machine and tables of an earlier run."""
+    everything = json.loads((folder / "figures.json").read_text())
+    return everything["machine"], [Table.from_json(table) for table in everything["tables"]]
+
+
+def write_docs(docs: pathlib.Path, machine: dict, tables: list) -> None:
+    """Replaces the block between the two marks of docs/performance.md, and the charts that the page shows."""
+    page = docs / "performance.md"
+    before, found, rest = page.read_text().partition(BEGIN)
+    _, found_end, after = rest.partition(END)
+    if not found or not found_end:
+        raise SystemExit(f"{page} needs these two lines, between which the tables go:\n{BEGIN}\n{END}")
+    page.write_text(f"{before}{BEGIN}\n\n{markdown(machine, tables)}\n{END}{after}")
+    folder = docs / "performance"
+    folder.mkdir(exist_ok=True)
+    for name, text in charts(tables).items():
+        if f"performance/{name}" in before + after:
+            (folder / name).write_text(text)

@@ -1,0 +1,48 @@
+#include "clocks.h"
+
+#include <stdlib.h>
+#include <time.h>
+
+static double seconds(const struct timespec *time)
+{
+    return (double)time->tv_sec + (double)time->tv_nsec * 1e-9;
+}
+
+double now(void)
+{
+    struct timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return seconds(&time);
+}
+
+void sleep_until(double time)
+{
+    struct timespec until;
+    until.tv_sec = (time_t)time;
+    until.tv_nsec = (long)((time - (double)until.tv_sec) * 1e9);
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, NULL);
+}
+
+double processor_time(int pid)
+{
+    clockid_t clock;
+    struct timespec time;
+    if (pid <= 0 || clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0)
+        return 0;
+    return seconds(&time);
+}
+
+static int compare(const void *a, const void *b)
+{
+    const double x = *(const double *)a;
+    const double y = *(const double *)b;
+    return (x > y) - (x < y);
+}
+
+double quantile(double *values, size_t count, double part)
+{
+    if (count == 0)
+        return -1;
+    qsort(values, count, sizeof *values, compare);
+    return values[(size_t)(part * (double)(count - 1) + 0.5)];
+}
