@@ -10,6 +10,7 @@ namespace
 
 const QByteArray uuid = "9a1b0c7e-52f4-4d0b-8c6e-2f7d10a4b3c5";
 const QByteArray serverHeader = "Kelta/1.4.2, UPnP/1.0";
+const QDateTime now(QDate(2026, 11, 21), QTime(9, 5, 7));
 
 QByteArray search(const QByteArray &target)
 {
@@ -30,7 +31,7 @@ ssdp::Announcement announcement()
     values.httpUrl = "http://192.168.1.20:8200/";
     values.serverHeader = serverHeader;
     values.uuid = uuid;
-    values.now = QDateTime(QDate(2026, 11, 21), QTime(9, 5, 7));
+    values.now = now;
     return values;
 }
 
@@ -40,7 +41,7 @@ ssdp::Answer answer()
     values.httpUrl = "http://192.168.1.20:8200/";
     values.serverHeader = serverHeader;
     values.uuid = uuid;
-    values.now = QDateTime(QDate(2026, 11, 21), QTime(9, 5, 7));
+    values.date = ssdp::answerDate(now);
     return values;
 }
 
@@ -84,6 +85,13 @@ BENCHMARK_CAPTURE(building, root_device_answer, ssdp::rootDeviceAnswer, answer()
 BENCHMARK_CAPTURE(building, uuid_answer, ssdp::uuidAnswer, answer());
 BENCHMARK_CAPTURE(building, description, rootdesc::document, description());
 
+void answerDate(benchmark::State &state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ssdp::answerDate(now));
+}
+BENCHMARK(answerDate);
+
 void parsingRequestLine(benchmark::State &state)
 {
     const QByteArray line = "GET /rootDesc.xml HTTP/1.1\r\n";
@@ -94,9 +102,9 @@ BENCHMARK(parsingRequestLine);
 
 void descriptionHeader(benchmark::State &state)
 {
-    const QDateTime now(QDate(2026, 11, 21), QTime(9, 5, 7));
+    const QByteArray date = http::dateText(now);
     for (auto _ : state)
-        benchmark::DoNotOptimize(http::descriptionHeader(1100, serverHeader, now));
+        benchmark::DoNotOptimize(http::descriptionHeader(1100, serverHeader, date));
 }
 BENCHMARK(descriptionHeader);
 
