@@ -54,7 +54,7 @@ def entries(text: str) -> dict:
 def test_every_file_is_at_its_place(installed):
     folder = "share/doc/upnpvelorn"
     expected = set(FILES)
-    expected |= {f"{folder}/docs/{file.name}" for file in (ROOT / "docs").glob("*.md")}
+    expected |= {f"{folder}/{file.relative_to(ROOT)}" for file in (ROOT / "docs").rglob("*.*") if file.suffix in (".md", ".svg")}
     expected |= {f"{folder}/examples/{file.name}" for file in (ROOT / "examples").iterdir() if file.is_file()}
     assert files_below(installed) == expected
 
