@@ -209,6 +209,7 @@ private slots:
     void expiredDeviceIsCreatedAfresh();
     void refreshedBetweenTickAndEventLoop();
     void unusableAnnouncementIsForgottenInTheEventLoop();
+    void sameUnusableAnnouncementAgainSavesNothing();
     void childrenThatAreNoDevices();
     void anotherOwnerOfADevice();
     void tenThousandDevices();
@@ -805,6 +806,22 @@ void tst_ZorvScan::unusableAnnouncementIsForgottenInTheEventLoop()
     loopback.feed(scan, announcing("A", "22"));
     reachEventLoop();
     QCOMPARE(devicesOf(scan).size(), 1);
+}
+
+void tst_ZorvScan::sameUnusableAnnouncementAgainSavesNothing()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A", "6.6"));
+    loopback.feed(scan, announcing("A", "6.6"));
+    QCOMPARE(devicesOf(scan).size(), 1);
+    reachEventLoop();
+    QCOMPARE(devicesOf(scan).size(), 0);
+    loopback.feed(scan, announcing("A", "6.6"));
+    QCOMPARE(devicesOf(scan).size(), 1);
+    reachEventLoop();
+    QCOMPARE(devicesOf(scan).size(), 0);
 }
 
 void tst_ZorvScan::childrenThatAreNoDevices()

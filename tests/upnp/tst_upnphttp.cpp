@@ -58,6 +58,8 @@ private slots:
     void peersThatResetAreNoMatter();
     void lineWithoutEndIsAnsweredAtItsEnd();
     void whatFollowsTheRequestIsIgnored();
+    void requestsOfEverySizeAreServed_data();
+    void requestsOfEverySizeAreServed();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
     void takenPortGoesUnnoticed();
 
@@ -422,6 +424,30 @@ void TestUpnpHttp::whatFollowsTheRequestIsIgnored()
         peer.read();
         return peer.received().endsWith("</root>");
     }));
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+// Up to 4095 bytes are answered without a QTcpSocket, from 4096 bytes on it is left to one.
+void TestUpnpHttp::requestsOfEverySizeAreServed_data()
+{
+    QTest::addColumn<QByteArray>("request");
+
+    const QByteArray end = " /rootDesc.xml\r\n";
+    for (int size = 4095; size <= 4097; ++size) {
+        const QByteArray line = "GET" + QByteArray(size - 3 - end.size(), ' ') + end;
+        const QByteArray header = "GET /rootDesc.xml\r\nA:";
+        QTest::newRow(qPrintable(QString::fromLatin1("line of %1 bytes").arg(size))) << line;
+        QTest::newRow(qPrintable(QString::fromLatin1("line and header of %1 bytes").arg(size)))
+            << header + QByteArray(size - header.size() - 2, 'x') + "\r\n";
+    }
+}
+
+void TestUpnpHttp::requestsOfEverySizeAreServed()
+{
+    QFETCH(QByteArray, request);
+    Peer peer;
+    QVERIFY(peer.send(request));
+    QVERIFY(peer.readToEnd());
     QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
 }
 
