@@ -9,6 +9,7 @@
 #include <QtDBus/QDBusVariant>
 #include <QtNetwork/QHostAddress>
 
+class BacklogReader;
 class QUdpSocket;
 class UpnpSettings;
 class ZorvDevice;
@@ -31,6 +32,10 @@ public:
     // Ends the process with a fatal message when connman's signals cannot be subscribed.
     ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
     ~ZorvScan();
+
+    // Takes in what else lies in the socket after a report of it, up to the first device that was not known: its
+    // announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
+    void takeBacklog();
 
 public slots:
     // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
@@ -67,6 +72,8 @@ private:
     bool bindPort();
     bool joinGroup();
     bool receive();
+    bool receiveMore();
+    void takeIn();
     void refresh(const QString &uuid);
     void add(const QString &uuid);
     void refreshKnown(Entry *entry);
@@ -75,6 +82,7 @@ private:
     void checkDevices();
 
     QUdpSocket *m_socket;
+    BacklogReader *m_backlogReader;
     const QHostAddress m_group;
     const quint16 m_port;
     UpnpSettings *m_settings;
@@ -83,6 +91,8 @@ private:
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
+    bool m_mayHaveBacklog; // the last call of pendingDatagrams() found a datagram
+    bool m_hasNewcomer; // a device was added since the last report of the socket
     QHash<QString, Entry> m_devices; // the children that are devices, by uuid
     int m_registrySize; // bytes of all announcements kept
     QElapsedTimer m_sinceFullWarning;
