@@ -108,22 +108,23 @@ QList<Interface> interfacesOfThisMachine()
     return interfaces;
 }
 
-QString uuidIn(const QByteArray &datagram)
+Place uuidIn(const QByteArray &datagram)
 {
+    const Place nowhere = { 0, 0 };
     static const QByteArrayMatcher paramsKey("\"params\"");
     static const QByteArrayMatcher uuidKey("\"uuid\"");
     const int params = paramsKey.indexIn(datagram);
     if (params <= 0)
-        return QString();
+        return nowhere;
     // Meant: without the key the search for the colon begins at position 5 (tst_announcement).
     const int colon = datagram.indexOf(':', uuidKey.indexIn(datagram, params) + uuidKey.pattern().size());
     if (colon == -1)
-        return QString();
+        return nowhere;
     const int opening = datagram.indexOf('"', colon);
     const int closing = opening == -1 ? -1 : datagram.indexOf('"', opening + 1);
     if (closing <= opening + 1)
-        return QString();
-    return QString::fromLatin1(datagram.constData() + opening + 1, closing - opening - 1);
+        return nowhere;
+    return Place{ opening + 1, closing - opening - 1 };
 }
 
 } // namespace announcement

@@ -53,9 +53,16 @@ QByteArray text(const Values &values);
 // The interfaces of this machine, in the order of the operating system.
 QList<Interface> interfacesOfThisMachine();
 
-// The announcing device's uuid in a received datagram, found by its text alone: the first string behind the first
-// "uuid" behind "params". Null when the datagram is none of this protocol.
-QString uuidIn(const QByteArray &datagram);
+// Where in a datagram something is: size 0 stands for nowhere.
+struct Place
+{
+    int begin;
+    int size; // bytes
+};
+
+// The announcing device's uuid, found by the datagram's text alone: the first string behind the first "uuid" behind
+// "params". Nowhere when the datagram is none of this protocol.
+Place uuidIn(const QByteArray &datagram);
 
 } // namespace announcement
 

@@ -137,12 +137,12 @@ void ZorvDevice::update(const QByteArray &json)
 {
     forgetParsed();
     m_raw = QByteArray(json.constData(), json.size());
-    touch();
+    touch(QDateTime::currentMSecsSinceEpoch());
 }
 
-void ZorvDevice::touch()
+void ZorvDevice::touch(qint64 moment)
 {
-    m_lastSeen = QDateTime::currentMSecsSinceEpoch();
+    m_lastSeen = moment;
 }
 
 void ZorvDevice::checkExpired()

@@ -23,8 +23,8 @@ public:
     // The device announced itself again. The expiration stays that of the first announcement. The text is copied.
     void update(const QByteArray &json);
 
-    // The device announced itself again, and the last announcement stays.
-    void touch();
+    // The device announced itself again at this moment (milliseconds since 1970), and the last announcement stays.
+    void touch(qint64 moment);
 
     // The last announcement.
     QByteArray text() const { return m_raw; }

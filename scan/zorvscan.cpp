@@ -8,6 +8,7 @@
 #include "zorvdevice.h"
 
 #include <QtCore/QChildEvent>
+#include <QtCore/QDateTime>
 #include <QtDBus/QDBusConnection>
 #include <QtNetwork/QUdpSocket>
 
@@ -169,6 +170,7 @@ void ZorvScan::timerEvent(QTimerEvent *)
 
 void ZorvScan::checkDevices()
 {
+    m_devices.tellLastSeen();
     const QObjectList snapshot = children();
     for (int i = 0; i < snapshot.size(); ++i) {
         if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
@@ -213,52 +215,49 @@ void ZorvScan::takeBacklog()
 
 void ZorvScan::takeIn()
 {
-    const QString uuid = announcement::uuidIn(m_received);
-    if (!uuid.isEmpty())
-        refresh(uuid);
+    const announcement::Place uuid = announcement::uuidIn(m_received);
+    if (uuid.size > 0)
+        refresh(m_received.constData() + uuid.begin, uuid.size);
 }
 
-void ZorvScan::refresh(const QString &uuid)
+// Nearly every device says the same every time: then only its time is new.
+void ZorvScan::refresh(const char *uuid, int size)
 {
-    const QHash<QString, Entry>::iterator known = m_devices.find(uuid);
-    if (known != m_devices.end())
-        refreshKnown(&known.value());
+    const quint64 hash = DeviceIndex::hashOf(uuid, size);
+    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(hash, m_received)) {
+        unchanged->lastSeen = QDateTime::currentMSecsSinceEpoch();
+        return;
+    }
+    const QString name = QString::fromLatin1(uuid, size);
+    if (DeviceIndex::Entry *known = m_devices.find(hash, name))
+        replaceText(known);
     else if (m_devices.size() < maximalDevices && m_registrySize + m_received.size() <= maximalRegistrySize)
-        add(uuid);
+        add(hash, name);
     else
         warnOfFullRegistry();
 }
 
-void ZorvScan::add(const QString &uuid)
+void ZorvScan::add(quint64 hash, const QString &uuid)
 {
     ZorvDevice *device = new ZorvDevice(uuid, m_received, m_interval, this);
-    const Entry entry = { device, device->text() };
-    m_devices.insert(uuid, entry);
+    const DeviceIndex::Entry entry = { device, device->text(), QDateTime::currentMSecsSinceEpoch() };
+    m_devices.insert(hash, entry);
     m_registrySize += entry.text.size();
     m_hasNewcomer = true;
 }
 
-// Nearly every device says the same every time: then only its time is new.
-void ZorvScan::refreshKnown(Entry *entry)
-{
-    if (m_received == entry->text)
-        entry->device->touch();
-    else
-        replaceText(entry);
-}
-
 // A known device never expires for want of room, at the worst its last announcement stays.
-void ZorvScan::replaceText(Entry *entry)
+void ZorvScan::replaceText(DeviceIndex::Entry *known)
 {
     const int size = m_received.size();
-    const int oldSize = entry->text.size();
+    const int oldSize = known->text.size();
+    known->lastSeen = QDateTime::currentMSecsSinceEpoch();
     if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
-        entry->device->touch();
         warnOfFullRegistry();
         return;
     }
-    entry->device->update(m_received);
-    entry->text = entry->device->text();
+    known->device->update(m_received);
+    known->text = known->device->text();
     m_registrySize += size - oldSize;
 }
 
@@ -270,16 +269,10 @@ void ZorvScan::warnOfFullRegistry()
     m_sinceFullWarning.start();
 }
 
-// The child that leaves is being destroyed and no ZorvDevice any more, but still has its name.
 void ZorvScan::childEvent(QChildEvent *event)
 {
-    if (!event->removed())
-        return;
-    const QHash<QString, Entry>::iterator left = m_devices.find(event->child()->objectName());
-    if (left == m_devices.end() || left.value().device != event->child())
-        return;
-    m_registrySize -= left.value().text.size();
-    m_devices.erase(left);
+    if (event->removed())
+        m_registrySize -= m_devices.remove(event->child());
 }
 
 QVariantList ZorvScan::allChilds(const QString &type)

@@ -1,9 +1,10 @@
 #ifndef ZORVSCAN_H
 #define ZORVSCAN_H
 
+#include "deviceindex.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QHash>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
 #include <QtDBus/QDBusVariant>
@@ -12,7 +13,6 @@
 class BacklogReader;
 class QUdpSocket;
 class UpnpSettings;
-class ZorvDevice;
 
 // The device's end of the maker's own discovery protocol: announces this device to the group 239.255.77.76, port 31416,
 // and keeps one child object for every device that announces itself there, this one included.
@@ -62,22 +62,15 @@ protected:
     void childEvent(QChildEvent *event) override;
 
 private:
-    struct Entry
-    {
-        ZorvDevice *device;
-        QByteArray text; // shared with the device: found here, it costs no look at the device to compare it
-    };
-
     void subscribeToConnman();
     bool bindPort();
     bool joinGroup();
     bool receive();
     bool receiveMore();
     void takeIn();
-    void refresh(const QString &uuid);
-    void add(const QString &uuid);
-    void refreshKnown(Entry *entry);
-    void replaceText(Entry *entry);
+    void refresh(const char *uuid, int size);
+    void add(quint64 hash, const QString &uuid);
+    void replaceText(DeviceIndex::Entry *known);
     void warnOfFullRegistry();
     void checkDevices();
 
@@ -93,7 +86,7 @@ private:
     int m_connections; // from the socket to pendingDatagrams()
     bool m_mayHaveBacklog; // the last call of pendingDatagrams() found a datagram
     bool m_hasNewcomer; // a device was added since the last report of the socket
-    QHash<QString, Entry> m_devices; // the children that are devices, by uuid
+    DeviceIndex m_devices; // the children that are devices
     int m_registrySize; // bytes of all announcements kept
     QElapsedTimer m_sinceFullWarning;
 };

@@ -276,6 +276,12 @@ void tst_Announcement::missingKeyRows()
     uuidRow("no uuid: adjacent quotes", "{ \"x\": \"\",\"params\":\"A\"}");
 }
 
+static QString uuidText(const QByteArray &datagram)
+{
+    const announcement::Place uuid = announcement::uuidIn(datagram);
+    return QString::fromLatin1(datagram.constData() + uuid.begin, uuid.size);
+}
+
 void tst_Announcement::uuidIn_data()
 {
     QTest::addColumn<QByteArray>("datagram");
@@ -289,14 +295,14 @@ void tst_Announcement::uuidIn()
 {
     QFETCH(QByteArray, datagram);
     QFETCH(QString, uuid);
-    QCOMPARE(announcement::uuidIn(datagram), uuid);
+    QCOMPARE(uuidText(datagram), uuid);
 }
 
 void tst_Announcement::longUuidIsKeptWhole()
 {
     const QByteArray uuid(60000, 'u');
-    QCOMPARE(announcement::uuidIn("{\"params\":{\"uuid\":\"" + uuid + "\"}}"), QString::fromLatin1(uuid.constData(), uuid.size()));
-    QCOMPARE(announcement::uuidIn("{\"params\":{\"uuid\":\"" + uuid), QString());
+    QCOMPARE(uuidText("{\"params\":{\"uuid\":\"" + uuid + "\"}}"), QString::fromLatin1(uuid.constData(), uuid.size()));
+    QCOMPARE(uuidText("{\"params\":{\"uuid\":\"" + uuid), QString());
 }
 
 void tst_Announcement::everyCutOfAnAnnouncementIsReadWithinItsEnd()
@@ -306,7 +312,7 @@ void tst_Announcement::everyCutOfAnAnnouncementIsReadWithinItsEnd()
     for (int size = 0; size <= whole.size(); ++size) {
         // An array of exactly this size, so that a look behind its end is noticed.
         const QByteArray cut(whole.constData(), size);
-        const QString uuid = announcement::uuidIn(cut);
+        const QString uuid = uuidText(cut);
         if (size >= complete)
             QCOMPARE(uuid, latin1("KM-2044817"));
         else if (!cut.contains("\"params\""))

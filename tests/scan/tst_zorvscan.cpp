@@ -199,6 +199,9 @@ private slots:
     void oneChildForEachUuid();
     void pendingDatagramsReadsOneAtMost();
     void pendingDatagramsWithoutADatagram();
+    void burstOfKnownDevicesIsOneReport();
+    void newcomerEndsTheReport();
+    void unusableAndUsableAnnouncementTogether();
     void datagramsThatAreNone_data();
     void datagramsThatAreNone();
     void longestDatagram();
@@ -613,6 +616,62 @@ void tst_ZorvScan::pendingDatagramsWithoutADatagram()
     QVERIFY(m_peer->announce(announcing("B")));
     QVERIFY(within(10000, [&] { return deviceNamed(scan, "B"); }));
     QCOMPARE(takeWarnings(), QStringList());
+}
+
+static void report(ZorvScan &scan)
+{
+    QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
+}
+
+void tst_ZorvScan::burstOfKnownDevicesIsOneReport()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    loopback.feed(scan, announcing("B"));
+    report(scan); // after newcomers the event loop comes first
+    for (int i = 30; i < 40; ++i) {
+        QVERIFY(loopback.send(announcing("A", QByteArray::number(i))));
+        QVERIFY(loopback.send("nothing of interest"));
+        QVERIFY(loopback.send(announcing("B", QByteArray::number(i))));
+    }
+    report(scan);
+    QVERIFY(!scan.findChild<QUdpSocket *>()->hasPendingDatagrams());
+    QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "39").constData()));
+    QCOMPARE(deviceNamed(scan, "B")->rawJson(), latin1(announcing("B", "39").constData()));
+}
+
+void tst_ZorvScan::newcomerEndsTheReport()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    report(scan);
+    QVERIFY(loopback.send(announcing("A", "30")));
+    QVERIFY(loopback.send(announcing("B")));
+    QVERIFY(loopback.send(announcing("A", "31")));
+    report(scan);
+    QVERIFY(deviceNamed(scan, "B"));
+    QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "30").constData()));
+    report(scan);
+    QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "31").constData()));
+}
+
+// The second one does not refresh the entry of the first, which is on its way out: it makes one that stays.
+void tst_ZorvScan::unusableAndUsableAnnouncementTogether()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    QVERIFY(loopback.send(announcing("A", "6.6")));
+    QVERIFY(loopback.send(announcing("A", "22")));
+    QVERIFY(loopback.send(announcing("last")));
+    QVERIFY(within(10000, [&] { return deviceNamed(scan, "last"); }));
+    reachEventLoop();
+    QVERIFY(deviceNamed(scan, "A"));
+    QCOMPARE(devicesOf(scan).size(), 2);
 }
 
 void tst_ZorvScan::datagramsThatAreNone_data()
