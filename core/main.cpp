@@ -12,6 +12,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtDBus/QDBusConnection>
 
+#include <malloc.h>
 #include <syslog.h>
 
 static const char busName[] = DEVICE_BUS_NAME;
@@ -51,6 +52,14 @@ static void useQtEventLoop()
     qputenv("QT_NO_GLIB", "1");
 }
 
+// What starting up took goes back to the system, as far as the C library can do that.
+static void giveMemoryBack()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
+
 int main(int argc, char *argv[])
 {
     useQtEventLoop();
@@ -87,5 +96,6 @@ int main(int argc, char *argv[])
     settings->configureIp();
     BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
 
+    giveMemoryBack();
     return installTermSignalHandler() > 0 ? 1 : application.exec();
 }

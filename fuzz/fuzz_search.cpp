@@ -4,12 +4,14 @@
 #include "require.h"
 #include "ssdpmessages.h"
 
+#include <QtCore/QDateTime>
+
 #include <string>
 
 namespace
 {
 
-const QDateTime now(QDate(2024, 2, 29), QTime(9, 5, 7));
+const qint64 now = QDateTime(QDate(2024, 2, 29), QTime(9, 5, 7)).toMSecsSinceEpoch();
 const std::string nowText = "Thu, 29 Feb 2024 09:05:7";
 
 std::string text(const QByteArray &bytes)

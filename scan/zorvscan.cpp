@@ -24,8 +24,6 @@ static const char ownFamily[] = "Kelta";
 // but the time a datagram takes.
 static const int maximalConnections = 16;
 
-static const int maximalDatagramSize = 65536; // bytes
-
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalBacklog = 1000;
 
@@ -51,7 +49,6 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_hasNewcomer(false)
     , m_registrySize(0)
 {
-    m_received.reserve(maximalDatagramSize);
     m_sinceFullWarning.invalidate(); // Qt 4 does not
     subscribeToConnman();
     setupMulticast();
@@ -181,19 +178,13 @@ void ZorvScan::checkDevices()
 // Without asking first: after a damaged datagram Qt reports no other one before somebody reads.
 bool ZorvScan::receive()
 {
-    m_received.resize(maximalDatagramSize);
-    const int size = int(m_socket->readDatagram(m_received.data(), m_received.size()));
-    m_received.resize(qMax(size, 0));
-    return size > 0;
+    return m_received.setSize(int(m_socket->readDatagram(m_received.bytes(), DatagramBuffer::Size)));
 }
 
 // Without Qt, at a tenth of its cost. Once Qt has read, it reports the next datagram whoever reads this one.
 bool ZorvScan::receiveMore()
 {
-    m_received.resize(maximalDatagramSize);
-    const int size = int(recv(int(m_socket->socketDescriptor()), m_received.data(), size_t(m_received.size()), 0));
-    m_received.resize(qMax(size, 0));
-    return size > 0;
+    return m_received.setSize(int(recv(int(m_socket->socketDescriptor()), m_received.bytes(), DatagramBuffer::Size, 0)));
 }
 
 void ZorvScan::pendingDatagrams()
@@ -215,23 +206,23 @@ void ZorvScan::takeBacklog()
 
 void ZorvScan::takeIn()
 {
-    const announcement::Place uuid = announcement::uuidIn(m_received);
+    const announcement::Place uuid = announcement::uuidIn(m_received.datagram());
     if (uuid.size > 0)
-        refresh(m_received.constData() + uuid.begin, uuid.size);
+        refresh(m_received.datagram().constData() + uuid.begin, uuid.size);
 }
 
 // Nearly every device says the same every time: then only its time is new.
 void ZorvScan::refresh(const char *uuid, int size)
 {
     const quint64 hash = DeviceIndex::hashOf(uuid, size);
-    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(hash, m_received)) {
+    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(hash, m_received.datagram())) {
         unchanged->lastSeen = QDateTime::currentMSecsSinceEpoch();
         return;
     }
     const QString name = QString::fromLatin1(uuid, size);
     if (DeviceIndex::Entry *known = m_devices.find(hash, name))
         replaceText(known);
-    else if (m_devices.size() < maximalDevices && m_registrySize + m_received.size() <= maximalRegistrySize)
+    else if (m_devices.size() < maximalDevices && m_registrySize + m_received.datagram().size() <= maximalRegistrySize)
         add(hash, name);
     else
         warnOfFullRegistry();
@@ -239,7 +230,7 @@ void ZorvScan::refresh(const char *uuid, int size)
 
 void ZorvScan::add(quint64 hash, const QString &uuid)
 {
-    ZorvDevice *device = new ZorvDevice(uuid, m_received, m_interval, this);
+    ZorvDevice *device = new ZorvDevice(uuid, m_received.datagram(), m_interval, this);
     const DeviceIndex::Entry entry = { device, device->text(), QDateTime::currentMSecsSinceEpoch() };
     m_devices.insert(hash, entry);
     m_registrySize += entry.text.size();
@@ -249,14 +240,14 @@ void ZorvScan::add(quint64 hash, const QString &uuid)
 // A known device never expires for want of room, at the worst its last announcement stays.
 void ZorvScan::replaceText(DeviceIndex::Entry *known)
 {
-    const int size = m_received.size();
+    const int size = m_received.datagram().size();
     const int oldSize = known->text.size();
     known->lastSeen = QDateTime::currentMSecsSinceEpoch();
     if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
         warnOfFullRegistry();
         return;
     }
-    known->device->update(m_received);
+    known->device->update(m_received.datagram());
     known->text = known->device->text();
     m_registrySize += size - oldSize;
 }

@@ -1,6 +1,7 @@
 #ifndef ZORVSCAN_H
 #define ZORVSCAN_H
 
+#include "datagrambuffer.h"
 #include "deviceindex.h"
 
 #include <QtCore/QByteArray>
@@ -80,7 +81,7 @@ private:
     const quint16 m_port;
     UpnpSettings *m_settings;
     int m_interval; // seconds
-    QByteArray m_received; // the datagram that is being taken in; its memory is kept for the next one
+    DatagramBuffer m_received; // with the datagram that is being taken in
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()

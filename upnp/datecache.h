@@ -2,14 +2,13 @@
 #define DATECACHE_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 
 // The date of a message that is sent often: formatting one costs more than all the rest of the message, so each second's
 // text is made once. It follows the wall clock wherever that goes, backwards too.
 class DateCache
 {
 public:
-    typedef QByteArray (*Format)(const QDateTime &local);
+    typedef QByteArray (*Format)(qint64 moment);
 
     explicit DateCache(Format format);
 

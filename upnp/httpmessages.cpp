@@ -1,6 +1,6 @@
 #include "httpmessages.h"
 
-#include <QtCore/QString>
+#include "localdate.h"
 
 #include <cstring>
 
@@ -26,9 +26,9 @@ Request parseRequestLine(const QByteArray &line)
     return request;
 }
 
-QByteArray dateText(const QDateTime &now)
+QByteArray dateText(qint64 now)
 {
-    return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:ss")).toLocal8Bit();
+    return localdate::text(now, localdate::TwoDigits, localdate::Local8Bit);
 }
 
 QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QByteArray &date)

@@ -2,7 +2,6 @@
 #define HTTPMESSAGES_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 
 // What the description server reads and writes: the little of HTTP/1.1 (RFC 2616) that it needs. Its departures
 // from the standard are meant and are held by tst_httpmessages.
@@ -19,8 +18,8 @@ struct Request
 // and line feeds parts the words; a tab does not. A missing word is empty.
 Request parseRequestLine(const QByteArray &line);
 
-// The text of a Date field, from the local time.
-QByteArray dateText(const QDateTime &now);
+// The text of a Date field at a moment, in milliseconds since 1970 (UTC).
+QByteArray dateText(qint64 now);
 
 // All that stands before the body. serverHeader and date are 8-bit texts, copied as they are.
 QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QByteArray &date);

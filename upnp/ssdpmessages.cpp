@@ -1,6 +1,6 @@
 #include "ssdpmessages.h"
 
-#include <QtCore/QString>
+#include "localdate.h"
 
 #include <cstring>
 
@@ -9,15 +9,10 @@ namespace ssdp
 
 static const char usnPrefix[] = "uuid:Upnp-BasicDevice-1_0-";
 
-static QByteArray announcementDate(const QDateTime &now)
-{
-    return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:ss")).toUtf8();
-}
-
 // Meant: seconds below ten have one digit here (tst_ssdpmessages).
-QByteArray answerDate(const QDateTime &now)
+QByteArray answerDate(qint64 now)
 {
-    return now.toString(QLatin1String("ddd, dd MMM yyyy hh:mm:s")).toLocal8Bit();
+    return localdate::text(now, localdate::NoLeadingZero, localdate::Local8Bit);
 }
 
 // Meant: ST where the standard has NT (tst_ssdpmessages).
@@ -27,7 +22,7 @@ static QByteArray notify(const Announcement &a, const char *usnBeginning, const 
     m.reserve(512);
     m += "NOTIFY * HTTP/1.1\r\n";
     m.append("HOST:").append(a.multicastUrl).append("\r\n");
-    m.append("DATE: ").append(announcementDate(a.now)).append("\r\n");
+    m.append("DATE: ").append(localdate::text(a.now, localdate::TwoDigits, localdate::Utf8)).append("\r\n");
     m += "CACHE-CONTROL:max-age=1810\r\n";
     m.append("LOCATION:").append(a.httpUrl).append("rootDesc.xml\r\n");
     m.append("SERVER: ").append(a.serverHeader).append("\r\n");

@@ -2,7 +2,6 @@
 #define SSDPMESSAGES_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 
 #include <functional>
 
@@ -21,7 +20,7 @@ struct Announcement
     QByteArray httpUrl; // "http://192.168.1.20:8200/"
     QByteArray serverHeader; // "Kelta/1.4.2, UPnP/1.0"
     QByteArray uuid; // without any prefix
-    QDateTime now; // local time
+    qint64 now; // milliseconds since 1970 (UTC)
 };
 
 QByteArray alive(const Announcement &announcement);
@@ -38,8 +37,8 @@ struct Answer
     QByteArray date; // answerDate()
 };
 
-// The date of an answer, from the local time.
-QByteArray answerDate(const QDateTime &now);
+// The date of an answer at a moment, in milliseconds since 1970 (UTC).
+QByteArray answerDate(qint64 now);
 
 QByteArray rootDeviceAnswer(const Answer &answer);
 QByteArray uuidAnswer(const Answer &answer);

@@ -8,7 +8,6 @@
 #include "rootdesc.h"
 #include "upnpsettings.h"
 
-#include <QtCore/QDateTime>
 #include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimerEvent>

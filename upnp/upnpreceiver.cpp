@@ -5,6 +5,7 @@
 #include "upnpsettings.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDateTime>
 #include <QtCore/QDebug>
 #include <QtCore/QSocketNotifier>
 #include <QtNetwork/QNetworkInterface>
@@ -17,8 +18,6 @@ static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
 
-static const int maximalDatagramSize = 65536; // bytes
-
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalDatagramsPerPass = 1000;
 
@@ -28,7 +27,6 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , settings(deviceSettings)
     , termNotifier(nullptr)
     , joinResult(1)
-    , m_receiveBuffer(maximalDatagramSize, Qt::Uninitialized)
     , m_answerDate(ssdp::answerDate)
 {
     udpSocket->bind(qtcompat::anyIPv4<QHostAddress>(), settings->getUdpPort(), QUdpSocket::ShareAddress);
@@ -75,7 +73,7 @@ void UpnpReceiver::setupMulticast()
 ssdp::Announcement UpnpReceiver::announcementFor(const QHostAddress &address) const
 {
     return ssdp::Announcement{ settings->getMulticastUrl(), settings->getHttpUrl(address), settings->getServerHeader(),
-        settings->getUuid(address), QDateTime::currentDateTime() };
+        settings->getUuid(address), QDateTime::currentMSecsSinceEpoch() };
 }
 
 void UpnpReceiver::multicast(const QByteArray &message)
@@ -103,13 +101,13 @@ void UpnpReceiver::sendByeBye()
 }
 
 // Receives without Qt, at a tenth of its cost. False when nothing is there.
-static bool receive(int descriptor, QByteArray *buffer, int *size, QHostAddress *sender, quint16 *port)
+static bool receive(int descriptor, DatagramBuffer *buffer, QHostAddress *sender, quint16 *port)
 {
     struct sockaddr_in from = {};
     socklen_t fromSize = sizeof from;
-    const ssize_t received = recvfrom(descriptor, buffer->data(), size_t(buffer->size()), 0,
+    const ssize_t received = recvfrom(descriptor, buffer->bytes(), DatagramBuffer::Size, 0,
         reinterpret_cast<struct sockaddr *>(&from), &fromSize);
-    *size = int(received);
+    buffer->setSize(int(received));
     sender->setAddress(ntohl(from.sin_addr.s_addr));
     *port = ntohs(from.sin_port);
     return received >= 0;
@@ -121,14 +119,15 @@ void UpnpReceiver::processDatagrams()
 {
     QHostAddress requester;
     quint16 port = 0;
-    int size = int(udpSocket->readDatagram(m_receiveBuffer.data(), m_receiveBuffer.size(), &requester, &port));
+    const int size = int(udpSocket->readDatagram(m_received.bytes(), DatagramBuffer::Size, &requester, &port));
     if (size < 0)
         return;
+    m_received.setSize(size);
     const int descriptor = int(udpSocket->socketDescriptor());
     int count = 0;
     do {
-        answer(QByteArray::fromRawData(m_receiveBuffer.constData(), size), requester, port);
-    } while (++count < maximalDatagramsPerPass && receive(descriptor, &m_receiveBuffer, &size, &requester, &port));
+        answer(m_received.datagram(), requester, port);
+    } while (++count < maximalDatagramsPerPass && receive(descriptor, &m_received, &requester, &port));
 }
 
 // Sends without Qt, at a tenth of its cost. The socket is bound to IPv4, so the receiver's address is one of those.

@@ -1,6 +1,7 @@
 #ifndef UPNPRECEIVER_H
 #define UPNPRECEIVER_H
 
+#include "datagrambuffer.h"
 #include "datecache.h"
 #include "ssdpmessages.h"
 
@@ -50,7 +51,7 @@ private:
     UpnpSettings *settings;
     QSocketNotifier *termNotifier;
     qint32 joinResult; // 0 once the group is joined
-    QByteArray m_receiveBuffer;
+    DatagramBuffer m_received;
     DateCache m_answerDate;
 };
 

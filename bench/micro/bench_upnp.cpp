@@ -10,7 +10,7 @@ namespace
 
 const QByteArray uuid = "9a1b0c7e-52f4-4d0b-8c6e-2f7d10a4b3c5";
 const QByteArray serverHeader = "Kelta/1.4.2, UPnP/1.0";
-const QDateTime now(QDate(2026, 11, 21), QTime(9, 5, 7));
+const qint64 now = Q_INT64_C(1795251907000);
 
 QByteArray search(const QByteArray &target)
 {

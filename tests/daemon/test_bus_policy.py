@@ -10,6 +10,7 @@ import xml.etree.ElementTree
 import dbus
 import dbus.lowlevel
 import pytest
+import shortlived
 
 from simdevice import namespaces as ns
 from simdevice import sandbox
@@ -184,7 +185,7 @@ def test_examples_work_for_anybody(device, program):
     reachable = shutil.copy(program, "/run/simdevice/example")
     interpreter = [PYTHON] if program.suffix == ".py" else []
     done = subprocess.run(["setpriv", f"--reuid={STRANGER}", f"--regid={STRANGER}", "--clear-groups", *interpreter, reachable],
-                          env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": device.bus.address}, capture_output=True, text=True,
+                          env=shortlived.environment(DBUS_SYSTEM_BUS_ADDRESS=device.bus.address), capture_output=True, text=True,
                           timeout=20)
     assert (done.stderr, done.stdout.split()) == ("", ["kelta", SERIAL, "Kelta", "1.4.2", ADDRESS])
 

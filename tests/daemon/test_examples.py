@@ -6,6 +6,7 @@ import pathlib
 import subprocess
 
 import pytest
+import shortlived
 
 from simdevice.device import default_program
 from simdevice.sandbox import PYTHON
@@ -24,8 +25,7 @@ def announcement(name: str, serial: str, address: str, expiration: int) -> bytes
 
 
 def on(host, command: list, bus: str = "") -> subprocess.CompletedProcess:
-    environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus}
-    return host.command(command, env=environment, check=False, timeout=20)
+    return host.command(command, env=shortlived.environment(DBUS_SYSTEM_BUS_ADDRESS=bus), check=False, timeout=20)
 
 
 @pytest.mark.parametrize("command", [[PYTHON, str(EXAMPLES / "list_devices.py")], [str(COMPILED)]],

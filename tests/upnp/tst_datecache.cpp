@@ -4,29 +4,24 @@
 
 static int formatted = 0;
 
-static QByteArray countedText(const QDateTime &local)
+static QByteArray countedText(qint64 time)
 {
     ++formatted;
-    return local.toString(QLatin1String("yyyy-MM-dd hh:mm:ss")).toLatin1();
+    return QDateTime::fromMSecsSinceEpoch(time).toString(QLatin1String("yyyy-MM-dd hh:mm:ss")).toLatin1();
 }
 
-static QByteArray noText(const QDateTime &)
+static QByteArray noText(qint64)
 {
     ++formatted;
     return QByteArray();
 }
 
-static QByteArray secondOfNow(const QDateTime &local)
+static QByteArray secondOfNow(qint64 time)
 {
-    return QByteArray::number(local.toMSecsSinceEpoch() / 1000);
+    return QByteArray::number(time / 1000);
 }
 
 static const qint64 moment = Q_INT64_C(1772625787) * 1000;
-
-static QByteArray textOf(qint64 time)
-{
-    return countedText(QDateTime::fromMSecsSinceEpoch(time));
-}
 
 class TestDateCache : public QObject
 {
@@ -50,15 +45,15 @@ void TestDateCache::textIsMadeOncePerSecond()
     for (int millisecond = 1; millisecond < 1000; ++millisecond)
         QCOMPARE(date.at(moment + millisecond), first);
     QCOMPARE(formatted, 1);
-    QCOMPARE(first, textOf(moment));
+    QCOMPARE(first, countedText(moment));
 }
 
 void TestDateCache::nextSecondHasAnotherText()
 {
     DateCache date(countedText);
-    QCOMPARE(date.at(moment + 999), textOf(moment));
-    QCOMPARE(date.at(moment + 1000), textOf(moment + 1000));
-    QVERIFY(textOf(moment) != textOf(moment + 1000));
+    QCOMPARE(date.at(moment + 999), countedText(moment));
+    QCOMPARE(date.at(moment + 1000), countedText(moment + 1000));
+    QVERIFY(countedText(moment) != countedText(moment + 1000));
 }
 
 void TestDateCache::clockThatJumpsIsFollowed_data()
@@ -76,14 +71,14 @@ void TestDateCache::clockThatJumpsIsFollowed()
     QFETCH(qint64, jump);
     DateCache date(countedText);
     date.at(moment);
-    QCOMPARE(date.at(moment + jump), textOf(moment + jump));
-    QCOMPARE(date.at(moment), textOf(moment));
+    QCOMPARE(date.at(moment + jump), countedText(moment + jump));
+    QCOMPARE(date.at(moment), countedText(moment));
 }
 
 void TestDateCache::firstSecondOf1970IsFormattedToo()
 {
     DateCache date(countedText);
-    QCOMPARE(date.at(0), textOf(0));
+    QCOMPARE(date.at(0), countedText(0));
     DateCache empty(noText);
     QCOMPARE(empty.at(0), QByteArray());
 }

@@ -7,7 +7,7 @@ static const char serverHeader[] = "Kelta/1.4.2, UPnP/1.0";
 
 static QByteArray marchFourth()
 {
-    return http::dateText(QDateTime(QDate(2026, 3, 4), QTime(9, 5, 7)));
+    return http::dateText(QDateTime(QDate(2026, 3, 4), QTime(9, 5, 7)).toMSecsSinceEpoch());
 }
 
 class TestHttpMessages : public QObject

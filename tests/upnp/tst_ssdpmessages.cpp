@@ -6,9 +6,9 @@
 static const char uuid[] = "4b1c9d3e-7a52-4f0e-9c1d-2f6f3a7b8e90";
 static const char otherUuid[] = "00000000-1111-2222-3333-444444444444";
 
-static QDateTime marchFourth(int hour, int minute, int second)
+static qint64 marchFourth(int hour, int minute, int second)
 {
-    return QDateTime(QDate(2026, 3, 4), QTime(hour, minute, second));
+    return QDateTime(QDate(2026, 3, 4), QTime(hour, minute, second)).toMSecsSinceEpoch();
 }
 
 static ssdp::Announcement announcement()
@@ -111,19 +111,19 @@ void TestSsdpMessages::valuesAreCopiedByteByByte()
 
 void TestSsdpMessages::secondsBelowTenKeepTwoDigitsInAnnouncements_data()
 {
-    QTest::addColumn<QDateTime>("now");
+    QTest::addColumn<qint64>("now");
     QTest::addColumn<QByteArray>("line");
 
     QTest::newRow("seven seconds") << marchFourth(12, 3, 7) << QByteArray("DATE: Wed, 04 Mar 2026 12:03:07\r");
     QTest::newRow("hour and minute below ten") << marchFourth(9, 5, 7) << QByteArray("DATE: Wed, 04 Mar 2026 09:05:07\r");
     QTest::newRow("no seconds") << marchFourth(9, 5, 0) << QByteArray("DATE: Wed, 04 Mar 2026 09:05:00\r");
     QTest::newRow("afternoon") << marchFourth(23, 59, 59) << QByteArray("DATE: Wed, 04 Mar 2026 23:59:59\r");
-    QTest::newRow("end of the year") << QDateTime(QDate(2027, 12, 31), QTime(0, 0, 10)) << QByteArray("DATE: Fri, 31 Dec 2027 00:00:10\r");
+    QTest::newRow("end of the year") << QDateTime(QDate(2027, 12, 31), QTime(0, 0, 10)).toMSecsSinceEpoch() << QByteArray("DATE: Fri, 31 Dec 2027 00:00:10\r");
 }
 
 void TestSsdpMessages::secondsBelowTenKeepTwoDigitsInAnnouncements()
 {
-    QFETCH(QDateTime, now);
+    QFETCH(qint64, now);
     QFETCH(QByteArray, line);
     ssdp::Announcement a = announcement();
     a.now = now;
@@ -134,7 +134,7 @@ void TestSsdpMessages::secondsBelowTenKeepTwoDigitsInAnnouncements()
 
 void TestSsdpMessages::secondsBelowTenKeepOneDigitInAnswers_data()
 {
-    QTest::addColumn<QDateTime>("now");
+    QTest::addColumn<qint64>("now");
     QTest::addColumn<QByteArray>("line");
 
     QTest::newRow("seven seconds") << marchFourth(12, 3, 7) << QByteArray("DATE: Wed, 04 Mar 2026 12:03:7\r");
@@ -146,7 +146,7 @@ void TestSsdpMessages::secondsBelowTenKeepOneDigitInAnswers_data()
 
 void TestSsdpMessages::secondsBelowTenKeepOneDigitInAnswers()
 {
-    QFETCH(QDateTime, now);
+    QFETCH(qint64, now);
     QFETCH(QByteArray, line);
     ssdp::Answer a = answer();
     a.date = ssdp::answerDate(now);

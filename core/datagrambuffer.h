@@ -1,0 +1,37 @@
+#ifndef DATAGRAMBUFFER_H
+#define DATAGRAMBUFFER_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QScopedPointer>
+
+// Room for the longest datagram, used again for each. Of its 64 KiB only those pages take memory that a datagram has
+// filled; so it is no QByteArray, which writes behind its last byte.
+class DatagramBuffer
+{
+public:
+    enum { Size = 65536 }; // bytes
+
+    DatagramBuffer()
+        : m_bytes(new char[Size])
+    {
+    }
+
+    // Where to receive to.
+    char *bytes() { return m_bytes.data(); }
+    // To be called with what was received: a number of bytes, or -1. False if there is no datagram, or an empty one.
+    bool setSize(int size)
+    {
+        m_datagram.setRawData(m_bytes.data(), uint(qMax(size, 0)));
+        return size > 0;
+    }
+    // Not a copy: what is kept longer than to the next datagram has to be one.
+    const QByteArray &datagram() const { return m_datagram; }
+
+private:
+    Q_DISABLE_COPY(DatagramBuffer)
+
+    QScopedArrayPointer<char> m_bytes;
+    QByteArray m_datagram;
+};
+
+#endif

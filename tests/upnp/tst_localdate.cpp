@@ -1,0 +1,109 @@
+// The dates of messages are those of QDateTime, in whatever language. Runs once more in a German environment.
+#include "localdate.h"
+
+#include <QtCore/QDateTime>
+#include <QtTest/QtTest>
+
+#include <ctime>
+
+static const qint64 second = 1000; // ms
+static const qint64 hour = 3600 * second;
+static const qint64 day = 24 * hour;
+static const qint64 newYear2026 = Q_INT64_C(1767225600000);
+
+static QString qtText(qint64 moment, const char *format)
+{
+    return QDateTime::fromMSecsSinceEpoch(moment).toString(QLatin1String(format));
+}
+
+static void compareWithQt(qint64 moment)
+{
+    const QString long_ = qtText(moment, "ddd, dd MMM yyyy hh:mm:ss");
+    const QString short_ = qtText(moment, "ddd, dd MMM yyyy hh:mm:s");
+    QCOMPARE(localdate::text(moment, localdate::TwoDigits, localdate::Utf8), long_.toUtf8());
+    QCOMPARE(localdate::text(moment, localdate::TwoDigits, localdate::Local8Bit), long_.toLocal8Bit());
+    QCOMPARE(localdate::text(moment, localdate::NoLeadingZero, localdate::Utf8), short_.toUtf8());
+    QCOMPARE(localdate::text(moment, localdate::NoLeadingZero, localdate::Local8Bit), short_.toLocal8Bit());
+}
+
+static void live(const char *timeZone)
+{
+    qputenv("TZ", timeZone);
+    tzset();
+}
+
+class TestLocalDate : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup() { live("UTC"); }
+
+    void everyDayOfFourYears();
+    void everySecondOfAMinute();
+    void everyHourOfADay();
+    void yearsToCome();
+    void partsOfASecondAreCut();
+    void summerTimeBeginsAndEnds();
+    void changeOfTheTimeZoneIsFollowed();
+    void namesAreInTheLanguageOfTheSystem();
+};
+
+void TestLocalDate::everyDayOfFourYears()
+{
+    for (int i = 0; i < 4 * 366; ++i)
+        compareWithQt(newYear2026 + i * day);
+}
+
+void TestLocalDate::everySecondOfAMinute()
+{
+    for (int i = 0; i < 60; ++i)
+        compareWithQt(newYear2026 + i * second);
+}
+
+void TestLocalDate::everyHourOfADay()
+{
+    for (int i = 0; i < 24; ++i)
+        compareWithQt(newYear2026 + i * hour + 61 * second);
+}
+
+void TestLocalDate::yearsToCome()
+{
+    compareWithQt(0);
+    for (int i = 0; i < 200; ++i)
+        compareWithQt(newYear2026 + i * 365 * day);
+}
+
+void TestLocalDate::partsOfASecondAreCut()
+{
+    compareWithQt(newYear2026 + 1);
+    compareWithQt(newYear2026 + 999);
+}
+
+void TestLocalDate::summerTimeBeginsAndEnds()
+{
+    live("CET-1CEST,M3.5.0,M10.5.0/3");
+    for (int i = 0; i < 365 * 24; ++i)
+        compareWithQt(newYear2026 + i * hour);
+}
+
+void TestLocalDate::changeOfTheTimeZoneIsFollowed()
+{
+    live("UTC");
+    const QByteArray before = localdate::text(newYear2026, localdate::TwoDigits, localdate::Utf8);
+    QVERIFY(before.endsWith("00:00:00"));
+    qputenv("TZ", "EST5");
+    const QByteArray after = localdate::text(newYear2026, localdate::TwoDigits, localdate::Utf8);
+    QVERIFY(after.endsWith("19:00:00"));
+}
+
+void TestLocalDate::namesAreInTheLanguageOfTheSystem()
+{
+    const bool isGerman = qgetenv("LC_ALL").startsWith("de");
+    const QByteArray text = localdate::text(newYear2026 + 9 * 31 * day, localdate::TwoDigits, localdate::Utf8);
+    QCOMPARE(text.contains("Oct"), !isGerman);
+    QCOMPARE(text.contains("Okt"), isGerman);
+}
+
+QTEST_APPLESS_MAIN(TestLocalDate)
+#include "tst_localdate.moc"

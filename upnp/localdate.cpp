@@ -1,0 +1,82 @@
+#include "localdate.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace
+{
+
+// The first that is set decides, as everywhere in a POSIX system.
+QByteArray timeLocale()
+{
+    static const char *const variables[] = { "LC_ALL", "LC_TIME", "LANG" };
+    for (const char *variable : variables) {
+        const char *const value = std::getenv(variable);
+        if (value && *value)
+            return value;
+    }
+    return "C";
+}
+
+bool isPosixLocale()
+{
+    const QByteArray locale = timeLocale();
+    const QByteArray name = locale.left(int(std::strcspn(locale.constData(), ".@")));
+    return name == "C" || name == "POSIX";
+}
+
+void appendTwoDigits(QByteArray *text, int number)
+{
+    *text += char('0' + number / 10);
+    *text += char('0' + number % 10);
+}
+
+// What Qt writes in that locale, without its tables of all others: those would be a tenth of the daemon's memory.
+QByteArray posixText(const std::tm &time, localdate::Seconds seconds)
+{
+    static const char days[] = "SunMonTueWedThuFriSat";
+    static const char months[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    const int nameSize = 3;
+
+    QByteArray text;
+    text.reserve(32);
+    text.append(days + time.tm_wday * nameSize, nameSize).append(", ");
+    appendTwoDigits(&text, time.tm_mday);
+    text.append(' ').append(months + time.tm_mon * nameSize, nameSize).append(' ');
+    appendTwoDigits(&text, (time.tm_year + 1900) / 100);
+    appendTwoDigits(&text, time.tm_year % 100);
+    text += ' ';
+    appendTwoDigits(&text, time.tm_hour);
+    text += ':';
+    appendTwoDigits(&text, time.tm_min);
+    text += ':';
+    if (seconds == localdate::NoLeadingZero && time.tm_sec < 10)
+        text += char('0' + time.tm_sec);
+    else
+        appendTwoDigits(&text, time.tm_sec);
+    return text;
+}
+
+QByteArray qtText(qint64 moment, localdate::Seconds seconds, localdate::Encoding encoding)
+{
+    const char *const format = seconds == localdate::TwoDigits ? "ddd, dd MMM yyyy hh:mm:ss" : "ddd, dd MMM yyyy hh:mm:s";
+    const QString text = QDateTime::fromMSecsSinceEpoch(moment).toString(QLatin1String(format));
+    return encoding == localdate::Utf8 ? text.toUtf8() : text.toLocal8Bit();
+}
+
+} // namespace
+
+QByteArray localdate::text(qint64 moment, Seconds seconds, Encoding encoding)
+{
+    static const bool isPosix = isPosixLocale();
+    const std::time_t second = std::time_t(moment / 1000);
+    std::tm time = {};
+    tzset(); // localtime_r() alone would not notice another time zone
+    if (!isPosix || !localtime_r(&second, &time))
+        return qtText(moment, seconds, encoding);
+    return posixText(time, seconds);
+}
