@@ -260,11 +260,13 @@ int JsonLexer::lex()
 {
     if (m_symbolValue.isValid())
         m_symbolValue.clear();
-    skipWhiteSpace();
+    const ushort *const text = units(m_text);
+    if (m_pos < m_text.size() && text[m_pos] <= ' ')
+        skipWhiteSpace();
     if (m_pos >= m_text.size())
         return JsonGrammar::EOF_SYMBOL;
 
-    const ushort c = units(m_text)[m_pos];
+    const ushort c = text[m_pos];
     switch (c) {
     case ',':
         ++m_pos;

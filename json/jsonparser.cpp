@@ -33,6 +33,9 @@ namespace
 
 const int noToken = -1;
 
+// What a place in a map or list is made with. Copying it takes less than making and destroying another one.
+const QVariant nothing;
+
 inline bool needsToken(int state)
 {
     return JsonGrammar::action_index[state] != -JsonGrammar::TERMINAL_COUNT;
@@ -49,6 +52,14 @@ QString expectation(int state)
     if (names.isEmpty() || names.size() > 2)
         return QString();
     return QLatin1String("Expected ") + names.join(QLatin1String(", "));
+}
+
+// Value: null, Object, Array, number or string. Where they stand, the value already is: nothing is to be done.
+inline bool isInPlace(int rule)
+{
+    const int first = 7;
+    const int last = 11;
+    return rule >= first && rule <= last;
 }
 
 } // namespace
@@ -139,7 +150,8 @@ inline int JsonParser::reduce(int rule)
     m_top -= JsonGrammar::rhs[rule];
     const int symbol = JsonGrammar::lhs[rule] - JsonGrammar::TERMINAL_COUNT;
     const int state = push(JsonGrammar::nt_action(m_states[m_top], symbol));
-    runAction(rule);
+    if (!isInPlace(rule))
+        runAction(rule);
     return state;
 }
 
@@ -197,7 +209,6 @@ inline void JsonParser::runAction(int rule)
     case 15:
         m_lists[slot].clear();
         break;
-    // Value: null, Object, Array, number, string. The value is there already.
     default:
         break;
     }
@@ -207,14 +218,15 @@ inline void JsonParser::runAction(int rule)
 inline void JsonParser::insertMember(int slot, int key)
 {
     const QString &name = *static_cast<const QString *>(m_values[key].constData());
-    m_maps[slot].insert(name, QVariant()).value().swap(m_values[key + 2]);
+    m_maps[slot].insert(name, nothing).value().swap(m_values[key + 2]);
     m_values[key].clear();
 }
 
 inline void JsonParser::appendElement(int slot, int element)
 {
-    m_lists[slot].append(QVariant());
-    m_lists[slot].last().swap(m_values[element]);
+    QVariantList &list = m_lists[slot];
+    list.append(nothing);
+    list.last().swap(m_values[element]);
 }
 
 bool JsonParser::fail(const JsonLexer *lexer, const QString &message)
