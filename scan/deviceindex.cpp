@@ -11,7 +11,7 @@ static quint64 secretNumber()
 {
     quint64 number = 0;
     if (const unsigned long random = getauxval(AT_RANDOM))
-        std::memcpy(&number, reinterpret_cast<const void *>(random), sizeof number);
+        std::memcpy(&number, reinterpret_cast<const void *>(random), sizeof number); // NOLINT(performance-no-int-to-ptr)
     return number;
 }
 

@@ -38,15 +38,14 @@ void appendTwoDigits(QByteArray *text, int number)
 // What Qt writes in that locale, without its tables of all others: those would be a tenth of the daemon's memory.
 QByteArray posixText(const std::tm &time, localdate::Seconds seconds)
 {
-    static const char days[] = "SunMonTueWedThuFriSat";
-    static const char months[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    const int nameSize = 3;
+    static const char days[][4] = { "Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat" };
+    static const char months[][4] = { "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
 
     QByteArray text;
     text.reserve(32);
-    text.append(days + time.tm_wday * nameSize, nameSize).append(", ");
+    text.append(days[time.tm_wday]).append(", ");
     appendTwoDigits(&text, time.tm_mday);
-    text.append(' ').append(months + time.tm_mon * nameSize, nameSize).append(' ');
+    text.append(' ').append(months[time.tm_mon]).append(' ');
     appendTwoDigits(&text, (time.tm_year + 1900) / 100);
     appendTwoDigits(&text, time.tm_year % 100);
     text += ' ';
