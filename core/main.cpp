@@ -12,8 +12,10 @@
 #include <QtCore/QCoreApplication>
 #include <QtDBus/QDBusConnection>
 
-#include <malloc.h>
 #include <syslog.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 static const char busName[] = DEVICE_BUS_NAME;
 static const int announcementInterval = 10; // seconds

@@ -2,31 +2,10 @@
 
 #include "zorvdevice.h"
 
-#include <cstring>
-
-#include <sys/auxv.h>
-
-// Some of the random bytes that the kernel gives every process
-static quint64 secretNumber()
+// The same text names the same device, so of the uuid its hash is enough.
+DeviceIndex::Entry *DeviceIndex::findUnchanged(const QByteArray &uuid, const QByteArray &text)
 {
-    quint64 number = 0;
-    if (const unsigned long random = getauxval(AT_RANDOM))
-        std::memcpy(&number, reinterpret_cast<const void *>(random), sizeof number); // NOLINT(performance-no-int-to-ptr)
-    return number;
-}
-
-// FNV-1a with a basis of its own (draft-eastlake-fnv)
-quint64 DeviceIndex::hashOf(const char *uuid, int size)
-{
-    static const quint64 basis = Q_UINT64_C(0xcbf29ce484222325) ^ secretNumber();
-    quint64 hash = basis;
-    for (int i = 0; i < size; ++i)
-        hash = (hash ^ uchar(uuid[i])) * Q_UINT64_C(0x100000001b3);
-    return hash;
-}
-
-DeviceIndex::Entry *DeviceIndex::findUnchanged(quint64 hash, const QByteArray &text)
-{
+    const uint hash = qHash(uuid);
     for (Entries::iterator i = m_entries.find(hash); i != m_entries.end() && i.key() == hash; ++i) {
         if (i.value().text == text)
             return &i.value();
@@ -34,37 +13,35 @@ DeviceIndex::Entry *DeviceIndex::findUnchanged(quint64 hash, const QByteArray &t
     return nullptr;
 }
 
-DeviceIndex::Entry *DeviceIndex::find(quint64 hash, const QString &uuid)
+DeviceIndex::Entry *DeviceIndex::find(const QByteArray &uuid)
 {
+    const uint hash = qHash(uuid);
+    const QString name = QString::fromLatin1(uuid.constData(), uuid.size());
     for (Entries::iterator i = m_entries.find(hash); i != m_entries.end() && i.key() == hash; ++i) {
-        if (i.value().device->objectName() == uuid)
+        if (i.value().device->objectName() == name)
             return &i.value();
     }
     return nullptr;
 }
 
-void DeviceIndex::insert(quint64 hash, const Entry &entry)
+void DeviceIndex::insert(const QByteArray &uuid, ZorvDevice *device)
 {
-    m_entries.insert(hash, entry);
+    const Entry entry = { device, device->text(), 0 };
+    device->keepLastSeenAt(&m_entries.insert(qHash(uuid), entry).value().lastSeen);
 }
 
-// It is no ZorvDevice any more, but still has its name.
-int DeviceIndex::remove(const QObject *device)
+// One that is being destroyed is no ZorvDevice any more, but still has its name.
+int DeviceIndex::remove(QObject *device)
 {
-    const QByteArray uuid = device->objectName().toLatin1();
-    const quint64 hash = hashOf(uuid.constData(), uuid.size());
+    const uint hash = qHash(device->objectName().toLatin1());
     for (Entries::iterator i = m_entries.find(hash); i != m_entries.end() && i.key() == hash; ++i) {
-        if (i.value().device == device) {
-            const int textSize = i.value().text.size();
-            m_entries.erase(i);
-            return textSize;
-        }
+        if (i.value().device != device)
+            continue;
+        if (ZorvDevice *living = qobject_cast<ZorvDevice *>(device))
+            living->keepLastSeenAt(nullptr);
+        const int textSize = i.value().text.size();
+        m_entries.erase(i);
+        return textSize;
     }
     return 0;
-}
-
-void DeviceIndex::tellLastSeen() const
-{
-    for (Entries::const_iterator i = m_entries.constBegin(); i != m_entries.constEnd(); ++i)
-        i.value().device->touch(i.value().lastSeen);
 }

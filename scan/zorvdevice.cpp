@@ -111,7 +111,8 @@ static int threeTimes(int seconds)
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
     , m_raw(json.constData(), json.size())
-    , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
+    , m_ownLastSeen(QDateTime::currentMSecsSinceEpoch())
+    , m_lastSeen(&m_ownLastSeen)
     , m_expiration(defaultExpiration)
     , m_hasNoValues(false)
     , m_summarySize(0)
@@ -137,17 +138,24 @@ void ZorvDevice::update(const QByteArray &json)
 {
     forgetParsed();
     m_raw = QByteArray(json.constData(), json.size());
-    touch(QDateTime::currentMSecsSinceEpoch());
+    touch();
 }
 
-void ZorvDevice::touch(qint64 moment)
+void ZorvDevice::touch()
 {
-    m_lastSeen = moment;
+    *m_lastSeen = QDateTime::currentMSecsSinceEpoch();
+}
+
+void ZorvDevice::keepLastSeenAt(qint64 *place)
+{
+    qint64 *const newPlace = place ? place : &m_ownLastSeen;
+    *newPlace = *m_lastSeen;
+    m_lastSeen = newPlace;
 }
 
 void ZorvDevice::checkExpired()
 {
-    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
+    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - *m_lastSeen) / 1000;
     if (wholeSeconds > m_expiration)
         deleteLater();
 }

@@ -23,8 +23,12 @@ public:
     // The device announced itself again. The expiration stays that of the first announcement. The text is copied.
     void update(const QByteArray &json);
 
-    // The device announced itself again at this moment (milliseconds since 1970), and the last announcement stays.
-    void touch(qint64 moment);
+    // The device announced itself again, and the last announcement stays.
+    void touch();
+
+    // Keeps the time of the last announcement (milliseconds since 1970) there from now on, as long as the object lives or
+    // until told otherwise; null: in the object again, as at first.
+    void keepLastSeenAt(qint64 *place);
 
     // The last announcement.
     QByteArray text() const { return m_raw; }
@@ -56,7 +60,8 @@ private:
     static int s_summariesSize; // bytes that all kept summaries take in messages
 
     QByteArray m_raw;
-    qint64 m_lastSeen; // milliseconds since 1970
+    qint64 m_ownLastSeen;
+    qint64 *m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
     QVariantMap m_parsed; // empty until a value is asked for
     bool m_hasNoValues; // the last announcement was found to be no object, or not to parse

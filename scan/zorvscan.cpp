@@ -1,7 +1,6 @@
 #include "zorvscan.h"
 
 #include "announcement.h"
-#include "backlogreader.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
 #include "upnpsettings.h"
@@ -38,14 +37,13 @@ static const int maximalReplySize = 24 * 1024 * 1024;
 ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent)
     : QObject(parent)
     , m_socket(new QUdpSocket(this))
-    , m_backlogReader(new BacklogReader(this, m_socket))
     , m_group(QLatin1String(groupAddress))
     , m_port(announcementPort)
     , m_settings(deviceSettings)
     , m_interval(announcementInterval)
     , m_multicastPending(true)
     , m_connections(0)
-    , m_mayHaveBacklog(false)
+    , m_callsOfReport(0)
     , m_hasNewcomer(false)
     , m_registrySize(0)
 {
@@ -91,7 +89,6 @@ int ZorvScan::setupMulticast()
         return -3;
     }
     m_connections = qMin(m_connections + 1, maximalConnections);
-    m_backlogReader->moveLast();
     m_multicastPending = false;
     // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
     pendingDatagrams();
@@ -167,7 +164,6 @@ void ZorvScan::timerEvent(QTimerEvent *)
 
 void ZorvScan::checkDevices()
 {
-    m_devices.tellLastSeen();
     const QObjectList snapshot = children();
     for (int i = 0; i < snapshot.size(); ++i) {
         if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
@@ -189,51 +185,53 @@ bool ZorvScan::receiveMore()
 
 void ZorvScan::pendingDatagrams()
 {
-    m_mayHaveBacklog = receive();
-    if (m_mayHaveBacklog)
+    const bool hasReceived = receive();
+    if (hasReceived)
         takeIn();
+    if (sender() != m_socket || ++m_callsOfReport < m_connections)
+        return;
+    m_callsOfReport = 0;
+    if (hasReceived)
+        takeBacklog();
+    m_hasNewcomer = false;
 }
 
+// So that a burst costs one turn of the event loop, not one for each datagram. It ends with a device that was not known:
+// its announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
 void ZorvScan::takeBacklog()
 {
-    for (int i = 0; i < maximalBacklog && m_mayHaveBacklog && !m_hasNewcomer; ++i) {
-        m_mayHaveBacklog = receiveMore();
-        if (m_mayHaveBacklog)
-            takeIn();
-    }
-    m_hasNewcomer = false;
+    for (int i = 0; i < maximalBacklog && !m_hasNewcomer && receiveMore(); ++i)
+        takeIn();
 }
 
 void ZorvScan::takeIn()
 {
     const announcement::Place uuid = announcement::uuidIn(m_received.datagram());
-    if (uuid.size > 0)
-        refresh(m_received.datagram().constData() + uuid.begin, uuid.size);
+    if (uuid.size == 0)
+        return;
+    m_uuid.setRawData(m_received.datagram().constData() + uuid.begin, uint(uuid.size));
+    refresh();
 }
 
 // Nearly every device says the same every time: then only its time is new.
-void ZorvScan::refresh(const char *uuid, int size)
+void ZorvScan::refresh()
 {
-    const quint64 hash = DeviceIndex::hashOf(uuid, size);
-    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(hash, m_received.datagram())) {
+    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram()))
         unchanged->lastSeen = QDateTime::currentMSecsSinceEpoch();
-        return;
-    }
-    const QString name = QString::fromLatin1(uuid, size);
-    if (DeviceIndex::Entry *known = m_devices.find(hash, name))
+    else if (DeviceIndex::Entry *known = m_devices.find(m_uuid))
         replaceText(known);
     else if (m_devices.size() < maximalDevices && m_registrySize + m_received.datagram().size() <= maximalRegistrySize)
-        add(hash, name);
+        add();
     else
         warnOfFullRegistry();
 }
 
-void ZorvScan::add(quint64 hash, const QString &uuid)
+void ZorvScan::add()
 {
-    ZorvDevice *device = new ZorvDevice(uuid, m_received.datagram(), m_interval, this);
-    const DeviceIndex::Entry entry = { device, device->text(), QDateTime::currentMSecsSinceEpoch() };
-    m_devices.insert(hash, entry);
-    m_registrySize += entry.text.size();
+    const QString name = QString::fromLatin1(m_uuid.constData(), m_uuid.size());
+    ZorvDevice *device = new ZorvDevice(name, m_received.datagram(), m_interval, this);
+    m_devices.insert(m_uuid, device);
+    m_registrySize += device->text().size();
     m_hasNewcomer = true;
 }
 
@@ -242,8 +240,8 @@ void ZorvScan::replaceText(DeviceIndex::Entry *known)
 {
     const int size = m_received.datagram().size();
     const int oldSize = known->text.size();
-    known->lastSeen = QDateTime::currentMSecsSinceEpoch();
     if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
+        known->device->touch();
         warnOfFullRegistry();
         return;
     }

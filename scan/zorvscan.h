@@ -11,7 +11,6 @@
 #include <QtDBus/QDBusVariant>
 #include <QtNetwork/QHostAddress>
 
-class BacklogReader;
 class QUdpSocket;
 class UpnpSettings;
 
@@ -34,10 +33,6 @@ public:
     ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
     ~ZorvScan();
 
-    // Takes in what else lies in the socket after a report of it, up to the first device that was not known: its
-    // announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
-    void takeBacklog();
-
 public slots:
     // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
     // Returns 0, or -1 (port not bound), -2 (group not joined), -3 (not connected), each with a warning.
@@ -52,7 +47,8 @@ public slots:
     QVariantList allChilds(const QString &type);
     // The devices of the family "Kelta".
     QVariantList allChilds();
-    // Takes one received datagram, if there is one, into the registry.
+    // Takes one received datagram, if there is one, into the registry. The last call of a report of the socket goes on
+    // with what else waits there.
     void pendingDatagrams();
     // Builds the announcement anew from the settings; the next tick sends it.
     void configChanged();
@@ -69,24 +65,25 @@ private:
     bool receive();
     bool receiveMore();
     void takeIn();
-    void refresh(const char *uuid, int size);
-    void add(quint64 hash, const QString &uuid);
+    void takeBacklog();
+    void refresh();
+    void add();
     void replaceText(DeviceIndex::Entry *known);
     void warnOfFullRegistry();
     void checkDevices();
 
     QUdpSocket *m_socket;
-    BacklogReader *m_backlogReader;
     const QHostAddress m_group;
     const quint16 m_port;
     UpnpSettings *m_settings;
     int m_interval; // seconds
     DatagramBuffer m_received; // with the datagram that is being taken in
+    QByteArray m_uuid; // the part of it that names the device, not a copy
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
-    bool m_mayHaveBacklog; // the last call of pendingDatagrams() found a datagram
-    bool m_hasNewcomer; // a device was added since the last report of the socket
+    int m_callsOfReport; // of pendingDatagrams(), by the socket's present report
+    bool m_hasNewcomer; // a device was added, and the socket has not finished a report since
     DeviceIndex m_devices; // the children that are devices
     int m_registrySize; // bytes of all announcements kept
     QElapsedTimer m_sinceFullWarning;

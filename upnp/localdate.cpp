@@ -60,6 +60,18 @@ QByteArray posixText(const std::tm &time, localdate::Seconds seconds)
     return text;
 }
 
+// False when Qt has rules of its own: from 2038 on it takes the summer time of 2037, and it knows no leap seconds.
+bool toLocalTime(qint64 moment, std::tm *time)
+{
+    const qint64 startOf2038 = Q_INT64_C(2145916800000);
+    const qint64 aDay = 86400000; // for all time zones
+    if (moment < 0 || moment > startOf2038 - aDay)
+        return false;
+    const std::time_t second = std::time_t(moment / 1000);
+    tzset(); // localtime_r() alone would not notice another time zone
+    return localtime_r(&second, time) && time->tm_sec < 60;
+}
+
 QByteArray qtText(qint64 moment, localdate::Seconds seconds, localdate::Encoding encoding)
 {
     const char *const format = seconds == localdate::TwoDigits ? "ddd, dd MMM yyyy hh:mm:ss" : "ddd, dd MMM yyyy hh:mm:s";
@@ -72,10 +84,8 @@ QByteArray qtText(qint64 moment, localdate::Seconds seconds, localdate::Encoding
 QByteArray localdate::text(qint64 moment, Seconds seconds, Encoding encoding)
 {
     static const bool isPosix = isPosixLocale();
-    const std::time_t second = std::time_t(moment / 1000);
     std::tm time = {};
-    tzset(); // localtime_r() alone would not notice another time zone
-    if (!isPosix || !localtime_r(&second, &time))
-        return qtText(moment, seconds, encoding);
-    return posixText(time, seconds);
+    if (isPosix && toLocalTime(moment, &time))
+        return posixText(time, seconds);
+    return qtText(moment, seconds, encoding);
 }

@@ -201,7 +201,11 @@ private slots:
     void pendingDatagramsWithoutADatagram();
     void burstOfKnownDevicesIsOneReport();
     void newcomerEndsTheReport();
+    void burstWithSeveralConnections();
+    void emptyDatagramsOfABurst();
+    void longBurst();
     void unusableAndUsableAnnouncementTogether();
+    void refreshCountsAtOnce();
     void datagramsThatAreNone_data();
     void datagramsThatAreNone();
     void longestDatagram();
@@ -657,6 +661,77 @@ void tst_ZorvScan::newcomerEndsTheReport()
     QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "30").constData()));
     report(scan);
     QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "31").constData()));
+}
+
+// Each connection takes one, and the last of them the rest.
+void tst_ZorvScan::burstWithSeveralConnections()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    QCOMPARE(scan.setupMulticast(), 0);
+    QCOMPARE(scan.setupMulticast(), 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    report(scan);
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 30; i < 40; ++i)
+            QVERIFY(loopback.send(announcing("A", QByteArray::number(i))));
+        report(scan);
+        QVERIFY(!scan.findChild<QUdpSocket *>()->hasPendingDatagrams());
+        QCOMPARE(deviceNamed(scan, "A")->rawJson(), latin1(announcing("A", "39").constData()));
+    }
+}
+
+void tst_ZorvScan::emptyDatagramsOfABurst()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    for (int i = 30; i < 40; ++i) {
+        QVERIFY(loopback.send(QByteArray()));
+        QVERIFY(loopback.send(announcing("A", QByteArray::number(i))));
+        QVERIFY(loopback.send(QByteArray()));
+    }
+    QVERIFY(within(10000, [&] { return deviceNamed(scan, "A")->rawJson() == latin1(announcing("A", "39").constData()); }));
+}
+
+// More than fit into the socket by default: those that were lost come again.
+void tst_ZorvScan::longBurst()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    for (int i = 0; i < 5000; ++i)
+        QVERIFY(loopback.send(announcing("A", QByteArray::number(i))));
+    QVERIFY(within(10000, [&] {
+        return loopback.send(announcing("A", "22")) && deviceNamed(scan, "A")->rawJson() == latin1(announcing("A", "22").constData());
+    }));
+}
+
+// Not only at the next tick
+void tst_ZorvScan::refreshCountsAtOnce()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    loopback.feed(scan, announcing("B"));
+    fakeclock::advance(60000);
+    loopback.feed(scan, announcing("A"));
+    deviceNamed(scan, "B")->update(announcing("B", "23"));
+    fakeclock::advance(60000);
+    deviceNamed(scan, "A")->checkExpired();
+    deviceNamed(scan, "B")->checkExpired();
+    tick(scan);
+    reachEventLoop();
+    QVERIFY(deviceNamed(scan, "A"));
+    QVERIFY(deviceNamed(scan, "B"));
+    fakeclock::advance(7000);
+    deviceNamed(scan, "A")->checkExpired();
+    reachEventLoop();
+    QVERIFY(!deviceNamed(scan, "A"));
 }
 
 // The second one does not refresh the entry of the first, which is on its way out: it makes one that stays.
