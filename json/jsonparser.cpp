@@ -54,7 +54,7 @@ QString expectation(int state)
     return QLatin1String("Expected ") + names.join(QLatin1String(", "));
 }
 
-// Value: null, Object, Array, number or string. Where they stand, the value already is: nothing is to be done.
+// Value: null, Object, Array, number or string, the rules that runAction() has no case for: the value is in its place already.
 inline bool isInPlace(int rule)
 {
     const int first = 7;

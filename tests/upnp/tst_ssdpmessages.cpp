@@ -118,7 +118,8 @@ void TestSsdpMessages::secondsBelowTenKeepTwoDigitsInAnnouncements_data()
     QTest::newRow("hour and minute below ten") << marchFourth(9, 5, 7) << QByteArray("DATE: Wed, 04 Mar 2026 09:05:07\r");
     QTest::newRow("no seconds") << marchFourth(9, 5, 0) << QByteArray("DATE: Wed, 04 Mar 2026 09:05:00\r");
     QTest::newRow("afternoon") << marchFourth(23, 59, 59) << QByteArray("DATE: Wed, 04 Mar 2026 23:59:59\r");
-    QTest::newRow("end of the year") << QDateTime(QDate(2027, 12, 31), QTime(0, 0, 10)).toMSecsSinceEpoch() << QByteArray("DATE: Fri, 31 Dec 2027 00:00:10\r");
+    const QDateTime yearEnds(QDate(2027, 12, 31), QTime(0, 0, 10));
+    QTest::newRow("end of the year") << yearEnds.toMSecsSinceEpoch() << QByteArray("DATE: Fri, 31 Dec 2027 00:00:10\r");
 }
 
 void TestSsdpMessages::secondsBelowTenKeepTwoDigitsInAnnouncements()
