@@ -11,6 +11,7 @@ configure_file(packaging/sysusers.conf.in "${packaging}/upnpvelorn.conf" @ONLY)
 install(CODE "
     set(DEVICE_BUS_NAME \"${DEVICE_BUS_NAME}\")
     set(DEVICE_USER \"${DEVICE_USER}\")
+    set(SERVICE_DESCRIPTORS ${SERVICE_DESCRIPTORS})
     set(SBINDIR \"${CMAKE_INSTALL_SBINDIR}\")
     cmake_path(ABSOLUTE_PATH SBINDIR BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
     configure_file(\"${CMAKE_SOURCE_DIR}/packaging/upnpvelorn.service.in\" \"${packaging}/upnpvelorn.service\" @ONLY)")

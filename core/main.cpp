@@ -1,8 +1,10 @@
 #include "busloss.h"
 #include "debugmessages.h"
+#include "descriptorlimit.h"
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
+#include "qtcompat.h"
 #include "termsignal.h"
 #include "upnphttp.h"
 #include "upnpreceiver.h"
@@ -66,8 +68,9 @@ int main(int argc, char *argv[])
 {
     useQtEventLoop();
     openLog();
+    limitDescriptorsToEventLoop();
     // Before anything else exists, so that a second instance ends without having opened a socket.
-    if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {
+    if (!qtcompat::earlySystemBus<QDBusConnection>().registerService(QLatin1String(busName))) {
         kelta::keltalog.msg(QtCriticalMsg, "registering dbus connection failed.");
         return -1;
     }

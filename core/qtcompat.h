@@ -6,6 +6,13 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+#include <sys/resource.h>
+#if QT_VERSION < 0x050000
+#include <cstdio>
+#include <cstring>
+#include <sys/select.h>
+#endif
+
 namespace qtcompat
 {
 
@@ -55,6 +62,19 @@ inline int startExactTimer(QObject *object, int milliseconds)
     return object->startTimer(milliseconds, Qt::PreciseTimer);
 }
 
+// The system bus, connected to before there is an application object
+template <class Connection>
+inline Connection earlySystemBus()
+{
+    return Connection::systemBus();
+}
+
+// How many descriptors the event loop can watch: all, by poll(2).
+inline rlim_t maximalDescriptors()
+{
+    return RLIM_INFINITY;
+}
+
 // The parameter of QTcpServer::incomingConnection()
 typedef qintptr SocketDescriptor;
 
@@ -74,6 +94,40 @@ inline HostAddress anyIPv4()
 inline int startExactTimer(QObject *object, int milliseconds)
 {
     return object->startTimer(milliseconds);
+}
+
+// Qt 4 warns that there is no application object yet. Other messages pass.
+template <class Connection>
+inline Connection earlySystemBus()
+{
+    struct Handler
+    {
+        static QtMsgHandler &next()
+        {
+            static QtMsgHandler handler = nullptr;
+            return handler;
+        }
+
+        static void handle(QtMsgType type, const char *text)
+        {
+            if (std::strstr(text, "connection created before QCoreApplication"))
+                return;
+            if (next())
+                next()(type, text);
+            else
+                std::fprintf(stderr, "%s\n", text);
+        }
+    };
+    Handler::next() = qInstallMsgHandler(Handler::handle);
+    const Connection bus = Connection::systemBus();
+    qInstallMsgHandler(Handler::next());
+    return bus;
+}
+
+// select(2) writes beyond its sets for a higher descriptor than these.
+inline rlim_t maximalDescriptors()
+{
+    return FD_SETSIZE;
 }
 
 typedef int SocketDescriptor;

@@ -3,6 +3,7 @@
 #include "announcement.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
+#include "sharedport.h"
 #include "upnpsettings.h"
 #include "zorvdevice.h"
 
@@ -99,7 +100,7 @@ bool ZorvScan::bindPort()
 {
     if (m_socket->state() == QAbstractSocket::BoundState)
         return true;
-    if (m_socket->bind(qtcompat::anyIPv4<QHostAddress>(), m_port, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint))
+    if (bindShared(m_socket, m_port, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint))
         return true;
     qWarning("%s", m_socket->errorString().toLocal8Bit().constData());
     return false;

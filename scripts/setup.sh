@@ -37,6 +37,25 @@ install_packages() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+arm_machine="28 00" # as the head of an ELF file says it
+
+# machine_of ELF-FILE
+machine_of() { od -An -tx1 -j18 -N2 "$1" | xargs; }
+
+# require_qt4_kit PRESET MACHINE: QT4_KIT has to name a Qt 4.8 for it
+require_qt4_kit() {
+    local core
+    core=$("${QT4_KIT-}/bin/qmake" -query QT_INSTALL_LIBS 2>/dev/null)/libQtCore.so.4
+    if [ ! -e "$core" ]; then
+        echo "./test $1 needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake."
+        exit 1
+    fi
+    if [ "$(machine_of "$core")" != "$2" ]; then
+        echo "./test $1 needs a Qt 4.8 for another processor than that in QT4_KIT, $QT4_KIT."
+        exit 1
+    fi
+}
+
 # prepare_cross armhf|arm64: the compiler, the emulator and the libraries of a cross build
 prepare_cross() {
     local -n packages=$1_packages

@@ -1,6 +1,7 @@
 #include "upnpreceiver.h"
 
 #include "qtcompat.h"
+#include "sharedport.h"
 #include "termsignal.h"
 #include "upnpsettings.h"
 
@@ -29,7 +30,7 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , joinResult(1)
     , m_answerDate(ssdp::answerDate)
 {
-    udpSocket->bind(qtcompat::anyIPv4<QHostAddress>(), settings->getUdpPort(), QUdpSocket::ShareAddress);
+    bindShared(udpSocket, settings->getUdpPort(), QUdpSocket::ShareAddress);
     setupMulticast();
     connect(udpSocket, SIGNAL(readyRead()), this, SLOT(processDatagrams()));
     udpSocket->open(QIODevice::ReadWrite);

@@ -1,5 +1,7 @@
 """Fixtures for tests of the running daemon. Every test has its own network, bus and device."""
 
+import resource
+
 import pytest
 
 from simdevice import sandbox
@@ -90,3 +92,14 @@ def shared_peer(shared_lan):
 def ssdp(peer):
     """What the peer hears on the group for searches and announcements. Name it before `device` to hear all."""
     return peer.listen_ssdp()
+
+
+@pytest.fixture
+def many_descriptors():
+    """This process may have as many as the machine lets it."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    if hard < 5000:
+        pytest.skip("the machine gives too few descriptors")
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+    yield
+    resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))

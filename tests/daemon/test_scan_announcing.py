@@ -6,6 +6,7 @@ import time
 
 import pytest
 
+from qtversion import as_qt_writes
 from scanning import GROUP, PORT, scan, SERIAL
 from simdevice.controlpoint import ANNOUNCEMENTS
 from simdevice.device import ADDRESS
@@ -168,7 +169,8 @@ def test_ipv6_addresses_lose_their_scope(start_device, peer):
     listener = peer.listen_announcements()
     scan(device, "configChanged")
     text = next_announcement(device, listener)
-    entries = [b'{"address":"fe80::1","prefix":64}', b'{"address":"fd00::7","prefix":48}']
+    entries = [b'{"address":"%s","prefix":%d}' % (as_qt_writes(device, address).encode(), prefix)
+               for address, prefix in (("fe80::1", 64), ("fd00::7", 48))]
     orders = [b"[" + b",".join(order) + b"]" for order in (entries, entries[::-1])]
     order = orders[0] if orders[0] in text else orders[1]
     compare_bytes(text, expected_message(ANNOUNCEMENT).replace(b'"ipv6":[]', b'"ipv6":' + order))

@@ -1,6 +1,8 @@
 #include "jsonparser.h"
 #include "jsonreader.h"
 
+#include "qtversions.h"
+
 #include <QtTest>
 
 class tst_JsonReader : public QObject
@@ -75,7 +77,7 @@ QByteArray utf16(const QString &text, bool bigEndian)
 
 QByteArray utf32(const QString &text, bool bigEndian)
 {
-    return encoded(text.toUcs4(), 4, bigEndian);
+    return encoded(qtversions::toUcs4(text), 4, bigEndian);
 }
 
 const QByteArray utf8Mark("\xef\xbb\xbf", 3);
@@ -190,7 +192,8 @@ void tst_JsonReader::encodings()
     JsonReader reader;
     QVERIFY2(reader.parse(data), qPrintable(reader.errorString()));
     const QString inside = QString(QChar(0xe9)) + QChar(0x20ac) + QChar(0xfeff);
-    QCOMPARE(reader.result(), QVariant(QVariantList() << inside));
+    const bool isUtf32 = QByteArray(QTest::currentDataTag()).startsWith("UTF-32");
+    QCOMPARE(reader.result(), QVariant(QVariantList() << (isUtf32 ? qtversions::afterUtf32(inside) : inside)));
 }
 
 void tst_JsonReader::byteOrderMarkIsNotCountedInPositions_data()

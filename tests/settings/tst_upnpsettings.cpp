@@ -374,7 +374,7 @@ void TestUpnpSettings::unreadableKernelFileLeavesTheUuidEmpty()
     addLinkLocalAddress();
     QCOMPARE(m_settings->getUuid(nobody), QByteArray());
     QCOMPARE(m_settings->getUuid(linkLocalPeer), QByteArray("0"));
-    QCOMPARE(m_service->calls().mid(0, 4), QStringList() << text(readUuid) << text(readHostname) << text(readVersion) << text(readSerial));
+    QCOMPARE(QStringList(m_service->calls().mid(0, 4)), QStringList() << text(readUuid) << text(readHostname) << text(readVersion) << text(readSerial));
     QVERIFY(m_service->calls().last().startsWith(text("/network GetAll")));
     QCOMPARE(m_service->calls().size(), 5);
     QCOMPARE(log.warnings(), QStringList());
@@ -493,15 +493,17 @@ void TestUpnpSettings::changedHostNameFileIsFollowed()
     Listener listener(m_settings.data());
     CaughtLog log;
     QVERIFY(writeHostname("dev2"));
-    QVERIFY(waitFor([&] { return listener.seen.size() == 2; }));
-    QCOMPARE(listener.seen, QList<QByteArray>() << "aboutToChange dev1"
-                                                << "changed dev2");
-    QCOMPARE(log.lines(), QStringList(text("debug: new hostname: \"dev2\"")));
+    QVERIFY(waitFor([&] { return listener.seen.size() >= 2; }));
+    QVERIFY(listener.seen.size() == 2 || qtversions::mayReportAWriteTwice());
+    QCOMPARE(listener.seen.mid(0, 2), QList<QByteArray>() << "aboutToChange dev1"
+                                                          << "changed dev2");
+    QCOMPARE(log.lines().mid(0, 1), QList<QString>() << text("debug: new hostname: \"dev2\""));
+    QVERIFY(log.lines().size() == 1 || qtversions::mayReportAWriteTwice());
     QCOMPARE(m_settings->strHostname(), text("dev2"));
     // And again: the file stays watched.
     QVERIFY(writeHostname("dev3"));
-    QVERIFY(waitFor([&] { return listener.seen.size() == 4; }));
-    QCOMPARE(listener.seen.last(), QByteArray("changed dev3"));
+    QVERIFY(waitFor([&] { return listener.seen.last() == "changed dev3"; }));
+    QVERIFY(listener.seen.size() == 4 || qtversions::mayReportAWriteTwice());
 }
 
 void TestUpnpSettings::sameHostNameIsToldAgain()
@@ -510,9 +512,10 @@ void TestUpnpSettings::sameHostNameIsToldAgain()
     makeSettings();
     Listener listener(m_settings.data());
     QVERIFY(writeHostname("dev1"));
-    QVERIFY(waitFor([&] { return listener.seen.size() == 2; }));
-    QCOMPARE(listener.seen, QList<QByteArray>() << "aboutToChange dev1"
-                                                << "changed dev1");
+    QVERIFY(waitFor([&] { return listener.seen.size() >= 2; }));
+    QVERIFY(listener.seen.size() == 2 || qtversions::mayReportAWriteTwice());
+    QCOMPARE(listener.seen.mid(0, 2), QList<QByteArray>() << "aboutToChange dev1"
+                                                          << "changed dev1");
 }
 
 void TestUpnpSettings::hostNameIsTrimmed()

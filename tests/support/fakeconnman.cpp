@@ -1,22 +1,35 @@
 #include "fakeconnman.h"
 
+#include "waitfor.h"
+
 #include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusVariant>
 
 static const char connectionName[] = "fakeconnman";
+static const char busName[] = "net.connman";
+
+// Without a turn of the event loop Qt 4 would hear of the change when the next test has begun.
+static void waitUntilTold(bool isOwned)
+{
+    QVERIFY(waitFor([&] { return QDBusConnection::systemBus().interface()->isServiceRegistered(QLatin1String(busName)) == isOwned; }));
+    QCoreApplication::processEvents();
+}
 
 FakeConnman::FakeConnman()
 {
     const QString address = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData());
     QDBusConnection connection = QDBusConnection::connectToBus(address, QLatin1String(connectionName));
-    if (!connection.registerService(QLatin1String("net.connman")))
+    if (!connection.registerService(QLatin1String(busName)))
         qFatal("net.connman is taken");
+    waitUntilTold(true);
 }
 
 FakeConnman::~FakeConnman()
 {
     QDBusConnection::disconnectFromBus(QLatin1String(connectionName));
+    waitUntilTold(false);
 }
 
 static void send(const char *path, const QVariantList &arguments)

@@ -7,6 +7,8 @@
 #include <QtCore/QList>
 #include <QtCore/QMetaMethod>
 #include <QtCore/QProcess>
+#include <QtCore/QString>
+#include <QtCore/QVector>
 
 #if QT_VERSION >= 0x050000
 #define SKIP(reason) QSKIP(reason)
@@ -67,6 +69,47 @@ inline bool smallIntegersConvert()
     return true;
 #else
     return false;
+#endif
+}
+
+// Whether Qt's own event loop uses select(2), which knows 1,024 descriptors
+inline bool hasEventLoopWithSelect()
+{
+#if QT_VERSION >= 0x050000
+    return false;
+#else
+    return true;
+#endif
+}
+
+// Whether QFileSystemWatcher may report one write to a file twice
+inline bool mayReportAWriteTwice()
+{
+#if QT_VERSION >= 0x050000
+    return false;
+#else
+    return true;
+#endif
+}
+
+// Qt 4 has a zero behind the characters for every one outside the basic plane.
+inline QVector<uint> toUcs4(const QString &text)
+{
+    QVector<uint> characters = text.toUcs4();
+#if QT_VERSION < 0x050000
+    while (!characters.isEmpty() && characters.last() == 0)
+        characters.pop_back();
+#endif
+    return characters;
+}
+
+// What the text is after it was UTF-32: Qt 4 takes every U+FEFF for a byte-order mark, wherever it stands.
+inline QString afterUtf32(const QString &text)
+{
+#if QT_VERSION >= 0x050000
+    return text;
+#else
+    return QString(text).remove(QChar(0xfeff));
 #endif
 }
 

@@ -1,6 +1,7 @@
 #ifndef WAITFOR_H
 #define WAITFOR_H
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
 #include <QtTest/QtTest>
 
@@ -13,7 +14,9 @@ bool waitFor(const Condition &condition, int milliseconds = 10000)
     while (!condition()) {
         if (timer.elapsed() >= milliseconds)
             return false;
-        QTest::qWait(1);
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QTest::qSleep(1); // not qWait(1), which takes 10 ms in Qt 4
     }
     return true;
 }

@@ -14,6 +14,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QScopedPointer>
+#include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
 
 #include <cstdio>

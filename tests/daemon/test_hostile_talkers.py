@@ -1,0 +1,45 @@
+"""More connections than the daemon has descriptors for, each of which has said one byte.
+
+The event loop watches every one of them; with Qt 4 it can watch descriptors below 1,024 only."""
+
+import contextlib
+import pathlib
+
+import pytest
+
+from connections import NOT_FOR_CONNECTIONS, capacity, connections
+from serving import answers_within_a_second, served
+from simdevice.device import HTTP_PORT
+from simdevice.waiting import wait_for
+
+COUNT = 4000
+WAITING_IN_THE_KERNEL = 51  # connections at most, which the daemon has not let in
+
+
+def highest_descriptor(device) -> int:
+    return max(int(entry.name) for entry in pathlib.Path(f"/proc/{device.pid}/fd").iterdir())
+
+
+def say_a_byte(talkers: list) -> None:
+    for one in talkers:
+        with contextlib.suppress(BlockingIOError, ConnectionError):  # not let in yet
+            one.send(b"x")
+
+
+@pytest.mark.parametrize("limit", [pytest.param(4096, id="4,096 descriptors"), pytest.param(None, id="the machine's own limit")])
+def test_talking_connections_leave_the_other_doors_their_turn(many_descriptors, start_device, peer, limit):
+    device = start_device(nofile=limit)
+    before = len(device.open_files())
+    count = min(COUNT, capacity(device))
+    with connections(peer, count, COUNT - count) as talkers:
+        say_a_byte(talkers)
+        wait_for(lambda: len(device.open_files()) >= before + count, 60, "they are let in", lambda: len(device.open_files()))
+        wait_for(lambda: device.unread(HTTP_PORT) <= WAITING_IN_THE_KERNEL, 60, "what they said is read")
+        assert highest_descriptor(device) < capacity(device) + NOT_FOR_CONNECTIONS
+        for _ in range(10):
+            answers_within_a_second(device, peer)
+    wait_for(lambda: len(device.open_files()) <= before, 60, "all are forgotten", lambda: len(device.open_files()))
+    served(peer)
+    answers_within_a_second(device, peer)
+    assert device.syslog.lines == []
+
