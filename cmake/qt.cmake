@@ -11,6 +11,10 @@ set(CMAKE_AUTOMOC ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 if(QT_MAJOR EQUAL 4)
+    if(QT_QMAKE_EXECUTABLE AND CMAKE_CROSSCOMPILING) # Qt 4 is looked for there as well as in the sysroot
+        cmake_path(SET qt_kit NORMALIZE "${QT_QMAKE_EXECUTABLE}/../..")
+        list(APPEND CMAKE_FIND_ROOT_PATH "${qt_kit}")
+    endif()
     find_package(Qt4 4.8 REQUIRED QtCore QtNetwork QtDBus QtTest)
     set(qt_names QtCore QtNetwork QtDBus QtTest)
     # As many descriptors as Qt 4's event loop can watch: it uses select(2)
