@@ -28,8 +28,14 @@ def served(peer) -> None:
     compare_bytes(peer.http_raw(GET), DESCRIPTION)
 
 
-def silent(peer, connection) -> None:
+def is_read(device, connection) -> None:
+    """Waits until the daemon has all that was sent: two lines that come together are one signal."""
+    wait_for(lambda: not connection.in_flight() and not device.unread(HTTP_PORT), what="what was sent is read")
+
+
+def silent(device, peer, connection) -> None:
     """Neither answered nor closed, although others are served meanwhile."""
+    is_read(device, connection)
     served(peer)
     served(peer)
     assert connection.nothing_to_read()
@@ -110,18 +116,18 @@ def test_unknown_path(shared_device, shared_peer, request_line):
 def test_gets_no_answer_and_stays_open(shared_device, shared_peer, request_line):
     with shared_peer.connect() as connection:
         connection.send(request_line)
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
 
 
 def test_nothing_sent_gets_no_answer(shared_device, shared_peer):
     with shared_peer.connect() as connection:
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
 
 
 def test_request_line_in_two_segments_is_answered_after_the_second(shared_device, shared_peer):
     with shared_peer.connect() as connection:
         connection.send(b"GET /rootDesc.xml HTTP/1.1")
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
         connection.send(b"\r\n")
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
 
@@ -140,7 +146,7 @@ def test_one_line_for_each_arrival(shared_device, shared_peer):
     """The line behind one that is no GET waits for the next arrival, and is then judged the same way."""
     with shared_peer.connect() as connection:
         connection.send(b"HEAD / HTTP/1.1\r\nGET /rootDesc.xml HTTP/1.1\r\n")
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
         connection.send(b"\r\n")
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
 
@@ -149,9 +155,9 @@ def test_lines_that_are_no_get_are_used_up_one_by_one(shared_device, shared_peer
     with shared_peer.connect() as connection:
         connection.send(b"one\r\ntwo\r\n\r\nGET /nothing HTTP/1.1\r\n")
         for _ in range(2):
-            silent(shared_peer, connection)
+            silent(shared_device, shared_peer, connection)
             connection.send(b"x")
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
         connection.send(b"x")
         compare_bytes(connection.receive_until_close(), NOT_FOUND)
 
@@ -160,7 +166,7 @@ def test_a_connection_serves_after_lines_that_are_no_get(shared_device, shared_p
     with shared_peer.connect() as connection:
         for line in (b"HEAD /rootDesc.xml HTTP/1.1\r\n", b"get /rootDesc.xml\r\n", b"\r\n"):
             connection.send(line)
-            silent(shared_peer, connection)
+            silent(shared_device, shared_peer, connection)
         connection.send(b"GET /rootDesc.xml\r\n")
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
 
@@ -348,8 +354,7 @@ def test_two_megabytes_and_then_a_line_end_are_judged_by_their_beginning(shared_
         compare_bytes(connection.receive_until_close(), NOT_FOUND)
     with shared_peer.connect() as connection:
         connection.send(b"x" * (2 * MEGABYTE) + b"\n")
-        wait_for(lambda: not connection.in_flight() and not shared_device.unread(HTTP_PORT), what="the line is read")
-        silent(shared_peer, connection)
+        silent(shared_device, shared_peer, connection)
         connection.send(GET)
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
     with shared_peer.connect() as connection:
