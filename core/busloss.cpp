@@ -19,10 +19,14 @@ BusLoss::BusLoss(const QString &neededService, const QByteArray &programName, QO
 {
     QDBusConnection::systemBus().connect(QString(), QLatin1String("/org/freedesktop/DBus/Local"),
         QLatin1String("org.freedesktop.DBus.Local"), QLatin1String("Disconnected"), this, SLOT(disconnected()));
+    if (!QDBusConnection::systemBus().isConnected())
+        disconnected();
 }
 
 void BusLoss::disconnected()
 {
+    if (m_probeTimer.isActive())
+        return;
     qWarning("system bus lost, starting again once it is back");
     m_probeTimer.start(probePeriod, this);
 }

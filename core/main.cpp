@@ -54,6 +54,12 @@ static void useQtEventLoop()
     qputenv("QT_NO_GLIB", "1");
 }
 
+// A connection that ends in the middle of a call is no reason for libdbus to end the process. To be called before there is one.
+static void surviveLostConnections()
+{
+    qputenv("DBUS_FATAL_WARNINGS", "0");
+}
+
 // What starting up took goes back to the system, as far as the C library can do that.
 static void giveMemoryBack()
 {
@@ -65,6 +71,7 @@ static void giveMemoryBack()
 int main(int argc, char *argv[])
 {
     useQtEventLoop();
+    surviveLostConnections();
     openLog();
     // Before anything else exists, so that a second instance ends without having opened a socket.
     if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {
@@ -75,6 +82,8 @@ int main(int argc, char *argv[])
     const QByteArray programName = argc > 0 ? argv[0] : "";
     forgetProgramName(argc, argv);
     QCoreApplication application(argc, argv);
+    // Before anything waits for the bus, which may be gone afterwards.
+    BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
 
     UpnpSettings *settings = createSettings(&application);
     QDBusConnection::systemBus().registerObject(QLatin1String("/settings"), settings, QDBusConnection::ExportAllSlots);
@@ -96,8 +105,6 @@ int main(int argc, char *argv[])
     wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
 
     settings->configureIp();
-    BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
-
     giveMemoryBack();
     return installTermSignalHandler() > 0 ? 1 : application.exec();
 }

@@ -97,10 +97,10 @@ void UpnpSettings::readSerial()
 void UpnpSettings::subscribeToConnman()
 {
     // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
-    const bool subscribed = QDBusConnection::systemBus().connect(QLatin1String("net.connman"), QString(),
-        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
-        this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
-    if (!subscribed)
+    QDBusConnection bus = QDBusConnection::systemBus();
+    const bool subscribed = bus.isConnected() && bus.connect(QLatin1String("net.connman"), QString(), QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"), this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
+    // Over a connection that has been lost Qt subscribes to nothing, and calls that a success.
+    if (!subscribed || !bus.isConnected())
         qFatal("connman signal connect failed");
 }
 
