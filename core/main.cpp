@@ -3,6 +3,7 @@
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
+#include "missingthread.h"
 #include "termsignal.h"
 #include "upnphttp.h"
 #include "upnpreceiver.h"
@@ -25,6 +26,7 @@ static void openLog()
     kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
     kelta::keltalog.setSyslogLevelWarning();
     areDebugMessagesWanted = false;
+    endWhenThreadIsMissing();
 }
 
 // Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
