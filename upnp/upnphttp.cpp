@@ -28,6 +28,7 @@ static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
 // Descriptors that stay free for the log, for files and for asking the kernel about interfaces.
 static const rlim_t reservedDescriptors = 16;
 static const int acceptRetryPeriod = 200; // ms
+static const int listenRetryPeriod = 1000; // ms
 static const int maximalAcceptsPerPass = 50;
 
 // Those of control points have 100 to 500 bytes.
@@ -57,12 +58,35 @@ UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     , m_date(http::dateText)
     , m_quiet(nullptr)
 {
-    if (listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort()))
-        takeOverAccepting();
+    startListening();
 }
 
 UpnpHttp::~UpnpHttp()
 {
+}
+
+bool UpnpHttp::tryToListen()
+{
+    return listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort());
+}
+
+bool UpnpHttp::isPortTaken() const
+{
+    return serverError() == QAbstractSocket::AddressInUseError;
+}
+
+// A port that is taken stays taken. It is tried twice, since without SO_REUSEADDR, which may have been refused, old
+// connections take it as well. What else fails is a want of the moment, of descriptors or of memory.
+void UpnpHttp::startListening()
+{
+    if (tryToListen() || (isPortTaken() && tryToListen())) {
+        m_listenTimer.stop();
+        takeOverAccepting();
+    } else if (isPortTaken()) {
+        m_listenTimer.stop();
+    } else if (!m_listenTimer.isActive()) {
+        m_listenTimer.start(listenRetryPeriod, this);
+    }
 }
 
 // When descriptors run out, QTcpServer either stops for good or takes the whole processor, so it is not left to it.
@@ -111,6 +135,8 @@ void UpnpHttp::timerEvent(QTimerEvent *event)
 {
     if (event->timerId() == m_retryTimer.timerId())
         tryAcceptingAgain();
+    else if (event->timerId() == m_listenTimer.timerId())
+        startListening();
 }
 
 static QHostAddress peerOf(int descriptor)

@@ -30,7 +30,8 @@ class UpnpHttp : public QTcpServer
     Q_OBJECT
 
 public:
-    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed.
+    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed. For want
+    // of descriptors or memory it is tried again every second.
     // The settings are not owned and must outlive the server.
     UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
     ~UpnpHttp();
@@ -46,6 +47,9 @@ private slots:
     void serve(int descriptor);
 
 private:
+    void startListening();
+    bool tryToListen();
+    bool isPortTaken() const;
     void takeOverAccepting();
     // True when the connection is done with, also below.
     bool serveNow(int descriptor);
@@ -67,6 +71,7 @@ private:
     QuietConnections *m_quiet;
     QWeakPointer<QFile> m_icon; // there while peers are reading it
     QBasicTimer m_retryTimer; // runs while accepting is paused
+    QBasicTimer m_listenTimer; // runs while the port could not be listened on
 };
 
 #endif
