@@ -1,5 +1,6 @@
 #include "upnpreceiver.h"
 
+#include "interfaces.h"
 #include "qtcompat.h"
 #include "termsignal.h"
 #include "upnpsettings.h"
@@ -8,7 +9,6 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QDebug>
 #include <QtCore/QSocketNotifier>
-#include <QtNetwork/QNetworkInterface>
 #include <QtNetwork/QUdpSocket>
 
 #include <netinet/in.h>
@@ -17,6 +17,7 @@
 static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
+static const int maximalBindTries = 4;
 
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalDatagramsPerPass = 1000;
@@ -29,7 +30,7 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , joinResult(1)
     , m_answerDate(ssdp::answerDate)
 {
-    udpSocket->bind(qtcompat::anyIPv4<QHostAddress>(), settings->getUdpPort(), QUdpSocket::ShareAddress);
+    bindPort();
     setupMulticast();
     connect(udpSocket, SIGNAL(readyRead()), this, SLOT(processDatagrams()));
     udpSocket->open(QIODevice::ReadWrite);
@@ -42,6 +43,17 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     sendAlive();
 }
 
+// Later it could not be done any more: a socket that has sent is bound to a random port for good. So what fails for a
+// moment, for want of descriptors or memory, is tried again at once; a port that is taken stays taken.
+void UpnpReceiver::bindPort()
+{
+    for (int tries = 0; tries < maximalBindTries; ++tries) {
+        if (udpSocket->bind(qtcompat::anyIPv4<QHostAddress>(), settings->getUdpPort(), QUdpSocket::ShareAddress)
+            || udpSocket->error() == QAbstractSocket::AddressInUseError)
+            return;
+    }
+}
+
 void UpnpReceiver::setupMulticast()
 {
     if (joinResult == 0)
@@ -50,7 +62,7 @@ void UpnpReceiver::setupMulticast()
     if (setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_TTL, &multicastTtl, sizeof multicastTtl) != 0)
         qWarning("setsocketopt ttl failed");
 
-    const QNetworkInterface interface = QNetworkInterface::interfaceFromName(QLatin1String(multicastInterface));
+    const QNetworkInterface interface = networkInterface(QLatin1String(multicastInterface));
     if (!interface.isValid()) {
         qWarning("setsockopt: interface invalid");
         return;
@@ -154,6 +166,7 @@ void UpnpReceiver::answer(const QByteArray &datagram, const QHostAddress &reques
 
 void UpnpReceiver::timerEvent(QTimerEvent *)
 {
+    setupMulticast();
     qDebug("sending alive datagram:");
     sendAlive();
 }

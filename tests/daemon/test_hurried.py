@@ -8,6 +8,7 @@ from simdevice.device import BUS_NAME
 from simdevice.waiting import wait_for
 from test_bus_restart import GET, bring_back, serves, take_away
 from test_hostile_flood import FOREVER, LARGE, MOST_BYTES, WARNING, all_read, large
+from texts import has_joined
 
 pytestmark = needs_clocks
 
@@ -25,6 +26,17 @@ def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_wit
     assert b"<serialNumber></serialNumber>" in peer.http_raw(GET)
     assert device.call("getServerHeader") == b"Kelta/, UPnP/1.0"
     assert is_alive(device)
+
+
+def test_it_joins_the_group_of_searches_with_its_timer(start_device, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 100), interface=None)
+    device.syslog.wait_for_text("setsockopt: interface invalid", count=2)
+    device.host.add_interface("eth0", ["10.77.0.2/24"])
+    wait_for(lambda: has_joined(device), what="it has joined")
+    assert len(peer.search("ssdp:all")) == 1
+    joined = len(device.syslog.texts)
+    peer.listen_ssdp().wait_for(b"ssdp:alive", count=2)
+    assert len(device.syslog.texts) == joined
 
 
 def only_says_byebye(device, peer) -> None:
