@@ -9,10 +9,10 @@
 #include <QtCore/QSharedPointer>
 #include <QtNetwork/QTcpServer>
 
+class HttpConnection;
 class QFile;
 class QSocketNotifier;
 class QuietConnections;
-class QTcpSocket;
 class UpnpSettings;
 
 namespace http
@@ -54,16 +54,18 @@ private:
     // True when the connection is done with, also below.
     bool serveNow(int descriptor);
     void waitForBytes(int descriptor);
-    bool answerAndClose(int descriptor, const QByteArray &answer);
+    bool answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole);
+    void closeAnswered(int descriptor, bool isRequestWhole);
     void closeConnection(int descriptor);
-    QTcpSocket *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
+    HttpConnection *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
     void stopAccepting();
     void tryAcceptingAgain();
     QByteArray answerTo(const http::Request &request, const QHostAddress &peer);
     QByteArray description(const QHostAddress &peer);
-    void sendIcon(QTcpSocket *socket);
+    void sendIcon(HttpConnection *connection);
     QSharedPointer<QFile> openIcon();
-    void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
+    void sendAndClose(HttpConnection *connection, const QByteArray &answer);
+    void closeAnswered(HttpConnection *connection);
 
     UpnpSettings *settings;
     DateCache m_date;
