@@ -1,5 +1,7 @@
 #include "busloss.h"
 
+#include "termsignal.h"
+
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusConnectionInterface>
 
@@ -16,20 +18,27 @@ BusLoss::BusLoss(const QString &neededService, const QByteArray &programName, QO
     , m_neededService(neededService)
     , m_programName(programName)
     , m_probesWithoutService(0)
+    , m_hasWarned(false)
 {
     QDBusConnection::systemBus().connect(QString(), QLatin1String("/org/freedesktop/DBus/Local"),
         QLatin1String("org.freedesktop.DBus.Local"), QLatin1String("Disconnected"), this, SLOT(disconnected()));
+    if (!QDBusConnection::systemBus().isConnected())
+        disconnected();
 }
 
 void BusLoss::disconnected()
 {
+    if (m_probeTimer.isActive() || hasTermSignalArrived())
+        return;
     qWarning("system bus lost, starting again once it is back");
     m_probeTimer.start(probePeriod, this);
 }
 
 void BusLoss::timerEvent(QTimerEvent *)
 {
-    if (isBusReady())
+    if (hasTermSignalArrived())
+        m_probeTimer.stop();
+    else if (isBusReady() && !hasTermSignalArrived())
         startAgain();
 }
 
@@ -46,11 +55,12 @@ bool BusLoss::isBusReady()
     return isConnected && (hasService || ++m_probesWithoutService > maximalProbesWithoutService);
 }
 
-// Returns only when that fails; the daemon then lives on without the bus.
+// Returns only when that fails; the next probe tries again.
 void BusLoss::startAgain()
 {
     char *arguments[] = { m_programName.data(), nullptr };
     execv("/proc/self/exe", arguments);
-    qWarning("starting again failed: %s", std::strerror(errno));
-    m_probeTimer.stop();
+    if (!m_hasWarned)
+        qWarning("starting again failed: %s", std::strerror(errno));
+    m_hasWarned = true;
 }

@@ -20,6 +20,7 @@ class TestQtCompat : public QObject
 private slots:
     void sinkReceivesEveryMessageOnce();
     void lastSinkReceivesTheMessages();
+    void watcherSeesMessagesAfterTheSink();
     void anyIPv4IsTheWildcardOfIPv4Alone();
     void exactTimersDoNotDrift();
     void messagesPassWhileTheEarlyBusIsConnectedToAndAfterwards();
@@ -53,6 +54,20 @@ void TestQtCompat::lastSinkReceivesTheMessages()
     qtcompat::installMessageSink(receive);
     qWarning("once");
     QCOMPARE(received, QList<QByteArray>() << typed(QtWarningMsg, "once"));
+}
+
+static void watch(QtMsgType type, const char *text)
+{
+    received << "watched " + typed(type, text);
+}
+
+void TestQtCompat::watcherSeesMessagesAfterTheSink()
+{
+    received.clear();
+    qtcompat::installMessageSink(receive);
+    qtcompat::watchMessages(watch);
+    qWarning("once");
+    QCOMPARE(received, QList<QByteArray>() << typed(QtWarningMsg, "once") << "watched " + typed(QtWarningMsg, "once"));
 }
 
 void TestQtCompat::anyIPv4IsTheWildcardOfIPv4Alone()
