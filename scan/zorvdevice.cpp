@@ -1,6 +1,7 @@
 #include "zorvdevice.h"
 
 #include "dbusvalue.h"
+#include "deviceindex.h"
 #include "jsonreader.h"
 
 #include <QtCore/QDateTime>
@@ -111,9 +112,10 @@ static int threeTimes(int seconds)
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
     , m_raw(json.constData(), json.size())
-    , m_ownLastSeen(QDateTime::currentMSecsSinceEpoch())
-    , m_lastSeen(&m_ownLastSeen)
+    , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
+    , m_place(0)
+    , m_index(nullptr)
     , m_hasNoValues(false)
     , m_summarySize(0)
 {
@@ -131,31 +133,28 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
 
 ZorvDevice::~ZorvDevice()
 {
+    if (m_index)
+        m_index->remove(this);
     forgetParsed();
 }
 
 void ZorvDevice::update(const QByteArray &json)
 {
     forgetParsed();
+    if (m_index)
+        m_index->textHasGrown(json.size() - m_raw.size());
     m_raw = QByteArray(json.constData(), json.size());
     touch();
 }
 
 void ZorvDevice::touch()
 {
-    *m_lastSeen = QDateTime::currentMSecsSinceEpoch();
-}
-
-void ZorvDevice::keepLastSeenAt(qint64 *place)
-{
-    qint64 *const newPlace = place ? place : &m_ownLastSeen;
-    *newPlace = *m_lastSeen;
-    m_lastSeen = newPlace;
+    m_lastSeen = QDateTime::currentMSecsSinceEpoch();
 }
 
 void ZorvDevice::checkExpired()
 {
-    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - *m_lastSeen) / 1000;
+    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
     if (wholeSeconds > m_expiration)
         deleteLater();
 }

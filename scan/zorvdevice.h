@@ -5,6 +5,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
 
+class DeviceIndex;
+
 // One device that announces itself on the network: its last announcement and how long that stays valid.
 // The object's name is the device's uuid. On the system bus it stands below /zorvscan as local.ZorvDevice;
 // the public slots are its methods, in this order.
@@ -26,12 +28,10 @@ public:
     // The device announced itself again, and the last announcement stays.
     void touch();
 
-    // Keeps the time of the last announcement (milliseconds since 1970) there from now on, as long as the object lives or
-    // until told otherwise; null: in the object again, as at first.
-    void keepLastSeenAt(qint64 *place);
-
-    // The last announcement.
-    QByteArray text() const { return m_raw; }
+    // Whether this is the last announcement.
+    bool says(const QByteArray &json) const { return m_raw == json; }
+    // Of the last announcement, in bytes.
+    int textSize() const { return m_raw.size(); }
 
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();
@@ -59,10 +59,14 @@ private:
     static int s_parsedSize; // bytes of all announcements whose parsed form is kept
     static int s_summariesSize; // bytes that all kept summaries take in messages
 
+    friend class DeviceIndex;
+
+    // These two are all that a repeated announcement needs: side by side, they are fetched from memory together.
     QByteArray m_raw;
-    qint64 m_ownLastSeen;
-    qint64 *m_lastSeen; // milliseconds since 1970
+    qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
+    int m_place; // in the index; the index sets both
+    DeviceIndex *m_index; // null: in none
     QVariantMap m_parsed; // empty until a value is asked for
     bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
     QVariantMap m_summary; // empty until asked for
