@@ -262,7 +262,6 @@ void ZorvScan::childEvent(QChildEvent *event)
 
 QVariantList ZorvScan::allChilds(const QString &type)
 {
-    const QString familyKey = QLatin1String("familyType");
     QVariantList summaries;
     int replySize = 0;
     const QObjectList &all = children();
@@ -271,8 +270,9 @@ QVariantList ZorvScan::allChilds(const QString &type)
         if (!device)
             continue;
         int size = 0;
-        const QVariantMap summary = device->summary(&size);
-        if (!type.isEmpty() && summary.value(familyKey).toString() != type)
+        QString family;
+        const QVariantMap summary = device->summary(&size, &family);
+        if (!type.isEmpty() && family != type)
             continue;
         if (replySize + size > maximalReplySize)
             continue;

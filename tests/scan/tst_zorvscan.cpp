@@ -228,6 +228,7 @@ private slots:
     void destructionWithDevices();
 
     void allChildsFiltersByFamily();
+    void familyOfCharactersThatTheBusCannotCarry();
     void summaryOfADevice();
     void summaryWhoseInterfaceIsNoObject_data();
     void summaryWhoseInterfaceIsNoObject();
@@ -1240,6 +1241,22 @@ void tst_ZorvScan::allChildsFiltersByFamily()
     const QStringList all = QStringList() << latin1("k1") << latin1("other") << latin1("lower") << latin1("longer") << latin1("nothing") << latin1("bare") << latin1("k2");
     QCOMPARE(uuidsOf(scan.allChilds(QString())), all);
     QCOMPARE(uuidsOf(scan.allChilds(latin1(""))), all);
+}
+
+// Compared with what was announced, not with what of it the bus can carry.
+void tst_ZorvScan::familyOfCharactersThatTheBusCannotCarry()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A", "22", "Kel\\u0000ta"));
+    loopback.feed(scan, announcing("B", "22", "Kelta"));
+    for (int time = 0; time < 2; ++time) {
+        QCOMPARE(scan.allChilds().size(), 1);
+        QCOMPARE(scan.allChilds().first().toMap().value(latin1("uuid")), QVariant(latin1("B")));
+        QCOMPARE(scan.allChilds(QString()).size(), 2);
+        QCOMPARE(scan.allChilds(latin1("Kel") + QChar(0) + latin1("ta")).size(), 1);
+    }
 }
 
 void tst_ZorvScan::summaryOfADevice()
