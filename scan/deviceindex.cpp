@@ -37,8 +37,21 @@ ZorvDevice *DeviceIndex::find(const QByteArray &uuid) const
 {
     const quint64 hash = hashOf(uuid);
     for (int i = home(hash); m_slots.at(i).device; i = next(i)) {
-        if (m_slots.at(i).hash == hash && isNamed(m_slots.at(i).device, uuid))
-            return m_slots.at(i).device;
+        const Slot &slot = m_slots.at(i);
+        if (slot.hash == hash && isNamed(slot.device, uuid))
+            return slot.device;
+    }
+    return nullptr;
+}
+
+// The text first: while it is compared, the processor fetches the name, which lies elsewhere.
+ZorvDevice *DeviceIndex::findUnchanged(const QByteArray &uuid, const QByteArray &text) const
+{
+    const quint64 hash = hashOf(uuid);
+    for (int i = home(hash); m_slots.at(i).device; i = next(i)) {
+        const Slot &slot = m_slots.at(i);
+        if (slot.hash == hash && slot.device->says(text) && isNamed(slot.device, uuid))
+            return slot.device;
     }
     return nullptr;
 }

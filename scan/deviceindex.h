@@ -23,6 +23,8 @@ public:
 
     // The device of this uuid, or null.
     ZorvDevice *find(const QByteArray &uuid) const;
+    // The device of this uuid whose last announcement is this text, or null.
+    ZorvDevice *findUnchanged(const QByteArray &uuid, const QByteArray &text) const;
     // Takes the device in, under the name that it has now; one that is there already moves when its name has changed.
     // It must not be in another index.
     void file(ZorvDevice *device);

@@ -212,10 +212,9 @@ void ZorvScan::takeIn()
 // Nearly every device says the same every time: then only its time is new.
 void ZorvScan::refresh()
 {
-    ZorvDevice *known = m_devices.find(m_uuid);
-    if (known && known->says(m_received.datagram()))
-        known->touch();
-    else if (known)
+    if (ZorvDevice *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram()))
+        unchanged->touch();
+    else if (ZorvDevice *known = m_devices.find(m_uuid))
         replaceText(known);
     else if (m_devices.size() < maximalDevices && m_devices.textSize() + m_received.datagram().size() <= maximalRegistrySize)
         add();

@@ -24,6 +24,7 @@ private slots:
     void cleanup() { qDeleteAll(m_owner.children()); }
 
     void foundByUuid();
+    void foundByText();
     void uuidsOfAnyBytes_data();
     void uuidsOfAnyBytes();
     void twoOfOneNameAreKeptApart();
@@ -59,6 +60,17 @@ void TestDeviceIndex::foundByUuid()
     QCOMPARE(m_index->size(), 1);
     m_index->file(device);
     QCOMPARE(m_index->size(), 1);
+}
+
+void TestDeviceIndex::foundByText()
+{
+    ZorvDevice *device = add("A");
+    QCOMPARE(m_index->findUnchanged("A", announcing("A")), device);
+    QVERIFY(!m_index->findUnchanged("A", announcing("A") + ' '));
+    QVERIFY(!m_index->findUnchanged("B", announcing("A")));
+    device->update(announcing("A") + ' ');
+    QVERIFY(!m_index->findUnchanged("A", announcing("A")));
+    QCOMPARE(m_index->findUnchanged("A", announcing("A") + ' '), device);
 }
 
 void TestDeviceIndex::uuidsOfAnyBytes_data()
@@ -129,6 +141,7 @@ void TestDeviceIndex::renamedDeviceIsFoundByItsNewName()
     ZorvDevice *device = add("A");
     device->setObjectName(latin1("B"));
     QVERIFY(!m_index->find("A"));
+    QVERIFY(!m_index->findUnchanged("A", announcing("A")));
     ZorvDevice *successor = add("A");
     QCOMPARE(m_index->find("A"), successor);
     m_index->file(device);
