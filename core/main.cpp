@@ -1,4 +1,5 @@
 #include "busloss.h"
+#include "commandline.h"
 #include "debugmessages.h"
 #include "descriptorlimit.h"
 #include "device.h"
@@ -66,6 +67,8 @@ static void giveMemoryBack()
 
 int main(int argc, char *argv[])
 {
+    if (answerCommandLine(argc, argv))
+        return 0;
     useQtEventLoop();
     openLog();
     limitDescriptorsToEventLoop();
