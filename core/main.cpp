@@ -1,4 +1,5 @@
 #include "busloss.h"
+#include "commandline.h"
 #include "debugmessages.h"
 #include "descriptorlimit.h"
 #include "device.h"
@@ -74,6 +75,8 @@ static void giveMemoryBack()
 
 int main(int argc, char *argv[])
 {
+    if (answerCommandLine(argc, argv))
+        return 0;
     useQtEventLoop();
     surviveLostConnections();
     openLog();

@@ -96,9 +96,9 @@ class Device:
 
     # The daemon
 
-    def start(self, wait: bool = True) -> None:
+    def start(self, wait: bool = True, arguments: list = ()) -> None:
         """Starts the daemon and, unless told otherwise, waits until it is in its event loop."""
-        self._process = self._launch()
+        self._process = self._launch(arguments)
         if wait:
             self.wait_until_ready()
 
@@ -106,7 +106,7 @@ class Device:
         """Starts the daemon a second time. The caller waits for its end."""
         return self._launch()
 
-    def _launch(self) -> subprocess.Popen:
+    def _launch(self, arguments: list = ()) -> subprocess.Popen:
         limits = [] if self._nofile is None else ["/usr/bin/prlimit", f"--nofile={self._nofile}", "--"]
         if self._user is not None:
             limits += ["/usr/bin/setpriv", f"--reuid={self._user}", f"--regid={self._user}", "--clear-groups",
@@ -116,7 +116,7 @@ class Device:
         environment.update({name: os.environ[name] for name in _PASSED_ON if name in os.environ})
         self._folder.mkdir(exist_ok=True)
         with open(self._output, "ab") as output:
-            return subprocess.Popen([*self.room.prefix, *limits, self.program], env=environment,
+            return subprocess.Popen([*self.room.prefix, *limits, self.program, *arguments], env=environment,
                                     stdin=subprocess.DEVNULL, stdout=output, stderr=output)
 
     @property

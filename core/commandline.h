@@ -1,0 +1,8 @@
+#ifndef COMMANDLINE_H
+#define COMMANDLINE_H
+
+// Answers --version or --help on standard output. Returns whether it did; then the process has nothing else to do.
+// Each counts only as the only argument: whatever else stands on a command line is passed over, and the daemon starts.
+bool answerCommandLine(int argc, char *const argv[]);
+
+#endif
