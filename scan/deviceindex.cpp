@@ -19,7 +19,7 @@ static bool isNamed(const ZorvDevice *device, const QByteArray &uuid)
 
 DeviceIndex::DeviceIndex()
     : m_key(siphash::randomKey())
-    , m_slots(leastSlots)
+    , m_slots(leastSlots, Slot()) // Qt 4 does not clear them by itself
     , m_size(0)
     , m_textSize(0)
 {
@@ -116,7 +116,7 @@ void DeviceIndex::close(int hole)
 void DeviceIndex::resize(int count)
 {
     const QVector<Slot> old = m_slots;
-    m_slots = QVector<Slot>(count);
+    m_slots = QVector<Slot>(count, Slot());
     for (int i = 0; i < old.size(); ++i) {
         if (!old.at(i).device)
             continue;
