@@ -10,11 +10,12 @@ static bool isNamed(const ZorvDevice *device, const QByteArray &uuid)
     const QString name = device->objectName();
     if (name.size() != uuid.size())
         return false;
-    for (int i = 0; i < name.size(); ++i) {
-        if (name.at(i).unicode() != uchar(uuid.at(i)))
-            return false;
-    }
-    return true;
+    const QChar *const units = name.constData();
+    const char *const bytes = uuid.constData();
+    int i = name.size();
+    while (i > 0 && units[i - 1].unicode() == uchar(bytes[i - 1])) // the ends differ more often than the beginnings
+        --i;
+    return i == 0;
 }
 
 DeviceIndex::DeviceIndex()
