@@ -10,16 +10,17 @@ static bool isNamed(const ZorvDevice *device, const QByteArray &uuid)
     const QString name = device->objectName();
     if (name.size() != uuid.size())
         return false;
-    for (int i = 0; i < name.size(); ++i) {
-        if (name.at(i).unicode() != uchar(uuid.at(i)))
-            return false;
-    }
-    return true;
+    const QChar *const units = name.constData();
+    const char *const bytes = uuid.constData();
+    int i = name.size();
+    while (i > 0 && units[i - 1].unicode() == uchar(bytes[i - 1])) // the ends differ more often than the beginnings
+        --i;
+    return i == 0;
 }
 
 DeviceIndex::DeviceIndex()
     : m_key(siphash::randomKey())
-    , m_slots(leastSlots)
+    , m_slots(leastSlots, Slot()) // Qt 4 does not clear them by itself
     , m_size(0)
     , m_textSize(0)
 {
@@ -116,7 +117,7 @@ void DeviceIndex::close(int hole)
 void DeviceIndex::resize(int count)
 {
     const QVector<Slot> old = m_slots;
-    m_slots = QVector<Slot>(count);
+    m_slots = QVector<Slot>(count, Slot());
     for (int i = 0; i < old.size(); ++i) {
         if (!old.at(i).device)
             continue;

@@ -77,7 +77,7 @@ inline quint64 hash(const Key &key, const QByteArray &text)
     detail::State s = { key.low ^ Q_UINT64_C(0x736f6d6570736575), key.high ^ Q_UINT64_C(0x646f72616e646f6d),
         key.low ^ Q_UINT64_C(0x6c7967656e657261), key.high ^ Q_UINT64_C(0x7465646279746573) };
     const uchar *p = reinterpret_cast<const uchar *>(text.constData());
-    for (const uchar *const end = p + text.size() / 8 * 8; p != end; p += 8)
+    for (int words = text.size() / 8; words > 0; --words, p += 8)
         detail::takeIn<RoundsOfAWord>(&s, qFromLittleEndian<quint64>(p));
     detail::takeIn<RoundsOfAWord>(&s, detail::lastWord(p, text.size()));
     s.v2 ^= 0xff;

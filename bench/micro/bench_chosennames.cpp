@@ -209,8 +209,8 @@ void leavingBehindOthers(benchmark::State &state, Names kind)
     }
 }
 
-#define BENCHMARK_NAMES(what) \
-    BENCHMARK_CAPTURE(what, random, Random)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond); \
+#define BENCHMARK_NAMES(what)                                                                                              \
+    BENCHMARK_CAPTURE(what, random, Random)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);                \
     BENCHMARK_CAPTURE(what, one_hash_in_qt5, OneHashInQt5)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond); \
     BENCHMARK_CAPTURE(what, one_hash_in_qt4, OneHashInQt4)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond)
 

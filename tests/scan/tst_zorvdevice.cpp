@@ -376,7 +376,7 @@ void tst_ZorvDevice::value_data()
     QTest::newRow("longer than the announcement") << latin1("params/text/") + repeated("x/", 5000) << QVariant(latin1("t"));
     QTest::newRow("a key longer than the announcement") << latin1("params/") + repeated("x", 5000) << none;
     QTest::newRow("a key longer than the announcement, behind a text") << latin1("params/text/") + repeated("x", 5000)
-                                                                         << QVariant(latin1("t"));
+                                                                       << QVariant(latin1("t"));
 
     const QVariant one(Q_INT64_C(1));
     const QVariant two(Q_INT64_C(2));
