@@ -28,11 +28,14 @@ private slots:
 
 private:
     bool isBusReady();
+    void adjustPeriod(bool isConnected);
     void startAgain();
 
     QString m_neededService;
     QByteArray m_programName;
     QBasicTimer m_probeTimer; // runs while the bus is lost
+    int m_probes;
+    int m_failedProbes; // in a row
     int m_probesWithoutService;
     bool m_hasWarned; // that the program could not be started
 };

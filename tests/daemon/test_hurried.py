@@ -2,6 +2,8 @@
 
 import datetime
 
+import pytest
+
 from clocks import hurried_program, needs_clocks
 from scanning import announcing, is_alive, wait_for_device
 from simdevice.device import BUS_NAME
@@ -37,6 +39,17 @@ def test_it_joins_the_group_of_searches_with_its_timer(start_device, peer, tmp_p
     joined = len(device.syslog.texts)
     peer.listen_ssdp().wait_for(b"ssdp:alive", count=2)
     assert len(device.syslog.texts) == joined
+
+
+@pytest.mark.parametrize("announcements", [2, 9])
+def test_a_bus_that_stays_away_for_a_while_is_found_again(start_device, peer, tmp_path, announcements):
+    device = start_device(program=hurried_program(tmp_path, 20))
+    take_away(device)
+    peer.listen_announcements().wait_for(b"KM-2044817", count=announcements)  # ten seconds of its time each
+    bring_back(device)
+    device.bus.wait_for_name(BUS_NAME)
+    device.wait_until_ready()
+    serves(device, peer)
 
 
 def only_says_byebye(device, peer) -> None:
