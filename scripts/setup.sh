@@ -1,11 +1,12 @@
-# Sourced by ./run, ./test and bench/run: installs Debian packages that are missing and builds a preset.
+# Sourced by ./run, ./test and the commands in bench/: installs Debian packages that are missing and builds a preset.
 # shellcheck shell=bash
 
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
 simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
 run_packages=(gupnp-tools miniupnpc)
 test_packages=(python3-pytest faketime strace libdbus-1-dev pkg-config)
-bench_packages=(libbenchmark-dev libdbus-1-dev pkg-config valgrind strace binutils libgssdp-1.6-dev libgupnp-1.6-dev libupnp-dev)
+bench_packages=(libbenchmark-dev libdbus-1-dev pkg-config valgrind strace binutils)
+bench_library_packages=(libgssdp-1.6-dev libgupnp-1.6-dev libupnp-dev) # what bench/peers/ are built on
 bench_peer_packages=(minidlna minissdpd avahi-daemon) # daemons that Debian starts when they are installed
 style_packages=(clang-tidy clang-format)
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static)
@@ -42,16 +43,16 @@ arm_machine="28 00" # as the head of an ELF file says it
 # machine_of ELF-FILE
 machine_of() { od -An -tx1 -j18 -N2 "$1" | xargs; }
 
-# require_qt4_kit PRESET MACHINE: QT4_KIT has to name a Qt 4.8 for it
+# require_qt4_kit COMMAND MACHINE: QT4_KIT has to name a Qt 4.8 for it
 require_qt4_kit() {
     local core
     core=$("${QT4_KIT-}/bin/qmake" -query QT_INSTALL_LIBS 2>/dev/null)/libQtCore.so.4
     if [ ! -e "$core" ]; then
-        echo "./test $1 needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake."
+        echo "$1 needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake."
         exit 1
     fi
     if [ "$(machine_of "$core")" != "$2" ]; then
-        echo "./test $1 needs a Qt 4.8 for another processor than that in QT4_KIT, $QT4_KIT."
+        echo "$1 needs a Qt 4.8 for another processor than that in QT4_KIT, $QT4_KIT."
         exit 1
     fi
 }

@@ -2,7 +2,9 @@
 
 import json
 import pathlib
+import re
 import subprocess
+import tempfile
 
 from lane import SERVER_CPU, pinned
 from measuring import Plan, progress
@@ -56,6 +58,26 @@ def _all(runs: list, name: str) -> Table:
 def _texts(runs: list, what: str) -> list:
     found = (run["run_name"].split("/")[1] for run in _in_order(runs) if run["run_name"].startswith(what + "/"))
     return list(dict.fromkeys(found))
+
+
+def json_texts(programs: pathlib.Path) -> list:
+    listed = subprocess.run([str(programs / "bench_json"), "--benchmark_list_tests", "--benchmark_filter=^reader/"],
+                            capture_output=True, text=True, check=True).stdout
+    return [name.split("/")[1] for name in listed.split()]
+
+
+def instructions(program: pathlib.Path, benchmark: str) -> float:
+    """Of one pass of a benchmark of bench_json, in user space: what a longer run takes more."""
+    fewer, more = 5, 15
+    return (_callgrind(program, benchmark, more) - _callgrind(program, benchmark, fewer)) / (more - fewer)
+
+
+def _callgrind(program: pathlib.Path, benchmark: str, iterations: int) -> int:
+    with tempfile.NamedTemporaryFile() as figures:
+        subprocess.run(["valgrind", "--tool=callgrind", "--quiet", f"--callgrind-out-file={figures.name}", str(program),
+                        f"--iterations={iterations}", f"--benchmark_filter=^{benchmark}/"],
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+        return int(re.search(r"^totals: (\d+)", pathlib.Path(figures.name).read_text(), re.M)[1])
 
 
 def _beside_qt(runs: list, what: str, text: str) -> Table:

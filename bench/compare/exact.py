@@ -26,7 +26,7 @@ def measure(plan: Plan) -> list:
         with lanes(servers, plan, start=False) as all_lanes:
             for lane in all_lanes:
                 progress(f"counting: {title.lower()}, {lane.name}")
-                table.add(lane.name, **_counted(lane, operate))
+                table.add(lane.name, **counted(lane, operate))
         tables.append(table)
     return tables
 
@@ -55,7 +55,8 @@ def _announce_changes(lane: Lane, count: int) -> int:
     return lane.announce(_KNOWN, max(count, _KNOWN), rate=200, changed=True)["operations"]
 
 
-def _counted(lane: Lane, operate) -> dict:
+def counted(lane: Lane, operate) -> dict:
+    """A value for each of COLUMNS, those left out that could not be had."""
     found = {}
     for name, count in (("instructions", instructions), ("system_calls", _system_calls), ("allocations", _allocations)):
         try:

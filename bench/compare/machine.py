@@ -13,7 +13,7 @@ _PACKAGES = ("libqt5core5a", "libdbus-1-3", "libc6", "minidlna", "minissdpd", "l
              "libgupnp-1.6-dev", "avahi-daemon", "valgrind")
 
 
-def described(build: pathlib.Path) -> dict:
+def described(build: pathlib.Path, packages: tuple = _PACKAGES) -> dict:
     """Names and values, in the order in which they are to be read. `build`: the build folder that was measured."""
     return {
         "date": datetime.date.today().isoformat(),
@@ -24,7 +24,7 @@ def described(build: pathlib.Path) -> dict:
         "commit": _commit(),
         "compiler": _first_line(["c++", "--version"]),
         "compiler flags": flags(build),
-        "packages": {package: version for package in _PACKAGES if (version := version_of(package))},
+        "packages": {package: version for package in packages if (version := version_of(package))},
     }
 
 

@@ -9,6 +9,8 @@ from table import Table
 
 BEGIN = "<!-- figures: begin (written by bench/run --write-docs) -->"
 END = "<!-- figures: end -->"
+BEGIN_QT4 = "<!-- Qt 4.8: begin (written by bench/qt4 --write-docs) -->"
+END_QT4 = "<!-- Qt 4.8: end -->"
 
 
 def write(folder: pathlib.Path, machine: dict, tables: list) -> None:
@@ -28,14 +30,25 @@ def read(folder: pathlib.Path) -> tuple:
 
 def write_docs(docs: pathlib.Path, machine: dict, tables: list) -> None:
     """Replaces the block between the two marks of docs/performance.md, and the charts that the page shows."""
-    page = docs / "performance.md"
-    before, found, rest = page.read_text().partition(BEGIN)
-    _, found_end, after = rest.partition(END)
-    if not found or not found_end:
-        raise SystemExit(f"{page} needs these two lines, between which the tables go:\n{BEGIN}\n{END}")
-    page.write_text(f"{before}{BEGIN}\n\n{markdown(machine, tables)}\n{END}{after}")
+    around = _replace(docs, BEGIN, END, markdown(machine, tables))
     folder = docs / "performance"
     folder.mkdir(exist_ok=True)
     for name, text in charts(tables).items():
-        if f"performance/{name}" in before + after:
+        if f"performance/{name}" in around:
             (folder / name).write_text(text)
+
+
+def write_docs_qt4(docs: pathlib.Path, text: str) -> None:
+    """The same for the block with Qt 4.8."""
+    _replace(docs, BEGIN_QT4, END_QT4, text)
+
+
+def _replace(docs: pathlib.Path, begin: str, end: str, text: str) -> str:
+    """What the page has around the block."""
+    page = docs / "performance.md"
+    before, found, rest = page.read_text().partition(begin)
+    _, found_end, after = rest.partition(end)
+    if not found or not found_end:
+        raise SystemExit(f"{page} needs these two lines, between which the tables go:\n{begin}\n{end}")
+    page.write_text(f"{before}{begin}\n\n{text}\n{end}{after}")
+    return before + after

@@ -1,6 +1,8 @@
 """Tables as Markdown."""
 
-from table import Table
+from table import Column, Table
+
+_REMARKABLE = 1.25  # times as much
 
 
 def markdown(machine: dict, tables: list) -> str:
@@ -10,6 +12,27 @@ def markdown(machine: dict, tables: list) -> str:
     if json_tables:
         parts.append(_json(json_tables))
     return "\n\n".join(parts) + "\n"
+
+
+def side_by_side(machine: dict, tables: list) -> str:
+    """One grid: a row for each figure, a column for the base and one for the subject of the tables."""
+    base, subject = tables[0].base, tables[0].subject
+    rows = [_figure_row(table, column) for table in tables for column in table.columns]
+    remark = f"Medians; the ratio is the median of the rounds [least..greatest], bold if above {_REMARKABLE}."
+    return f"{_machine(machine)}\n\n{remark}\n\n{grid(['', base, subject, f'{subject} ÷ {base}'], rows)}\n"
+
+
+def _figure_row(table: Table, column: Column) -> list:
+    figures = [_number(table.median(lane, column.key), column.digits) for lane in (table.base, table.subject)]
+    return [f"{table.title}, {column.title}", *figures, _marked_ratio(table, column)]
+
+
+def _marked_ratio(table: Table, column: Column) -> str:
+    base, subject = (table.median(lane, column.key) for lane in (table.base, table.subject))
+    if base is None or subject is None or not round(subject, column.digits):
+        return ""
+    text = ratio_text(table.ratio(table.subject, table.base, column.key)) if round(base, column.digits) else "from none"
+    return f"**{text}**" if subject > base * _REMARKABLE else text
 
 
 def _machine(machine: dict) -> str:

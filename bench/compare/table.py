@@ -45,9 +45,9 @@ class Table:
         present = [value for value in self.values(lane, key) if value is not None]
         return statistics.median(present) if present else None
 
-    def ratio(self, lane: str, to: str) -> Ratio:
-        """Of the first column, None when the two have no round in common."""
-        key = self.columns[0].key
+    def ratio(self, lane: str, to: str, key: str = "") -> Ratio:
+        """Of the first column if no other is named, None when the two have no round in common."""
+        key = key or self.columns[0].key
         pairs = zip(self.values(lane, key), self.values(to, key))
         ratios = [value / other for value, other in pairs if value is not None and other]
         return Ratio(statistics.median(ratios), min(ratios), max(ratios)) if ratios else None

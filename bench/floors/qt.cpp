@@ -1,5 +1,7 @@
 // The least that a Qt program of this kind takes: a bus name with an object, the three sockets, one announcement,
 // a timer, the event loop.
+#include "qtcompat.h"
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
 #include <QtDBus/QDBusConnection>
@@ -20,9 +22,9 @@ int main(int argc, char **argv)
     QUdpSocket search;
     QUdpSocket scan;
     QTcpServer description;
-    search.bind(QHostAddress(QHostAddress::AnyIPv4), 1900, QUdpSocket::ShareAddress);
-    scan.bind(QHostAddress(QHostAddress::AnyIPv4), 31416, QUdpSocket::ShareAddress);
-    description.listen(QHostAddress(QHostAddress::AnyIPv4), 8200);
+    search.bind(qtcompat::anyIPv4<QHostAddress>(), 1900, QUdpSocket::ShareAddress);
+    scan.bind(qtcompat::anyIPv4<QHostAddress>(), 31416, QUdpSocket::ShareAddress);
+    description.listen(qtcompat::anyIPv4<QHostAddress>(), 8200);
     search.joinMulticastGroup(group);
     search.writeDatagram(alive, sizeof alive - 1, group, 1900);
 

@@ -109,19 +109,23 @@ static void run_closed(double seconds)
     } while (give_up_late_ones() > 0 || now() < end);
 }
 
+/* When one was late, the next ones are not sent together with it: two that are found together are answered for less. */
 static void run_paced(double seconds, double rate)
 {
-    const double start = now();
     const long total = (long)(seconds * rate);
+    double due = now();
     while (sent < total) {
-        const double due = start + (double)sent / rate;
         const double left = due - now();
-        if (left > 0.001)
+        if (left > 0.001) {
             wait_for_answers((int)(left * 1000));
-        else if (left > 0)
+        } else if (left > 0) {
             sleep_until(due);
-        else
+        } else {
             ask(&askers[sent % asker_count]);
+            due += 1 / rate;
+            if (due < now() + 0.5 / rate)
+                due = now() + 0.5 / rate;
+        }
     }
     const double end = now() + patience;
     while (answers < sent && now() < end)
