@@ -31,8 +31,12 @@ Any one of these helps:
 
 
 def enter(status_if_refused: int = 1) -> None:
-    """Returns only inside the sandbox. Outside, it runs the script in one and exits with the script's status."""
+    """Returns only inside the sandbox. Outside, it runs the script in one and exits with the script's status.
+
+    Signals that reach the script in the sandbox before it has come here wait until then.
+    """
     if inside():
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, {*_FORWARDED, signal.SIGCHLD})
         return
     try:
         _unshare()
@@ -103,7 +107,6 @@ def _init(problem: int) -> None:
         os._exit(1)
     script = os.fork()
     if script == 0:
-        signal.pthread_sigmask(signal.SIG_UNBLOCK, {*_FORWARDED, signal.SIGCHLD})
         os.environ[_MARK] = _identity()
         os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
         os.execv(PYTHON, [PYTHON, *sys.argv])
