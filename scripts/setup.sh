@@ -11,6 +11,44 @@ style_packages=(clang-tidy clang-format)
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static)
 arm64_packages=(g++-aarch64-linux-gnu qemu-user-static)
 
+# describe SCRIPT: the comment at its head
+describe() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$1"; }
+
+# fail TEXT: for what is wrong with the command line or the surroundings, before anything is installed or built
+fail() {
+    printf '%s: %s\n' "$0" "$1" >&2
+    exit 2
+}
+
+# listed TEXT...: the texts with commas between them
+listed() {
+    local all
+    printf -v all '%s, ' "$@"
+    printf '%s' "${all%, }"
+}
+
+# is_one_of TEXT TEXT...
+is_one_of() {
+    local wanted=$1 one
+    shift
+    for one in "$@"; do
+        [ "$one" != "$wanted" ] || return 0
+    done
+    return 1
+}
+
+build_folder() { [ "$1" = release ] && echo build || echo "build-$1"; }
+
+# require_writable PRESET...: the builds go into folders of this one
+require_writable() {
+    local preset folder
+    for preset in "$@"; do
+        folder=$(build_folder "$preset")
+        [ -e "$folder" ] || folder=.
+        [ -w "$folder" ] || fail "cannot write into $(cd "$folder" && pwd), where it builds. Take a copy of this folder that is yours."
+    done
+}
+
 say() { printf '\n== %s\n' "$*"; }
 
 missing_packages() {
@@ -68,7 +106,8 @@ prepare_cross() {
 build() {
     say "Building ($1)"
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$@"
+    # Ninja has said why it ended, or nobody reads any more: CMake need not tell of it again.
+    { cmake --build --preset "$@" 2>&1 >&3 3>&- | sed '/^SIGPIPE$/d; /^CMake Error: Generator: /d' >&2; } 3>&1
 }
 
 # clang-format and clang-tidy over the product's sources, two at a time

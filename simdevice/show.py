@@ -204,9 +204,9 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--no-tour", dest="tour", action="store_false")
     chosen = parser.parse_args()
     if not 2 <= chosen.devices <= 40:
-        parser.error("--devices takes a number from 2 to 40")
+        parser.error(f"--devices takes a number from 2 to 40, not '{chosen.devices}'")
     if chosen.once and not chosen.tour:
-        parser.error("--once is for the tour")
+        parser.error("--once ends after the tour, and --no-tour leaves it out")
     return chosen
 
 
@@ -253,16 +253,10 @@ def end(*_signal) -> None:
     raise KeyboardInterrupt
 
 
-def running_already() -> str:
-    process = door.holder()
-    return (f"A plant of yours is running already{f', process {process}' if process else ''}. End that one with Ctrl-C "
-            "first.")
-
-
 def main() -> int:
     chosen = arguments()
     if not sandbox.inside() and not chosen.once and not door.build():
-        sys.exit(running_already())
+        sys.exit(door.running_already() or "Another plant of yours has just ended; start this one again.")
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)  # SIGINT too: whoever starts this in the background has it ignored
     try:
