@@ -244,6 +244,7 @@ def test_no_word_is_broken_on_80_columns(show):
     lines = re.sub(rb"\x1b\[[0-9;]*[a-zA-Z]", b"", everything(terminal)).decode().splitlines()
     assert max(map(len, lines)) <= 79
     assert not [line for line in lines if "…" in line]
+    assert "Switching on device 7 of 7" in lines
     assert any(line.endswith("\\") and len(line) > 60 for line in lines), "the command that is too long for one line"
 
 

@@ -63,6 +63,14 @@ def test_every_file_is_at_its_place(installed):
     assert files_below(installed) == expected
 
 
+def test_every_file_is_in_a_debian_package_or_left_out_on_purpose(installed):
+    lists = [*(ROOT / "debian").glob("*.install"), ROOT / "debian/not-installed"]
+    named = [line for file in lists for line in file.read_text().split()]
+    left = {name for name in files_below(installed)
+            if not any(f"{prefix}{name}" == one or f"{prefix}{name}".startswith(f"{one}/") for one in named for prefix in ("usr/", ""))}
+    assert left == set()
+
+
 def test_only_the_daemon_is_executable_and_nothing_is_empty(installed):
     modes = {name: (installed / name).stat() for name in files_below(installed)}
     assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn"}
