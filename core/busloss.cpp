@@ -1,5 +1,7 @@
 #include "busloss.h"
 
+#include "termsignal.h"
+
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusConnectionInterface>
 
@@ -8,49 +10,73 @@
 #include <unistd.h>
 
 static const int probePeriod = 1000; // ms
+static const int restfulProbePeriod = 10000; // ms
+static const int maximalFailedProbes = 60; // in a row, before the longer period
 static const int maximalProbesWithoutService = 60;
-static const char probeName[] = "probe";
 
 BusLoss::BusLoss(const QString &neededService, const QByteArray &programName, QObject *parent)
     : QObject(parent)
     , m_neededService(neededService)
     , m_programName(programName)
+    , m_probes(0)
+    , m_failedProbes(0)
     , m_probesWithoutService(0)
+    , m_hasWarned(false)
 {
     QDBusConnection::systemBus().connect(QString(), QLatin1String("/org/freedesktop/DBus/Local"),
         QLatin1String("org.freedesktop.DBus.Local"), QLatin1String("Disconnected"), this, SLOT(disconnected()));
+    if (!QDBusConnection::systemBus().isConnected())
+        disconnected();
 }
 
 void BusLoss::disconnected()
 {
+    if (m_probeTimer.isActive() || hasTermSignalArrived())
+        return;
     qWarning("system bus lost, starting again once it is back");
     m_probeTimer.start(probePeriod, this);
 }
 
 void BusLoss::timerEvent(QTimerEvent *)
 {
-    if (isBusReady())
+    if (hasTermSignalArrived())
+        m_probeTimer.stop();
+    else if (isBusReady() && !hasTermSignalArrived())
         startAgain();
 }
 
+// Each probe has a name of its own: Qt 4 never gives up a connection that could not be made, nor tries it again. It costs
+// four kilobytes, hence the longer period when the bus stays away.
 bool BusLoss::isBusReady()
 {
+    const QString name = QLatin1String("probe") + QString::number(++m_probes);
     bool hasService = false;
     bool isConnected = false;
     {
-        const QDBusConnection probe = QDBusConnection::connectToBus(QDBusConnection::SystemBus, QLatin1String(probeName));
+        const QDBusConnection probe = QDBusConnection::connectToBus(QDBusConnection::SystemBus, name);
         isConnected = probe.isConnected();
         hasService = isConnected && probe.interface()->isServiceRegistered(m_neededService);
     }
-    QDBusConnection::disconnectFromBus(QLatin1String(probeName));
+    QDBusConnection::disconnectFromBus(name);
+    adjustPeriod(isConnected);
     return isConnected && (hasService || ++m_probesWithoutService > maximalProbesWithoutService);
 }
 
-// Returns only when that fails; the daemon then lives on without the bus.
+void BusLoss::adjustPeriod(bool isConnected)
+{
+    if (isConnected && m_failedProbes >= maximalFailedProbes)
+        m_probeTimer.start(probePeriod, this);
+    m_failedProbes = isConnected ? 0 : m_failedProbes + 1;
+    if (m_failedProbes == maximalFailedProbes)
+        m_probeTimer.start(restfulProbePeriod, this);
+}
+
+// Returns only when that fails; the next probe tries again.
 void BusLoss::startAgain()
 {
     char *arguments[] = { m_programName.data(), nullptr };
     execv("/proc/self/exe", arguments);
-    qWarning("starting again failed: %s", std::strerror(errno));
-    m_probeTimer.stop();
+    if (!m_hasWarned)
+        qWarning("starting again failed: %s", std::strerror(errno));
+    m_hasWarned = true;
 }

@@ -9,6 +9,8 @@
 // Brings the daemon back to a system bus that was restarted. Qt never makes a lost bus connection anew, so the process
 // starts its program again, under the same process id, once the bus and the service it needs most are there.
 // Until then everything but the bus goes on.
+//
+// After SIGTERM it does not: the next process would know nothing of the signal, and would not go on saying byebye.
 class BusLoss : public QObject
 {
     Q_OBJECT
@@ -26,12 +28,16 @@ private slots:
 
 private:
     bool isBusReady();
+    void adjustPeriod(bool isConnected);
     void startAgain();
 
     QString m_neededService;
     QByteArray m_programName;
     QBasicTimer m_probeTimer; // runs while the bus is lost
+    int m_probes;
+    int m_failedProbes; // in a row
     int m_probesWithoutService;
+    bool m_hasWarned; // that the program could not be started
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
+#include "missingthread.h"
 #include "qtcompat.h"
 #include "termsignal.h"
 #include "upnphttp.h"
@@ -28,6 +29,7 @@ static void openLog()
     kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
     kelta::keltalog.setSyslogLevelWarning();
     areDebugMessagesWanted = false;
+    endWhenThreadIsMissing();
 }
 
 // Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
@@ -57,6 +59,12 @@ static void useQtEventLoop()
     qputenv("QT_NO_GLIB", "1");
 }
 
+// A connection that ends in the middle of a call is no reason for libdbus to end the process. To be called before there is one.
+static void surviveLostConnections()
+{
+    qputenv("DBUS_FATAL_WARNINGS", "0");
+}
+
 // What starting up took goes back to the system, as far as the C library can do that.
 static void giveMemoryBack()
 {
@@ -70,6 +78,7 @@ int main(int argc, char *argv[])
     if (answerCommandLine(argc, argv))
         return 0;
     useQtEventLoop();
+    surviveLostConnections();
     openLog();
     limitDescriptorsToEventLoop();
     // Before anything else exists, so that a second instance ends without having opened a socket.
@@ -81,6 +90,8 @@ int main(int argc, char *argv[])
     const QByteArray programName = argc > 0 ? argv[0] : "";
     forgetProgramName(argc, argv);
     QCoreApplication application(argc, argv);
+    // Before anything waits for the bus, which may be gone afterwards.
+    BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
 
     UpnpSettings *settings = createSettings(&application);
     QDBusConnection::systemBus().registerObject(QLatin1String("/settings"), settings, QDBusConnection::ExportAllSlots);
@@ -102,8 +113,6 @@ int main(int argc, char *argv[])
     wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
 
     settings->configureIp();
-    BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
-
     giveMemoryBack();
     return installTermSignalHandler() > 0 ? 1 : application.exec();
 }

@@ -26,6 +26,12 @@ inline MessageSink &messageSink()
     static MessageSink sink = nullptr;
     return sink;
 }
+
+inline MessageSink &messageWatcher()
+{
+    static MessageSink watcher = nullptr;
+    return watcher;
+}
 } // namespace detail
 
 #if QT_VERSION >= 0x050000
@@ -47,6 +53,22 @@ inline void installMessageSink(MessageSink sink)
         }
     };
     qInstallMessageHandler(Adapter::handle);
+}
+
+// Shows every message to the watcher as well, after whoever receives them up to now.
+inline void watchMessages(MessageSink watcher)
+{
+    static QtMessageHandler receiver = nullptr;
+    detail::messageWatcher() = watcher;
+    struct Adapter
+    {
+        static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
+        {
+            receiver(type, context, text);
+            detail::messageWatcher()(messageType(type), text.toLocal8Bit().constData());
+        }
+    };
+    receiver = qInstallMessageHandler(Adapter::handle);
 }
 
 // In Qt 5 "any address" means both protocols, and the peers' IPv4 addresses then read "::ffff:10.0.0.5".
@@ -83,6 +105,22 @@ typedef qintptr SocketDescriptor;
 inline void installMessageSink(MessageSink sink)
 {
     qInstallMsgHandler(sink);
+}
+
+inline void watchMessages(MessageSink watcher)
+{
+    static MessageSink receiver = nullptr;
+    detail::messageWatcher() = watcher;
+    struct Adapter
+    {
+        static void handle(QtMsgType type, const char *text)
+        {
+            if (receiver)
+                receiver(type, text);
+            detail::messageWatcher()(type, text);
+        }
+    };
+    receiver = qInstallMsgHandler(Adapter::handle);
 }
 
 template <class HostAddress>

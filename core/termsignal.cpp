@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,6 +19,12 @@ void createTermSocketPair()
     fcntl(termSocketPair[0], F_SETFL, fcntl(termSocketPair[0], F_GETFL) | O_NONBLOCK);
     fcntl(termSocketPair[0], F_SETFD, FD_CLOEXEC);
     fcntl(termSocketPair[1], F_SETFD, FD_CLOEXEC);
+}
+
+bool hasTermSignalArrived()
+{
+    struct pollfd watched = { termSocketPair[1], POLLIN, 0 };
+    return poll(&watched, 1, 0) == 1 && (watched.revents & POLLIN);
 }
 
 void termSignalHandler(int)

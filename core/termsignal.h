@@ -9,6 +9,9 @@ extern int termSocketPair[2];
 // Fills termSocketPair. Ends the process with a fatal message when the system has no pair to give.
 void createTermSocketPair();
 
+// Whether SIGTERM has arrived: whether a byte waits to be watched.
+bool hasTermSignalArrived();
+
 // Async-signal-safe: one write() of the byte 1 to element 0; errno stays. The signal number is not used.
 void termSignalHandler(int signalNumber);
 

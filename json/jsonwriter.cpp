@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace
 {
@@ -274,11 +275,12 @@ void JsonWriter::write(const QVariant &value, int level, Output *output)
 
 void JsonWriter::writeArray(const QVariantList &array, int level, Output *output)
 {
+    const int levelWithin = level < std::numeric_limits<int>::max() ? level + 1 : level;
     output->ascii('[');
     for (int i = 0; i < array.size(); ++i) {
         if (i > 0)
             output->ascii(", ", m_autoFormatting ? 2 : 1);
-        write(array.at(i), level + 1, output);
+        write(array.at(i), levelWithin, output);
     }
     output->ascii(']');
 }
@@ -286,7 +288,7 @@ void JsonWriter::writeArray(const QVariantList &array, int level, Output *output
 // Meant: the values are written at the level of the object, so that only arrays indent (tst_jsonwriter).
 void JsonWriter::writeObject(const QVariantMap &object, int level, Output *output)
 {
-    if (m_autoFormatting && level > 0) {
+    if (m_autoFormatting && level != 0) {
         output->ascii('\n');
         writePad(level, output);
         output->ascii("{\n", 2);
@@ -311,6 +313,7 @@ void JsonWriter::writeObject(const QVariantMap &object, int level, Output *outpu
     output->ascii('}');
 }
 
+// Of a negative level there is none.
 void JsonWriter::writePad(int level, Output *output) const
 {
     for (int i = 0; i < level; ++i)

@@ -19,8 +19,8 @@ public:
     // Writes the value into result(), in place of the one before. False when something in it could not
     // be written; there the text holds null, and errorString() tells what it was.
     bool stringify(const QVariant &value);
-    // Appends the value to result() as it looks at this nesting level, from 0. Neither result() nor
-    // errorString() is cleared.
+    // Appends the value to result() as it looks at this nesting level: 0 is the outermost, and a negative one looks like the
+    // others but without an indent. Neither result() nor errorString() is cleared.
     void stringify(const QVariant &value, int level);
 
     QString result() const { return m_result; }

@@ -1,7 +1,8 @@
 #include "announcement.h"
 
+#include "interfaces.h"
+
 #include <QtCore/QByteArrayMatcher>
-#include <QtNetwork/QNetworkInterface>
 
 namespace announcement
 {
@@ -102,7 +103,7 @@ static Interface fromSystem(const QNetworkInterface &source)
 QList<Interface> interfacesOfThisMachine()
 {
     QList<Interface> interfaces;
-    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
+    const QList<QNetworkInterface> all = networkInterfaces();
     for (int i = 0; i < all.size(); ++i)
         interfaces.append(fromSystem(all.at(i)));
     return interfaces;

@@ -1,6 +1,7 @@
 #include "zorvdevice.h"
 
 #include "dbusvalue.h"
+#include "deviceindex.h"
 #include "jsonreader.h"
 
 #include <QtCore/QDateTime>
@@ -23,11 +24,9 @@ namespace
 struct Keys
 {
     Keys()
-        : params(QLatin1String("params"))
-        , device(QLatin1String("device"))
-        , netSettings(QLatin1String("netSettings"))
-        , interface(QLatin1String("interface"))
-        , expiration(QLatin1String("expiration"))
+        : expirationPath(QLatin1String("params/expiration"))
+        , devicePath(QLatin1String("params/device"))
+        , interfacePath(QLatin1String("params/netSettings/interface"))
         , firmwareVersion(QLatin1String("firmwareVersion"))
         , uuid(QLatin1String("uuid"))
         , name(QLatin1String("name"))
@@ -37,11 +36,9 @@ struct Keys
     {
     }
 
-    const QString params;
-    const QString device;
-    const QString netSettings;
-    const QString interface;
-    const QString expiration;
+    const QString expirationPath;
+    const QString devicePath;
+    const QString interfacePath;
     const QString firmwareVersion;
     const QString uuid;
     const QString name;
@@ -66,40 +63,87 @@ static QString textOf(const QVariant &value)
     return value.toString();
 }
 
-static QVariant lookUp(const QVariant &root, const QString &path, int begin);
+namespace
+{
 
-static QVariantList lookUpInEach(const QVariantList &list, const QString &path, int begin)
+// A path of keys parted by slashes. It comes from any local program and is followed through as many values as an announcement
+// holds, so no part of it is ever copied, and of one that is longer than every key no more than that is looked at.
+class Path
+{
+public:
+    // The text must outlive the path. longestKey: no key of the announcement is longer.
+    Path(const QString &text, int longestKey)
+        : m_text(text)
+        , m_longestKey(longestKey)
+    {
+    }
+
+    QVariant lookUp(const QVariant &root) const { return lookUp(root, 0); }
+
+private:
+    QVariant lookUp(const QVariant &root, int begin) const;
+    QVariantList lookUpInEach(const QVariantList &list, int begin) const;
+    QString between(int begin, int end) const { return QString::fromRawData(m_text.constData() + begin, end - begin); }
+    int endOfPart(int begin) const;
+    int firstPlaceOf(int part, int begin) const;
+
+    const QString &m_text;
+    const int m_longestKey;
+};
+
+// -1: it is longer than every key.
+int Path::endOfPart(int begin) const
+{
+    const int size = qMin(m_text.size() - begin, m_longestKey + 1);
+    const int slash = between(begin, begin + size).indexOf(QLatin1Char('/'));
+    if (slash != -1)
+        return begin + slash;
+    return size <= m_longestKey ? m_text.size() : -1;
+}
+
+// Where the text of the part is met first from begin on: at the part at the latest. What lies before it has been found as keys,
+// so a longer text is not there.
+int Path::firstPlaceOf(int part, int begin) const
+{
+    const int end = part == begin ? -1 : endOfPart(part);
+    return end == -1 ? part : begin + between(begin, end).indexOf(between(part, end));
+}
+
+QVariantList Path::lookUpInEach(const QVariantList &list, int begin) const
 {
     QVariantList results;
     for (int i = 0; i < list.size(); ++i)
-        results.append(lookUp(list.at(i), path, begin));
+        results.append(lookUp(list.at(i), begin));
     return results;
 }
 
-// Looks up what stands in the path from begin on. The path comes from any local program and is followed through as many
-// values as the announcement holds, so no part of it is ever copied.
-static QVariant lookUp(const QVariant &root, const QString &path, int begin)
+// Looks up what stands in the path from begin on. Each value of the announcement is visited once at most: of an object one
+// entry is looked at, of a list every element, and of all others nothing.
+QVariant Path::lookUp(const QVariant &root, int begin) const
 {
     QVariant current = root;
-    for (int keyBegin = begin; keyBegin <= path.size();) {
-        const bool isObject = current.userType() == QMetaType::QVariantMap && !current.toMap().isEmpty();
-        const bool isList = current.userType() == QMetaType::QVariantList && !current.toList().isEmpty();
-        if (!isObject && !isList)
+    for (int part = begin; part <= m_text.size();) {
+        if (current.userType() == QMetaType::QVariantList) {
+            const QVariantList list = current.toList();
+            return list.isEmpty() ? QVariant() : lookUpInEach(list, firstPlaceOf(part, begin));
+        }
+        const QVariantMap object = current.toMap();
+        if (object.isEmpty())
+            return current;
+        const int end = endOfPart(part);
+        if (end == -1)
             return QVariant();
-        const int slash = path.indexOf(QLatin1Char('/'), keyBegin);
-        const int keyEnd = slash == -1 ? path.size() : slash;
-        const QString key = QString::fromRawData(path.constData() + keyBegin, keyEnd - keyBegin);
-        if (isList)
-            return lookUpInEach(current.toList(), path, path.indexOf(key, begin));
-        current = current.toMap().value(key);
-        keyBegin = keyEnd + 1;
+        current = object.value(between(part, end));
+        part = end + 1;
     }
     return current;
 }
 
-static QVariantMap objectIn(const QVariantMap &object, const QString &key)
+} // namespace
+
+static QVariant lookUp(const QVariant &root, const QString &path)
 {
-    return object.value(key).toMap();
+    return Path(path, path.size()).lookUp(root);
 }
 
 static int threeTimes(int seconds)
@@ -111,18 +155,20 @@ static int threeTimes(int seconds)
 ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent)
     : QObject(parent)
     , m_raw(json.constData(), json.size())
-    , m_ownLastSeen(QDateTime::currentMSecsSinceEpoch())
-    , m_lastSeen(&m_ownLastSeen)
+    , m_lastSeen(QDateTime::currentMSecsSinceEpoch())
     , m_expiration(defaultExpiration)
+    , m_place(0)
+    , m_index(nullptr)
     , m_hasNoValues(false)
     , m_summarySize(0)
+    , m_keptSize(0)
 {
     setObjectName(uuid);
     JsonReader reader;
     bool isWholeNumber = false;
     int announced = 0;
     if (reader.parse(json))
-        announced = textOf(objectIn(reader.result().toMap(), keys().params).value(keys().expiration)).toInt(&isWholeNumber, 10);
+        announced = textOf(lookUp(reader.result().toMap(), keys().expirationPath)).toInt(&isWholeNumber, 10);
     if (isWholeNumber)
         m_expiration = threeTimes(announced);
     else
@@ -131,31 +177,28 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
 
 ZorvDevice::~ZorvDevice()
 {
+    if (m_index)
+        m_index->remove(this);
     forgetParsed();
 }
 
 void ZorvDevice::update(const QByteArray &json)
 {
     forgetParsed();
+    if (m_index)
+        m_index->textHasGrown(json.size() - m_raw.size());
     m_raw = QByteArray(json.constData(), json.size());
     touch();
 }
 
 void ZorvDevice::touch()
 {
-    *m_lastSeen = QDateTime::currentMSecsSinceEpoch();
-}
-
-void ZorvDevice::keepLastSeenAt(qint64 *place)
-{
-    qint64 *const newPlace = place ? place : &m_ownLastSeen;
-    *newPlace = *m_lastSeen;
-    m_lastSeen = newPlace;
+    m_lastSeen = QDateTime::currentMSecsSinceEpoch();
 }
 
 void ZorvDevice::checkExpired()
 {
-    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - *m_lastSeen) / 1000;
+    const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
     if (wholeSeconds > m_expiration)
         deleteLater();
 }
@@ -185,48 +228,54 @@ void ZorvDevice::forgetParsed()
     if (!m_parsed.isEmpty())
         s_parsedSize -= m_raw.size();
     if (!m_summary.isEmpty())
-        s_summariesSize -= m_summarySize;
+        s_summariesSize -= m_keptSize;
     m_parsed.clear();
     m_summary.clear();
+    m_familyType.clear();
     m_hasNoValues = false;
 }
 
 QVariant ZorvDevice::value(const QString &path)
 {
-    // Each key of the path would have to stand in the announcement.
-    if (path.size() > m_raw.size())
-        return QVariant();
     const QVariantMap announcement = parsed();
     if (m_parsed.isEmpty() && !m_hasNoValues && takeRoom(&s_parsedSize, m_raw.size(), maximalParsedSize))
         m_parsed = announcement;
-    return lookUp(announcement, path, 0);
+    return Path(path, m_raw.size()).lookUp(announcement);
 }
 
 // The summary alone is kept, not what it was made from: most devices are listed again and again, and asked for nothing else.
-QVariantMap ZorvDevice::summary(int *size)
+QVariantMap ZorvDevice::summary(int *size, QString *familyType)
 {
     const bool isKept = !m_summary.isEmpty();
-    const QVariantMap summary = isKept ? m_summary : newSummary();
+    QString family = m_familyType;
+    const QVariantMap summary = isKept ? m_summary : newSummary(&family);
     const int summarySize = isKept ? m_summarySize : dbusvalue::marshalledSize(summary);
-    if (!isKept && takeRoom(&s_summariesSize, summarySize, maximalSummariesSize)) {
+    const int keptSize = summarySize + family.size() * int(sizeof(QChar));
+    if (!isKept && takeRoom(&s_summariesSize, keptSize, maximalSummariesSize)) {
         m_summary = summary;
+        m_familyType = family;
         m_summarySize = summarySize;
+        m_keptSize = keptSize;
     }
     if (size)
         *size = summarySize;
+    if (familyType)
+        *familyType = family;
     return summary;
 }
 
-QVariantMap ZorvDevice::newSummary()
+// What stands in the device's object is looked up from there on: none of these keys occurs earlier in its path.
+QVariantMap ZorvDevice::newSummary(QString *familyType)
 {
-    const QVariantMap params = objectIn(parsed(), keys().params);
-    const QVariantMap device = objectIn(params, keys().device);
-    QVariantMap summary = objectIn(objectIn(params, keys().netSettings), keys().interface);
+    const QVariant announcement = parsed();
+    const QVariant device = lookUp(announcement, keys().devicePath);
+    *familyType = textOf(lookUp(device, keys().familyType));
+    QVariantMap summary = lookUp(announcement, keys().interfacePath).toMap();
     summary.insert(keys().uuid, objectName());
-    summary.insert(keys().name, textOf(device.value(keys().name)));
-    summary.insert(keys().version, textOf(device.value(keys().firmwareVersion)));
-    summary.insert(keys().type, textOf(device.value(keys().type)));
-    summary.insert(keys().familyType, textOf(device.value(keys().familyType)));
+    summary.insert(keys().name, textOf(lookUp(device, keys().name)));
+    summary.insert(keys().version, textOf(lookUp(device, keys().firmwareVersion)));
+    summary.insert(keys().type, textOf(lookUp(device, keys().type)));
+    summary.insert(keys().familyType, *familyType);
     return dbusvalue::carriable(summary);
 }
 

@@ -5,6 +5,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
 
+class DeviceIndex;
+
 // One device that announces itself on the network: its last announcement and how long that stays valid.
 // The object's name is the device's uuid. On the system bus it stands below /zorvscan as local.ZorvDevice;
 // the public slots are its methods, in this order.
@@ -26,24 +28,24 @@ public:
     // The device announced itself again, and the last announcement stays.
     void touch();
 
-    // Keeps the time of the last announcement (milliseconds since 1970) there from now on, as long as the object lives or
-    // until told otherwise; null: in the object again, as at first.
-    void keepLastSeenAt(qint64 *place);
-
-    // The last announcement.
-    QByteArray text() const { return m_raw; }
+    // Whether this is the last announcement.
+    bool says(const QByteArray &json) const { return m_raw == json; }
+    // Of the last announcement, in bytes.
+    int textSize() const { return m_raw.size(); }
 
     // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
     void checkExpired();
 
-    // The value at a path of keys separated by slashes. A path that leads through a list gives the list of what
+    // The value at a path of keys parted by slashes. A path that leads through a list gives the list of what
     // the path's remainder, from the first place on where the path has the current key, finds in each element.
-    // Invalid where there is no such value.
+    // What holds no values, an empty object too, is itself what is found behind it; behind an empty list, and where an
+    // object has no such key, it is an invalid value.
     QVariant value(const QString &path);
 
     // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.
-    // What the bus cannot carry is left out (dbusvalue.h). size: what it takes in a message at most, in bytes.
-    QVariantMap summary(int *size = nullptr);
+    // What the bus cannot carry is left out (dbusvalue.h). size: what it takes in a message at most, in bytes. familyType:
+    // as it was announced, with what the bus cannot carry.
+    QVariantMap summary(int *size = nullptr, QString *familyType = nullptr);
 
 public slots:
     // The text of the value at a path: empty for what has none.
@@ -53,20 +55,26 @@ public slots:
 
 private:
     QVariantMap parsed();
-    QVariantMap newSummary();
+    QVariantMap newSummary(QString *familyType);
     void forgetParsed();
 
     static int s_parsedSize; // bytes of all announcements whose parsed form is kept
-    static int s_summariesSize; // bytes that all kept summaries take in messages
+    static int s_summariesSize; // bytes that all kept summaries take in messages, and their family types in memory
 
+    friend class DeviceIndex;
+
+    // These two are all that a repeated announcement needs: side by side, they are fetched from memory together.
     QByteArray m_raw;
-    qint64 m_ownLastSeen;
-    qint64 *m_lastSeen; // milliseconds since 1970
+    qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
+    int m_place; // in the index; the index sets both
+    DeviceIndex *m_index; // null: in none
     QVariantMap m_parsed; // empty until a value is asked for
     bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
     QVariantMap m_summary; // empty until asked for
-    int m_summarySize;
+    QString m_familyType; // of the summary, as announced
+    int m_summarySize; // in a message
+    int m_keptSize; // of both, as far as it counts in s_summariesSize
 };
 
 #endif

@@ -46,7 +46,6 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_connections(0)
     , m_callsOfReport(0)
     , m_hasNewcomer(false)
-    , m_registrySize(0)
 {
     m_sinceFullWarning.invalidate(); // Qt 4 does not
     subscribeToConnman();
@@ -54,13 +53,6 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     qtcompat::startExactTimer(this, m_interval * 1000);
     configChanged();
     sendAnnouncement();
-}
-
-// The children leave while their index still exists.
-ZorvScan::~ZorvScan()
-{
-    const QObjectList all = children();
-    qDeleteAll(all);
 }
 
 void ZorvScan::subscribeToConnman()
@@ -163,12 +155,16 @@ void ZorvScan::timerEvent(QTimerEvent *)
     sendAnnouncement();
 }
 
+// Nobody is told when an object gets another name or comes from elsewhere, so the index is told here.
 void ZorvScan::checkDevices()
 {
     const QObjectList snapshot = children();
     for (int i = 0; i < snapshot.size(); ++i) {
-        if (ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i)))
-            device->checkExpired();
+        ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i));
+        if (!device)
+            continue;
+        m_devices.file(device);
+        device->checkExpired();
     }
 }
 
@@ -217,11 +213,11 @@ void ZorvScan::takeIn()
 // Nearly every device says the same every time: then only its time is new.
 void ZorvScan::refresh()
 {
-    if (DeviceIndex::Entry *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram()))
-        unchanged->lastSeen = QDateTime::currentMSecsSinceEpoch();
-    else if (DeviceIndex::Entry *known = m_devices.find(m_uuid))
+    if (ZorvDevice *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram()))
+        unchanged->touch();
+    else if (ZorvDevice *known = m_devices.find(m_uuid))
         replaceText(known);
-    else if (m_devices.size() < maximalDevices && m_registrySize + m_received.datagram().size() <= maximalRegistrySize)
+    else if (m_devices.size() < maximalDevices && m_devices.textSize() + m_received.datagram().size() <= maximalRegistrySize)
         add();
     else
         warnOfFullRegistry();
@@ -230,25 +226,21 @@ void ZorvScan::refresh()
 void ZorvScan::add()
 {
     const QString name = QString::fromLatin1(m_uuid.constData(), m_uuid.size());
-    ZorvDevice *device = new ZorvDevice(name, m_received.datagram(), m_interval, this);
-    m_devices.insert(m_uuid, device);
-    m_registrySize += device->text().size();
+    m_devices.file(new ZorvDevice(name, m_received.datagram(), m_interval, this));
     m_hasNewcomer = true;
 }
 
 // A known device never expires for want of room, at the worst its last announcement stays.
-void ZorvScan::replaceText(DeviceIndex::Entry *known)
+void ZorvScan::replaceText(ZorvDevice *known)
 {
     const int size = m_received.datagram().size();
-    const int oldSize = known->text.size();
-    if (size > qMax(oldSize, alwaysAcceptedSize) && m_registrySize + size - oldSize > maximalRegistrySize) {
-        known->device->touch();
+    const int oldSize = known->textSize();
+    if (size > qMax(oldSize, alwaysAcceptedSize) && m_devices.textSize() + size - oldSize > maximalRegistrySize) {
+        known->touch();
         warnOfFullRegistry();
         return;
     }
-    known->device->update(m_received.datagram());
-    known->text = known->device->text();
-    m_registrySize += size - oldSize;
+    known->update(m_received.datagram());
 }
 
 void ZorvScan::warnOfFullRegistry()
@@ -259,15 +251,17 @@ void ZorvScan::warnOfFullRegistry()
     m_sinceFullWarning.start();
 }
 
+// One that is being destroyed is no ZorvDevice any more: it has left the index by itself.
 void ZorvScan::childEvent(QChildEvent *event)
 {
-    if (event->removed())
-        m_registrySize -= m_devices.remove(event->child());
+    if (event->removed()) {
+        if (ZorvDevice *device = qobject_cast<ZorvDevice *>(event->child()))
+            m_devices.remove(device);
+    }
 }
 
 QVariantList ZorvScan::allChilds(const QString &type)
 {
-    const QString familyKey = QLatin1String("familyType");
     QVariantList summaries;
     int replySize = 0;
     const QObjectList &all = children();
@@ -276,8 +270,9 @@ QVariantList ZorvScan::allChilds(const QString &type)
         if (!device)
             continue;
         int size = 0;
-        const QVariantMap summary = device->summary(&size);
-        if (!type.isEmpty() && summary.value(familyKey).toString() != type)
+        QString family;
+        const QVariantMap summary = device->summary(&size, &family);
+        if (!type.isEmpty() && family != type)
             continue;
         if (replySize + size > maximalReplySize)
             continue;

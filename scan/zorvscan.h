@@ -13,6 +13,7 @@
 
 class QUdpSocket;
 class UpnpSettings;
+class ZorvDevice;
 
 // The device's end of the maker's own discovery protocol: announces this device to the group 239.255.77.76, port 31416,
 // and keeps one child object for every device that announces itself there, this one included.
@@ -31,7 +32,6 @@ public:
     // The settings are not owned and must outlive the scan.
     // Ends the process with a fatal message when connman's signals cannot be subscribed.
     ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
-    ~ZorvScan();
 
 public slots:
     // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
@@ -68,7 +68,7 @@ private:
     void takeBacklog();
     void refresh();
     void add();
-    void replaceText(DeviceIndex::Entry *known);
+    void replaceText(ZorvDevice *known);
     void warnOfFullRegistry();
     void checkDevices();
 
@@ -85,7 +85,6 @@ private:
     int m_callsOfReport; // of pendingDatagrams(), by the socket's present report
     bool m_hasNewcomer; // a device was added, and the socket has not finished a report since
     DeviceIndex m_devices; // the children that are devices
-    int m_registrySize; // bytes of all announcements kept
     QElapsedTimer m_sinceFullWarning;
 };
 

@@ -6,12 +6,12 @@
 #include "dbusmap.h"
 #include "debugmessages.h"
 #include "fwconfigglobals.h"
+#include "interfaces.h"
 
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusPendingReply>
-#include <QtNetwork/QNetworkInterface>
 
 static QDBusPendingReply<QVariantMap> askForNetworkConfiguration()
 {
@@ -42,7 +42,7 @@ void UpnpSettings::configureIp()
 
 void UpnpSettings::readInterfaceAddresses()
 {
-    const QList<QNetworkAddressEntry> entries = QNetworkInterface::interfaceFromName(QLatin1String("eth0")).addressEntries();
+    const QList<QNetworkAddressEntry> entries = networkInterface(QLatin1String("eth0")).addressEntries();
     if (entries.size() == 1) {
         // Meant: an only address counts as the regular one, even when it is link-local or IPv6 (tst_networkstate).
         address = entries.first().ip();

@@ -5,6 +5,7 @@
 #include "debugmessages.h"
 #include "fwconfigglobals.h"
 #include "fwversionproxy.h"
+#include "interfaces.h"
 #include "syscfgmgrglobals.h"
 #include "systemconstantsproxy.h"
 
@@ -13,17 +14,34 @@
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusPendingReply>
-#include <QtNetwork/QNetworkInterface>
 
 static const char hostnameFile[] = "/proc/sys/kernel/hostname";
 static const char kernelUuidFile[] = "/proc/sys/kernel/random/uuid";
 static const char uuidVariable[] = "UUID";
 static const int serialNumberType = 2; // among the types of system information
+static const int maximalReadTries = 3;
 static const int urlSize = 32; // fits every URL with an IPv4 address: built with one allocation
 
 static QByteArray local8BitUpToNul(const QString &text)
 {
     return QByteArray(text.toLocal8Bit().constData());
+}
+
+// The whole file, without white space around. Half of one is worse than none, so a read that fails counts like a file that
+// does not open; both are tried again, since such a failure may pass.
+static bool readFile(const char *name, QByteArray *content)
+{
+    for (int tries = 0; tries < maximalReadTries; ++tries) {
+        QFile file(QString::fromLatin1(name));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray bytes = file.readAll();
+        if (file.error() == QFile::NoError) {
+            *content = bytes.trimmed();
+            return true;
+        }
+    }
+    return false;
 }
 
 // Asked for directly, not through the proxy's accessor: that one gives up on a value of another type,
@@ -48,7 +66,7 @@ UpnpSettings::UpnpSettings(const QByteArray &manufacturerName, const QByteArray 
     , multicastAddress(QLatin1String("239.255.255.250"))
     , udpPort(1900)
     , httpPort(8200)
-    , hostnameWatcher(QStringList(QLatin1String(hostnameFile)))
+    , hostnameWatcher(QLatin1String(hostnameFile))
     , serviceWatcher(this)
 {
     connect(&serviceWatcher, SIGNAL(serviceAvail(QString)), this, SLOT(serviceAvail(QString)));
@@ -97,41 +115,37 @@ void UpnpSettings::readSerial()
 void UpnpSettings::subscribeToConnman()
 {
     // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
-    const bool subscribed = QDBusConnection::systemBus().connect(QLatin1String("net.connman"), QString(),
-        QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
-        this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
-    if (!subscribed)
+    QDBusConnection bus = QDBusConnection::systemBus();
+    const bool subscribed = bus.isConnected() && bus.connect(QLatin1String("net.connman"), QString(), QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"), this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
+    // Over a connection that has been lost Qt subscribes to nothing, and calls that a success.
+    if (!subscribed || !bus.isConnected())
         qFatal("connman signal connect failed");
 }
 
 // The replies of "set" and "save" are not waited for: the device is the same whether they succeed or not.
 void UpnpSettings::makeUuid(BareboxConfigProxy &bootloader)
 {
-    QFile file(QString::fromLatin1(kernelUuidFile));
-    if (!file.open(QIODevice::ReadOnly))
+    if (!readFile(kernelUuidFile, &uuid))
         return;
-    uuid = file.readAll().trimmed();
-    file.close();
     bootloader.set(QLatin1String(uuidVariable), QString::fromLatin1(uuid.constData()));
     bootloader.save();
 }
 
 void UpnpSettings::readMacAddress()
 {
-    const QString colons = QNetworkInterface::interfaceFromName(QLatin1String("eth0")).hardwareAddress();
+    const QString colons = networkInterface(QLatin1String("eth0")).hardwareAddress();
     macAddress = QLatin1String("0x") + QString(colons).remove(QLatin1Char(':'));
 }
 
 void UpnpSettings::hostnameChanged()
 {
-    QFile file(QString::fromLatin1(hostnameFile));
-    if (!file.open(QIODevice::ReadOnly))
+    QByteArray name;
+    if (!readFile(hostnameFile, &name))
         return;
     emit aboutToChange();
-    hostname = file.readAll().trimmed();
+    hostname = name;
     emit changed();
     debugMessage() << "new hostname:" << hostname;
-    file.close();
 }
 
 bool UpnpSettings::isLinkLocal(const QHostAddress &src) const

@@ -1,10 +1,10 @@
 #ifndef UPNPSETTINGS_H
 #define UPNPSETTINGS_H
 
+#include "filewatch.h"
 #include "remotedbuswatcher.h"
 
 #include <QtCore/QByteArray>
-#include <QtCore/QFileSystemWatcher>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtDBus/QDBusVariant>
@@ -119,7 +119,7 @@ private:
     QString networkConfigMethod;
     QString macAddress;
     QHostAddress gateway;
-    QFileSystemWatcher hostnameWatcher;
+    FileWatch hostnameWatcher;
     RemoteDbusWatcher serviceWatcher;
 };
 

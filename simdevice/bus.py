@@ -197,6 +197,10 @@ class Bus:
                 raise RuntimeError("dbus-daemon does not start:\n" + (self._folder / "bus.log").read_text())
 
     @property
+    def running(self) -> bool:
+        return self._process is not None
+
+    @property
     def pid(self) -> int:
         return self._process.pid
 

@@ -1,40 +1,61 @@
 #include "filesender.h"
 
+#include "lingeringclose.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/sendfile.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-// Sends what the socket takes. True while more is to be sent later.
-static bool sendSome(int socketDescriptor, const QFile &file, off_t *offset, off_t size)
+FileSender::Outcome FileSender::sendHead(int socketDescriptor, QByteArray *head)
 {
-    while (*offset < size) {
-        const ssize_t sent = sendfile(socketDescriptor, file.handle(), offset, size_t(size - *offset));
+    while (!head->isEmpty()) {
+        const ssize_t sent = ::send(socketDescriptor, head->constData(), size_t(head->size()), MSG_NOSIGNAL);
+        if (sent > 0)
+            head->remove(0, int(sent));
+        else if (errno != EINTR)
+            return errno == EAGAIN ? Blocked : Done;
+    }
+    return Done;
+}
+
+FileSender::Outcome FileSender::sendFile(int socketDescriptor, Rest *rest)
+{
+    while (rest->offset < rest->size) {
+        const ssize_t sent = sendfile(socketDescriptor, rest->file->handle(), &rest->offset, size_t(rest->size - rest->offset));
         if (sent > 0 || (sent == -1 && errno == EINTR))
             continue;
-        return sent == -1 && errno == EAGAIN;
+        return sent == -1 && errno == EAGAIN ? Blocked : Done;
     }
+    return Done;
+}
+
+FileSender::Outcome FileSender::sendSome(int socketDescriptor, Rest *rest)
+{
+    if (sendHead(socketDescriptor, &rest->head) == Blocked)
+        return Blocked;
+    return rest->head.isEmpty() ? sendFile(socketDescriptor, rest) : Done;
+}
+
+bool FileSender::send(int socketDescriptor, const QByteArray &head, const QSharedPointer<QFile> &file, off_t size, QObject *parent)
+{
+    Rest rest = { head, file, 0, size };
+    if (sendSome(socketDescriptor, &rest) == Done)
+        return true;
+    const int duplicate = fcntl(socketDescriptor, F_DUPFD_CLOEXEC, 0);
+    if (duplicate == -1)
+        return true;
+    new FileSender(duplicate, rest, parent);
     return false;
 }
 
-void FileSender::send(int socketDescriptor, const QSharedPointer<QFile> &file, off_t size, QObject *parent)
-{
-    off_t offset = 0;
-    if (!sendSome(socketDescriptor, *file, &offset, size))
-        return;
-    const int duplicate = fcntl(socketDescriptor, F_DUPFD_CLOEXEC, 0);
-    if (duplicate != -1)
-        new FileSender(duplicate, file, offset, size, parent);
-}
-
-FileSender::FileSender(int socketDescriptor, const QSharedPointer<QFile> &file, off_t offset, off_t size, QObject *parent)
+FileSender::FileSender(int socketDescriptor, const Rest &rest, QObject *parent)
     : QObject(parent)
-    , m_file(file)
-    , m_offset(offset)
-    , m_size(size)
+    , m_rest(rest)
     , m_descriptor(socketDescriptor)
     , m_writable(new QSocketNotifier(socketDescriptor, QSocketNotifier::Write, this))
 {
@@ -44,13 +65,16 @@ FileSender::FileSender(int socketDescriptor, const QSharedPointer<QFile> &file, 
 FileSender::~FileSender()
 {
     delete m_writable;
-    close(m_descriptor);
+    if (m_descriptor != -1)
+        close(m_descriptor);
 }
 
 void FileSender::sendMore()
 {
-    if (sendSome(m_descriptor, *m_file, &m_offset, m_size))
+    if (sendSome(m_descriptor, &m_rest) == Blocked)
         return;
     m_writable->setEnabled(false);
+    LingeringClose::close(m_descriptor, parent());
+    m_descriptor = -1;
     deleteLater();
 }

@@ -1,5 +1,7 @@
 #include "httpconnection.h"
 
+#include "httpmessages.h"
+
 int HttpConnection::s_kept = 0;
 
 HttpConnection::HttpConnection(QObject *parent)
@@ -23,6 +25,12 @@ bool HttpConnection::takeLine(QByteArray *line)
     keep(readLine());
     *line = takeKept();
     return true;
+}
+
+bool HttpConnection::takeEndOfRequest()
+{
+    const QByteArray rest = '\n' + readAll();
+    return http::isRequestEnd(rest.constData(), rest.size());
 }
 
 void HttpConnection::keep(const QByteArray &piece)

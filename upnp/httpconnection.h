@@ -24,6 +24,10 @@ public:
     // Takes the next line, line end included. False when it is not complete yet.
     bool takeLine(QByteArray *line);
 
+    // To be asked after a line was taken: whether an empty line follows as the last thing that has come, so that no more
+    // of the request will. What has come is gone afterwards.
+    bool takeEndOfRequest();
+
 private:
     void keep(const QByteArray &piece);
     QByteArray takeKept();

@@ -26,6 +26,12 @@ Request parseRequestLine(const QByteArray &line)
     return request;
 }
 
+bool isRequestEnd(const char *bytes, int size)
+{
+    const QByteArray end = QByteArray::fromRawData(bytes, size);
+    return end.endsWith("\n\r\n") || end.endsWith("\n\n");
+}
+
 QByteArray dateText(qint64 now)
 {
     return localdate::text(now, localdate::TwoDigits, localdate::Local8Bit);

@@ -18,6 +18,9 @@ struct Request
 // and line feeds parts the words; a tab does not. A missing word is empty.
 Request parseRequestLine(const QByteArray &line);
 
+// Whether a request whose last bytes these are ends with them: with an empty line. More of it may come otherwise.
+bool isRequestEnd(const char *bytes, int size);
+
 // The text of a Date field at a moment, in milliseconds since 1970 (UTC).
 QByteArray dateText(qint64 now);
 

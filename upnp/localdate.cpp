@@ -3,30 +3,32 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 namespace
 {
 
-// The first that is set decides, as everywhere in a POSIX system.
-QByteArray timeLocale()
+bool isPosixName(const QByteArray &locale)
 {
-    static const char *const variables[] = { "LC_ALL", "LC_TIME", "LANG" };
-    for (const char *variable : variables) {
-        const char *const value = std::getenv(variable);
-        if (value && *value)
-            return value;
-    }
-    return "C";
-}
-
-bool isPosixLocale()
-{
-    const QByteArray locale = timeLocale();
     const QByteArray name = locale.left(int(std::strcspn(locale.constData(), ".@")));
     return name == "C" || name == "POSIX";
+}
+
+// Qt takes the names of days and months by one variable, digits by another, and what its locale lacks by a third. So only
+// where none of those that count names another locale is it sure what Qt would write.
+bool isPosixLocale()
+{
+    static const char *const variables[] = { "LC_NUMERIC", "LC_TIME", "LC_MONETARY", "LC_MESSAGES", "LC_MEASUREMENT", "LANG" };
+    const QByteArray all = qgetenv("LC_ALL");
+    if (!all.isEmpty())
+        return isPosixName(all);
+    for (const char *variable : variables) {
+        const QByteArray locale = qgetenv(variable);
+        if (!locale.isEmpty() && !isPosixName(locale))
+            return false;
+    }
+    return true;
 }
 
 void appendTwoDigits(QByteArray *text, int number)

@@ -4,6 +4,7 @@
 #include "filesender.h"
 #include "httpconnection.h"
 #include "httpmessages.h"
+#include "lingeringclose.h"
 #include "quietconnections.h"
 #include "rootdesc.h"
 #include "upnpsettings.h"
@@ -16,6 +17,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -28,6 +30,7 @@ static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
 // Descriptors that stay free for the log, for files and for asking the kernel about interfaces.
 static const rlim_t reservedDescriptors = 16;
 static const int acceptRetryPeriod = 200; // ms
+static const int listenRetryPeriod = 1000; // ms
 static const int maximalAcceptsPerPass = 50;
 
 // Those of control points have 100 to 500 bytes.
@@ -57,12 +60,36 @@ UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     , m_date(http::dateText)
     , m_quiet(nullptr)
 {
-    if (listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort()))
-        takeOverAccepting();
+    signal(SIGPIPE, SIG_IGN); // sendfile(2) has no other way not to raise it
+    startListening();
 }
 
 UpnpHttp::~UpnpHttp()
 {
+}
+
+bool UpnpHttp::tryToListen()
+{
+    return listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort());
+}
+
+bool UpnpHttp::isPortTaken() const
+{
+    return serverError() == QAbstractSocket::AddressInUseError;
+}
+
+// A port that is taken stays taken. It is tried twice, since without SO_REUSEADDR, which may have been refused, old
+// connections take it as well. What else fails is a want of the moment, of descriptors or of memory.
+void UpnpHttp::startListening()
+{
+    if (tryToListen() || (isPortTaken() && tryToListen())) {
+        m_listenTimer.stop();
+        takeOverAccepting();
+    } else if (isPortTaken()) {
+        m_listenTimer.stop();
+    } else if (!m_listenTimer.isActive()) {
+        m_listenTimer.start(listenRetryPeriod, this);
+    }
 }
 
 // When descriptors run out, QTcpServer either stops for good or takes the whole processor, so it is not left to it.
@@ -111,6 +138,8 @@ void UpnpHttp::timerEvent(QTimerEvent *event)
 {
     if (event->timerId() == m_retryTimer.timerId())
         tryAcceptingAgain();
+    else if (event->timerId() == m_listenTimer.timerId())
+        startListening();
 }
 
 static QHostAddress peerOf(int descriptor)
@@ -154,7 +183,7 @@ bool UpnpHttp::serveNow(int descriptor)
     }
     // Closing would reset the connection if something were left unread.
     recv(descriptor, bytes, sizeof bytes, 0);
-    return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)));
+    return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)), http::isRequestEnd(bytes, int(size)));
 }
 
 void UpnpHttp::waitForBytes(int descriptor)
@@ -163,16 +192,25 @@ void UpnpHttp::waitForBytes(int descriptor)
         incomingConnection(descriptor);
 }
 
-bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer)
+bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole)
 {
     const ssize_t sent = send(descriptor, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
     if (sent == answer.size() || (sent == -1 && errno != EAGAIN)) {
-        closeConnection(descriptor);
+        closeAnswered(descriptor, isRequestWhole);
         return true;
     }
     // More than the kernel takes at once
     sendAndClose(makeSocket(descriptor), answer.mid(qMax(0, int(sent))));
     return false;
+}
+
+// Where more of the request is to come, closing would reset the connection.
+void UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
+{
+    if (isRequestWhole)
+        closeConnection(descriptor);
+    else
+        LingeringClose::close(descriptor, this);
 }
 
 void UpnpHttp::closeConnection(int descriptor)
@@ -187,7 +225,7 @@ void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
     makeSocket(socketDescriptor);
 }
 
-QTcpSocket *UpnpHttp::makeSocket(qtcompat::SocketDescriptor socketDescriptor)
+HttpConnection *UpnpHttp::makeSocket(qtcompat::SocketDescriptor socketDescriptor)
 {
     HttpConnection *socket = new HttpConnection(this);
     connect(socket, SIGNAL(readyRead()), this, SLOT(readyRead()));
@@ -243,19 +281,20 @@ QByteArray UpnpHttp::description(const QHostAddress &peer)
     return http::descriptionHeader(document.size(), settings->getServerHeader(), m_date.now()).append(document);
 }
 
-void UpnpHttp::sendIcon(QTcpSocket *socket)
+void UpnpHttp::sendIcon(HttpConnection *connection)
 {
-    debugMessage() << socket->peerAddress().toString() << QString::fromLatin1(iconPath);
+    debugMessage() << connection->peerAddress().toString() << QString::fromLatin1(iconPath);
     const QSharedPointer<QFile> icon = openIcon();
     if (!icon) {
-        sendAndClose(socket, http::iconNotFound());
+        sendAndClose(connection, http::iconNotFound());
         return;
     }
     const qint64 size = icon->size();
-    socket->write(http::iconHeader(size, settings->getServerHeader(), m_date.now()));
-    socket->flush();
-    FileSender::send(int(socket->socketDescriptor()), icon, size, this);
-    socket->close();
+    const QByteArray header = http::iconHeader(size, settings->getServerHeader(), m_date.now());
+    if (FileSender::send(int(connection->socketDescriptor()), header, icon, size, this))
+        closeAnswered(connection);
+    else
+        connection->close();
 }
 
 static bool isSameFile(const QFile &a, const QFile &b)
@@ -266,11 +305,25 @@ static bool isSameFile(const QFile &a, const QFile &b)
         && first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+// The descriptor, or -1. Opening anything but a regular file may wait, or do something.
+static int openRegularFile(const char *name)
+{
+    const int descriptor = open(name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat status = {};
+    if (descriptor == -1 || (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)))
+        return descriptor;
+    close(descriptor);
+    return -1;
+}
+
 // Peers that read the same file at the same time share a descriptor of it: there may be as many as descriptors.
 QSharedPointer<QFile> UpnpHttp::openIcon()
 {
-    QSharedPointer<QFile> icon(new QFile(QLatin1String(iconFile)));
-    if (!icon->open(QIODevice::ReadOnly))
+    const int descriptor = openRegularFile(iconFile);
+    if (descriptor == -1)
+        return QSharedPointer<QFile>();
+    QSharedPointer<QFile> icon(new QFile);
+    if (!icon->open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle))
         return QSharedPointer<QFile>();
     QSharedPointer<QFile> shared = m_icon.toStrongRef();
     if (shared && isSameFile(*shared, *icon))
@@ -279,9 +332,18 @@ QSharedPointer<QFile> UpnpHttp::openIcon()
     return icon;
 }
 
-void UpnpHttp::sendAndClose(QTcpSocket *socket, const QByteArray &answer)
+void UpnpHttp::sendAndClose(HttpConnection *connection, const QByteArray &answer)
 {
-    socket->write(answer);
-    socket->flush();
-    socket->close();
+    connection->write(answer);
+    connection->flush();
+    closeAnswered(connection);
+}
+
+void UpnpHttp::closeAnswered(HttpConnection *connection)
+{
+    const bool mayLinger = connection->bytesToWrite() == 0 && !connection->takeEndOfRequest();
+    const int duplicate = mayLinger ? fcntl(int(connection->socketDescriptor()), F_DUPFD_CLOEXEC, 0) : -1;
+    connection->close();
+    if (duplicate != -1)
+        LingeringClose::close(duplicate, this);
 }

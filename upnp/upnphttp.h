@@ -9,10 +9,10 @@
 #include <QtCore/QSharedPointer>
 #include <QtNetwork/QTcpServer>
 
+class HttpConnection;
 class QFile;
 class QSocketNotifier;
 class QuietConnections;
-class QTcpSocket;
 class UpnpSettings;
 
 namespace http
@@ -30,7 +30,8 @@ class UpnpHttp : public QTcpServer
     Q_OBJECT
 
 public:
-    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed.
+    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed. For want
+    // of descriptors or memory it is tried again every second.
     // The settings are not owned and must outlive the server.
     UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
     ~UpnpHttp();
@@ -46,20 +47,25 @@ private slots:
     void serve(int descriptor);
 
 private:
+    void startListening();
+    bool tryToListen();
+    bool isPortTaken() const;
     void takeOverAccepting();
     // True when the connection is done with, also below.
     bool serveNow(int descriptor);
     void waitForBytes(int descriptor);
-    bool answerAndClose(int descriptor, const QByteArray &answer);
+    bool answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole);
+    void closeAnswered(int descriptor, bool isRequestWhole);
     void closeConnection(int descriptor);
-    QTcpSocket *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
+    HttpConnection *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
     void stopAccepting();
     void tryAcceptingAgain();
     QByteArray answerTo(const http::Request &request, const QHostAddress &peer);
     QByteArray description(const QHostAddress &peer);
-    void sendIcon(QTcpSocket *socket);
+    void sendIcon(HttpConnection *connection);
     QSharedPointer<QFile> openIcon();
-    void sendAndClose(QTcpSocket *socket, const QByteArray &answer);
+    void sendAndClose(HttpConnection *connection, const QByteArray &answer);
+    void closeAnswered(HttpConnection *connection);
 
     UpnpSettings *settings;
     DateCache m_date;
@@ -67,6 +73,7 @@ private:
     QuietConnections *m_quiet;
     QWeakPointer<QFile> m_icon; // there while peers are reading it
     QBasicTimer m_retryTimer; // runs while accepting is paused
+    QBasicTimer m_listenTimer; // runs while the port could not be listened on
 };
 
 #endif

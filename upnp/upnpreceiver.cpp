@@ -1,5 +1,6 @@
 #include "upnpreceiver.h"
 
+#include "interfaces.h"
 #include "qtcompat.h"
 #include "sharedport.h"
 #include "termsignal.h"
@@ -9,7 +10,6 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QDebug>
 #include <QtCore/QSocketNotifier>
-#include <QtNetwork/QNetworkInterface>
 #include <QtNetwork/QUdpSocket>
 
 #include <netinet/in.h>
@@ -18,6 +18,7 @@
 static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
+static const int maximalBindTries = 4;
 
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalDatagramsPerPass = 1000;
@@ -30,7 +31,7 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , joinResult(1)
     , m_answerDate(ssdp::answerDate)
 {
-    bindShared(udpSocket, settings->getUdpPort(), QUdpSocket::ShareAddress);
+    bindPort();
     setupMulticast();
     connect(udpSocket, SIGNAL(readyRead()), this, SLOT(processDatagrams()));
     udpSocket->open(QIODevice::ReadWrite);
@@ -43,6 +44,17 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     sendAlive();
 }
 
+// Later it could not be done any more: a socket that has sent is bound to a random port for good. So what fails for a
+// moment, for want of descriptors or memory, is tried again at once; a port that is taken stays taken.
+void UpnpReceiver::bindPort()
+{
+    for (int tries = 0; tries < maximalBindTries; ++tries) {
+        if (bindShared(udpSocket, settings->getUdpPort(), QUdpSocket::ShareAddress)
+            || udpSocket->error() == QAbstractSocket::AddressInUseError)
+            return;
+    }
+}
+
 void UpnpReceiver::setupMulticast()
 {
     if (joinResult == 0)
@@ -51,7 +63,7 @@ void UpnpReceiver::setupMulticast()
     if (setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_TTL, &multicastTtl, sizeof multicastTtl) != 0)
         qWarning("setsocketopt ttl failed");
 
-    const QNetworkInterface interface = QNetworkInterface::interfaceFromName(QLatin1String(multicastInterface));
+    const QNetworkInterface interface = networkInterface(QLatin1String(multicastInterface));
     if (!interface.isValid()) {
         qWarning("setsockopt: interface invalid");
         return;
@@ -155,6 +167,7 @@ void UpnpReceiver::answer(const QByteArray &datagram, const QHostAddress &reques
 
 void UpnpReceiver::timerEvent(QTimerEvent *)
 {
+    setupMulticast();
     qDebug("sending alive datagram:");
     sendAlive();
 }

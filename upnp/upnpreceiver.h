@@ -29,7 +29,8 @@ public:
     UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent);
 
 public slots:
-    // Joins the SSDP group on eth0, with multicast TTL 32. Does nothing once that succeeded.
+    // Joins the SSDP group on eth0, with multicast TTL 32. Does nothing once that succeeded; until then it is tried
+    // again before every announcement of the timer.
     void setupMulticast();
     // One announcement for the regular address and, where there is one, another for the link-local address.
     void sendAlive();
@@ -43,6 +44,7 @@ protected slots:
     void termSignal();
 
 private:
+    void bindPort();
     ssdp::Announcement announcementFor(const QHostAddress &address) const;
     void multicast(const QByteArray &message);
     void answer(const QByteArray &datagram, const QHostAddress &requester, quint16 port);

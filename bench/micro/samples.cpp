@@ -16,3 +16,10 @@ QByteArray sampleAnnouncement(int number, int version)
           "\"defaultGateway\":{\"ipv4Address\":\"172.16.0.1\"}},\"services\":[{\"type\":\"http\",\"port\":80},"
           "{\"type\":\"scpi\",\"port\":55000},{\"type\":\"daqStream\",\"port\":7411}],\"expiration\":22}}";
 }
+
+QByteArray sampleAnnouncementOf(const QByteArray &uuid, int expiration, int version)
+{
+    QByteArray text = sampleAnnouncement(7, version);
+    text.replace("\"uuid\":\"900000007\"", "\"uuid\":\"" + uuid + '"');
+    return text.replace("\"expiration\":22", "\"expiration\":" + QByteArray::number(expiration));
+}

@@ -7,4 +7,7 @@
 // text of the same device.
 QByteArray sampleAnnouncement(int number, int version = 0);
 
+// The same with another uuid, and another expiration in seconds.
+QByteArray sampleAnnouncementOf(const QByteArray &uuid, int expiration, int version = 0);
+
 #endif

@@ -1,14 +1,17 @@
 """The wall clock jumps. Timers follow another clock, but how long a device stays known is measured by this one."""
 
+import datetime
 import time
 
 import pytest
 
 from clocks import WallClock, needs_clocks
 from scanning import SERIAL, announcing, everything_so_far, is_alive, summaries, wait_for_device
+from serving import GET
+from simdevice.device import ADDRESS
 from simdevice.waiting import wait_for
 from texts import ANSWER, DESCRIPTION
-from wirebytes import compare_bytes
+from wirebytes import compare_bytes, date_in
 
 DAY = 24 * 60 * 60
 
@@ -30,6 +33,23 @@ def still_works(device, peer) -> None:
     compare_bytes(peer.search()[0].data, ANSWER)
     compare_bytes(peer.http_raw(b"GET /rootDesc.xml HTTP/1.1\r\n\r\n"), DESCRIPTION)
     assert is_alive(device)
+
+
+def test_dates_follow_the_clock_wherever_it_goes(start_device, peer, clock):
+    device = start_device(program=str(clock.program))
+    ssdp = peer.listen_ssdp()
+
+    def alive() -> bytes:
+        ssdp.clear()
+        device.connman.ipv4(ADDRESS)
+        return ssdp.wait_for(b"ssdp:alive")[0].data
+
+    for ahead in (0, DAY, -DAY, 0):
+        clock.set(ahead)
+        for message in (lambda: peer.search()[0].data, lambda: peer.http_raw(GET), alive):
+            earliest = datetime.datetime.now().replace(microsecond=0)
+            date = date_in(message()) - datetime.timedelta(seconds=ahead)
+            assert earliest <= date <= datetime.datetime.now()
 
 
 def test_a_day_forwards_forgets_everybody_until_the_next_announcement(start_device, peer, clock):

@@ -2,12 +2,15 @@
 
 import datetime
 
+import pytest
+
 from clocks import hurried_program, needs_clocks
 from scanning import announcing, is_alive, wait_for_device
 from simdevice.device import BUS_NAME
 from simdevice.waiting import wait_for
-from test_bus_restart import GET, bring_back, take_away
+from test_bus_restart import GET, bring_back, serves, take_away
 from test_hostile_flood import FOREVER, LARGE, MOST_BYTES, WARNING, all_read, large
+from texts import has_joined
 
 pytestmark = needs_clocks
 
@@ -25,6 +28,57 @@ def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_wit
     assert b"<serialNumber></serialNumber>" in peer.http_raw(GET)
     assert device.call("getServerHeader") == b"Kelta/, UPnP/1.0"
     assert is_alive(device)
+
+
+def test_it_joins_the_group_of_searches_with_its_timer(start_device, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 100), interface=None)
+    device.syslog.wait_for_text("setsockopt: interface invalid", count=2)
+    device.host.add_interface("eth0", ["10.77.0.2/24"])
+    wait_for(lambda: has_joined(device), what="it has joined")
+    assert len(peer.search("ssdp:all")) == 1
+    joined = len(device.syslog.texts)
+    peer.listen_ssdp().wait_for(b"ssdp:alive", count=2)
+    assert len(device.syslog.texts) == joined
+
+
+@pytest.mark.parametrize("announcements", [2, 9])
+def test_a_bus_that_stays_away_for_a_while_is_found_again(start_device, peer, tmp_path, announcements):
+    device = start_device(program=hurried_program(tmp_path, 20))
+    take_away(device)
+    peer.listen_announcements().wait_for(b"KM-2044817", count=announcements)  # ten seconds of its time each
+    bring_back(device)
+    device.bus.wait_for_name(BUS_NAME)
+    device.wait_until_ready()
+    serves(device, peer)
+
+
+def only_says_byebye(device, peer) -> None:
+    """For twenty seconds of the daemon's time, in which it would have looked for the bus twenty times."""
+    heard, announced = peer.listen_ssdp(), peer.listen_announcements()
+    announced.wait_for(b"KM-2044817", count=3)
+    heard.clear()
+    heard.wait_for(b"ssdp:byebye", count=20)
+    assert not device.bus.owner(BUS_NAME)
+    serves(device, peer)
+
+
+def test_after_sigterm_a_restarted_bus_does_not_end_the_byebyes(start_device, ssdp, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 20))
+    device.terminate()
+    ssdp.wait_for(b"ssdp:byebye")
+    device.bus.stop()
+    bring_back(device)
+    only_says_byebye(device, peer)
+    assert device.syslog.texts == []
+
+
+def test_sigterm_while_the_bus_is_lost_does_not_end_the_byebyes_either(start_device, ssdp, peer, tmp_path):
+    device = start_device(program=hurried_program(tmp_path, 20))
+    take_away(device)
+    device.terminate()
+    ssdp.wait_for(b"ssdp:byebye")
+    bring_back(device)
+    only_says_byebye(device, peer)
 
 
 def logged_at(line) -> datetime.datetime:

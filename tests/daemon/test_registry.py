@@ -85,7 +85,7 @@ def test_json_value_and_raw_json_of_a_device(device, peer):
     assert child(device, "A", "rawJson") == text.decode()
     for path, value in (("params/device/name", "other"), ("params/expiration", "22"), ("method", "announce"),
                         ("params/device", ""), ("params/netSettings/interface/ipv4/address", ""), ("no/such/path", ""),
-                        ("params/device/name/more", ""), ("", ""), ("/", "")):
+                        ("params/device/name/more", "other"), ("params/expiration" + "/x" * 5000, "22"), ("", ""), ("/", "")):
         assert child(device, "A", "jsonValue", path) == value, path
 
 

@@ -217,11 +217,14 @@ def test_json_value_of_deep_values_and_long_paths(good, peer):
         peer.announce(announcing(kind, raw='{"deep":%s}' % nested(kind, 4000)))
         wait_for_device(good, kind)
         for path in ("params/netSettings/interface/deep", "params/netSettings/interface/deep/k", "/" * 1_000_000,
-                     "params/netSettings/interface/deep" + "/" * 1_000_000,
-                     "params/netSettings/interface/deep" + "/k" * 500_000, "params/" * 150_000, "k" * 1_000_000):
+                     "params/netSettings/interface/deep" + "/" * 1_000_000, "params/" * 150_000, "k" * 1_000_000,
+                     "params/netSettings/interface/deep/" + "k" * 1_000_000):
             assert child(good, kind, "jsonValue", path) == ""
-    deep = "params/netSettings/interface/deep" + "/k" * 4000
-    assert child(good, "objects", "jsonValue", deep) == "1"
+    for levels in (4000, 500_000):
+        deep = "params/netSettings/interface/deep" + "/k" * levels
+        assert child(good, "objects", "jsonValue", deep) == "1"
+        assert child(good, "lists", "jsonValue", deep) == ""
+    assert child(good, "lists", "jsonValue", "params/expiration" + "/" * 1_000_000) == "22"
     everybody(good, peer, "lists", "objects")
 
 

@@ -1,5 +1,6 @@
 """Comparing what was on the wire with what should have been, byte by byte."""
 
+import datetime
 import pathlib
 import re
 
@@ -35,6 +36,11 @@ def expected_message(name: str, **values: str) -> bytes:
             raise KeyError(f"no {placeholder.decode()} in {name}")
         text = text.replace(placeholder, value if isinstance(value, bytes) else value.encode())
     return text
+
+
+def date_in(message: bytes) -> datetime.datetime:
+    """The local time of a message."""
+    return datetime.datetime.strptime(re.search(_DATE + rb"\d{1,2}", message)[0].decode(), "%a, %d %b %Y %H:%M:%S")
 
 
 def visible(data: bytes) -> str:

@@ -528,10 +528,12 @@ void tst_JsonLexer::floatingNumbers_data()
     QTest::newRow("long fraction") << latin1("0.") + QString(400, QLatin1Char('3')) << 1.0 / 3;
     QTest::newRow("2 to the 53rd with a fraction") << latin1("900719925474099.2") << 900719925474099.2;
     QTest::newRow("one more than that, a tenth") << latin1("900719925474099.3") << 900719925474099.3;
+    QTest::newRow("2 to the 53rd and one, ten times") << latin1("9007199254740993e1") << 90071992547409930.0;
     QTest::newRow("nineteen digits") << latin1("1.000000000000000001") << 1.000000000000000001;
     QTest::newRow("nineteen digits, small whole") << latin1("0.000000000000000003") << 3e-18;
-    QTest::newRow("twenty digits") << latin1("0.0000000000000000003") << 3e-19;
-    QTest::newRow("twenty digits that wrap to a small number") << latin1("18446744073709551617.0") << 18446744073709551617.0;
+    QTest::newRow("twenty digits, nearly all of them zeros") << latin1("0.0000000000000000003") << 3e-19;
+    QTest::newRow("twenty digits that wrap to a small number") << latin1("1844674407370955162.1") << 1844674407370955162.1;
+    QTest::newRow("twenty-one digits that wrap to a small number") << latin1("18446744073709551617.0") << 18446744073709551617.0;
     QTest::newRow("exact power above, with a fraction") << latin1("1.5e23") << 1.5e23;
     QTest::newRow("exact power below, with a fraction") << latin1("1.5e-21") << 1.5e-21;
     QTest::newRow("beyond the exact power below, with a fraction") << latin1("1.5e-22") << 1.5e-22;

@@ -35,6 +35,7 @@ private slots:
     void positionCountsUtf16Units();
     void deepNestingIsAnErrorWithItsPosition_data();
     void deepNestingIsAnErrorWithItsPosition();
+    void textsAroundTheSizeThatIsWidenedOnTheStack();
     void longHostileTextsAreReadToTheirEnd_data();
     void longHostileTextsAreReadToTheirEnd();
 };
@@ -402,6 +403,17 @@ void tst_JsonReader::deepNestingIsAnErrorWithItsPosition()
     QCOMPARE(reader.errorString(), tooDeep);
     QVERIFY(!reader.parse(opening.repeated(64000) + closing.repeated(64000)));
     QCOMPARE(reader.errorString(), tooDeep);
+}
+
+// Under the address sanitizer one unit too many is an error.
+void tst_JsonReader::textsAroundTheSizeThatIsWidenedOnTheStack()
+{
+    for (int size = 2030; size <= 2070; ++size) {
+        const QByteArray content(size - 2, 'a');
+        JsonReader reader;
+        QVERIFY(reader.parse('"' + content + '"'));
+        QCOMPARE(reader.result(), QVariant(QString::fromLatin1(content.constData())));
+    }
 }
 
 void tst_JsonReader::longHostileTextsAreReadToTheirEnd_data()

@@ -31,6 +31,8 @@ private slots:
     void indentIsBlanksOrTabs_data();
     void indentIsBlanksOrTabs();
     void tabIndentIsWrittenOncePerLevel();
+    void levelsBelowTheOutermost_data();
+    void levelsBelowTheOutermost();
     void unsupportedValueIsNullWithAWarning();
     void twoUnsupportedValuesGiveTwoLinesAndTwoWarnings();
     void nextRunClearsTextAndErrors();
@@ -372,6 +374,35 @@ void tst_JsonWriter::tabIndentIsWrittenOncePerLevel()
     writer.setAutoFormattingIndent(-2);
     writer.stringify(object("a", 1), 2);
     QCOMPARE(writer.result(), latin1("\n\t\t\t\t{\n\t\t\t\t \"a\":1\n\t\t\t\t}"));
+}
+
+// They are no outermost ones, so their objects begin on a line of their own, but have no indent.
+void tst_JsonWriter::levelsBelowTheOutermost_data()
+{
+    QTest::addColumn<int>("level");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("formatted");
+    const QVariant a(object("a", 1));
+    QTest::newRow("-1") << -1 << a << latin1("\n{\n \"a\":1\n}");
+    QTest::newRow("-1, object in an object") << -1 << QVariant(object("o", a)) << latin1("\n{\n \"o\":\n{\n \"a\":1\n}\n}");
+    QTest::newRow("-1, a list raises it to the outermost") << -1 << QVariant(QVariantList() << a) << latin1("[{ \"a\":1\n}]");
+    QTest::newRow("-2, in a list") << -2 << QVariant(QVariantList() << a) << latin1("[\n{\n \"a\":1\n}]");
+    QTest::newRow("-2, empty") << -2 << QVariant(QVariantMap()) << latin1("\n{\n\n}");
+    QTest::newRow("least") << std::numeric_limits<int>::min() << a << latin1("\n{\n \"a\":1\n}");
+}
+
+void tst_JsonWriter::levelsBelowTheOutermost()
+{
+    QFETCH(int, level);
+    QFETCH(QVariant, value);
+    QFETCH(QString, formatted);
+    JsonWriter writer;
+    writer.setAutoFormatting(true);
+    writer.stringify(value, level);
+    QCOMPARE(writer.result(), formatted);
+    JsonWriter compact;
+    compact.stringify(value, level);
+    QCOMPARE(compact.result(), written(value));
 }
 
 void tst_JsonWriter::unsupportedValueIsNullWithAWarning()

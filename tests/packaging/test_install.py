@@ -127,6 +127,12 @@ def test_every_link_in_the_source_tree_leads_somewhere():
     assert broken_links(ROOT, documents) == []
 
 
+def test_descriptors_are_as_many_as_the_event_loop_can_watch(installed):
+    service = entries((installed / "lib/systemd/system/upnpvelorn.service").read_text())
+    has_qt4 = b"libQtCore.so.4" in (installed / "sbin/upnpvelorn").read_bytes()
+    assert service["LimitNOFILE"] == ("1024" if has_qt4 else "4096")
+
+
 def test_no_placeholder_is_left(installed):
     for name in files_below(installed) - {"sbin/upnpvelorn"}:
         assert "@" not in (installed / name).read_text().replace("@system-service", "").replace("@privileged", "").replace(

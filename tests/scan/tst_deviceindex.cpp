@@ -10,6 +10,11 @@ static QByteArray announcing(const QByteArray &uuid)
     return "{\"params\":{\"device\":{\"uuid\":\"" + uuid + "\"},\"expiration\":22}}";
 }
 
+static QString latin1(const QByteArray &text)
+{
+    return QString::fromLatin1(text.constData(), text.size());
+}
+
 class TestDeviceIndex : public QObject
 {
     Q_OBJECT
@@ -20,11 +25,16 @@ private slots:
 
     void foundByUuid();
     void foundByText();
-    void sameHashKeepsDevicesApart();
-    void removedByTheDevice();
-    void removalOfAStranger();
-    void timeOfTheIndexIsTheDevices();
-    void timeGoesWithADeviceThatLeaves();
+    void uuidsOfAnyBytes_data();
+    void uuidsOfAnyBytes();
+    void twoOfOneNameAreKeptApart();
+    void removedByHand();
+    void removedByItsEnd();
+    void renamedDeviceIsFoundByItsNewName();
+    void renamedDeviceLeavesNothingBehind();
+    void textsOfAllDevices();
+    void devicesMayOutliveTheIndex();
+    void manyComeAndGo();
 
 private:
     ZorvDevice *add(const QByteArray &uuid);
@@ -35,108 +45,171 @@ private:
 
 ZorvDevice *TestDeviceIndex::add(const QByteArray &uuid)
 {
-    ZorvDevice *device = new ZorvDevice(QString::fromLatin1(uuid.constData(), uuid.size()), announcing(uuid), interval, &m_owner);
-    m_index->insert(uuid, device);
+    ZorvDevice *device = new ZorvDevice(latin1(uuid), announcing(uuid), interval, &m_owner);
+    m_index->file(device);
     return device;
 }
 
 void TestDeviceIndex::foundByUuid()
 {
     ZorvDevice *device = add("A");
-    QVERIFY(m_index->find("A"));
-    QCOMPARE(m_index->find("A")->device, device);
+    QCOMPARE(m_index->find("A"), device);
     QVERIFY(!m_index->find("B"));
+    QVERIFY(!m_index->find("AA"));
+    QVERIFY(!m_index->find(""));
+    QCOMPARE(m_index->size(), 1);
+    m_index->file(device);
     QCOMPARE(m_index->size(), 1);
 }
 
 void TestDeviceIndex::foundByText()
 {
     ZorvDevice *device = add("A");
-    QVERIFY(m_index->findUnchanged("A", announcing("A")));
-    QCOMPARE(m_index->findUnchanged("A", announcing("A"))->device, device);
+    QCOMPARE(m_index->findUnchanged("A", announcing("A")), device);
     QVERIFY(!m_index->findUnchanged("A", announcing("A") + ' '));
-    QVERIFY(!m_index->findUnchanged("B", announcing("B")));
+    QVERIFY(!m_index->findUnchanged("B", announcing("A")));
+    device->update(announcing("A") + ' ');
+    QVERIFY(!m_index->findUnchanged("A", announcing("A")));
+    QCOMPARE(m_index->findUnchanged("A", announcing("A") + ' '), device);
 }
 
-// Two uuids that Qt's hash does not tell apart; among so many there are some.
-static QList<QByteArray> uuidsOfOneHash()
+void TestDeviceIndex::uuidsOfAnyBytes_data()
 {
-    QHash<uint, QByteArray> met;
-    quint64 number = 1;
-    for (int i = 0; i < 1000000; ++i) {
-        number = number * Q_UINT64_C(6364136223846793005) + 1;
-        const QByteArray uuid = QByteArray::number(number);
-        const uint hash = qHash(uuid);
-        if (met.contains(hash))
-            return QList<QByteArray>() << met.value(hash) << uuid;
-        met.insert(hash, uuid);
-    }
-    return QList<QByteArray>();
+    QTest::addColumn<QByteArray>("uuid");
+    QTest::addColumn<QByteArray>("other");
+    QTest::newRow("zeros in it") << QByteArray("a\0b", 3) << QByteArray("a\0c", 3);
+    QTest::newRow("zeros only") << QByteArray("\0", 1) << QByteArray("\0\0", 2);
+    QTest::newRow("no ASCII") << QByteArray("\351\377") << QByteArray("\351\376");
+    QTest::newRow("no ASCII, and a question mark") << QByteArray("\351") << QByteArray("?");
+    QTest::newRow("seven bytes") << QByteArray("1234567") << QByteArray("1234568");
+    QTest::newRow("eight bytes") << QByteArray("12345678") << QByteArray("12345679");
+    QTest::newRow("nine bytes") << QByteArray("123456789") << QByteArray("123456780");
+    QTest::newRow("long") << QByteArray(60000, 'u') << QByteArray(59999, 'u') + 'v';
 }
 
-void TestDeviceIndex::sameHashKeepsDevicesApart()
+void TestDeviceIndex::uuidsOfAnyBytes()
 {
-    const QList<QByteArray> uuids = uuidsOfOneHash();
-    QCOMPARE(uuids.size(), 2);
-    ZorvDevice *const first = add(uuids.first());
-    QVERIFY(!m_index->find(uuids.last()));
-    ZorvDevice *const second = add(uuids.last());
-    QCOMPARE(m_index->find(uuids.first())->device, first);
-    QCOMPARE(m_index->find(uuids.last())->device, second);
-    QCOMPARE(m_index->findUnchanged(uuids.first(), announcing(uuids.first()))->device, first);
-    QCOMPARE(m_index->findUnchanged(uuids.last(), announcing(uuids.last()))->device, second);
-    m_index->remove(first);
-    QVERIFY(!m_index->find(uuids.first()));
-    QCOMPARE(m_index->find(uuids.last())->device, second);
+    QFETCH(QByteArray, uuid);
+    QFETCH(QByteArray, other);
+    ZorvDevice *device = add(uuid);
+    QCOMPARE(m_index->find(uuid), device);
+    QVERIFY(!m_index->find(other));
 }
 
-void TestDeviceIndex::removedByTheDevice()
+// They have one hash as well.
+void TestDeviceIndex::twoOfOneNameAreKeptApart()
+{
+    ZorvDevice *first = add("A");
+    ZorvDevice *second = add("A");
+    QCOMPARE(m_index->size(), 2);
+    delete m_index->find("A");
+    ZorvDevice *other = m_index->find("A");
+    QVERIFY(other == first || other == second);
+    delete other;
+    QVERIFY(!m_index->find("A"));
+}
+
+void TestDeviceIndex::removedByHand()
 {
     ZorvDevice *first = add("A");
     ZorvDevice *second = add("B");
-    QCOMPARE(m_index->remove(first), announcing("A").size());
+    m_index->remove(first);
     QCOMPARE(m_index->size(), 1);
-    QCOMPARE(m_index->remove(first), 0);
-    QCOMPARE(m_index->find("B")->device, second);
-}
-
-// Another object of the same name
-void TestDeviceIndex::removalOfAStranger()
-{
-    add("A");
-    QObject stranger;
-    stranger.setObjectName(QLatin1String("A"));
-    QCOMPARE(m_index->remove(&stranger), 0);
+    m_index->remove(first);
     QCOMPARE(m_index->size(), 1);
+    QVERIFY(!m_index->find("A"));
+    QCOMPARE(m_index->find("B"), second);
 }
 
-static bool isExpired(ZorvDevice *device)
+void TestDeviceIndex::removedByItsEnd()
 {
-    const QPointer<ZorvDevice> watched(device);
-    device->checkExpired();
-    QCoreApplication::sendPostedEvents(device, QEvent::DeferredDelete);
-    return !watched;
+    ZorvDevice *first = add("A");
+    ZorvDevice *second = add("B");
+    delete first;
+    QVERIFY(!m_index->find("A"));
+    QCOMPARE(m_index->find("B"), second);
+    QCOMPARE(m_index->size(), 1);
+    second->deleteLater();
+    QCOMPARE(m_index->find("B"), second);
+    QCoreApplication::sendPostedEvents(second, QEvent::DeferredDelete);
+    QVERIFY(!m_index->find("B"));
+    QCOMPARE(m_index->size(), 0);
 }
 
-void TestDeviceIndex::timeOfTheIndexIsTheDevices()
-{
-    ZorvDevice *silent = add("A");
-    ZorvDevice *heard = add("B");
-    const qint64 anHour = 3600 * 1000;
-    m_index->find("A")->lastSeen -= anHour;
-    m_index->find("B")->lastSeen -= anHour;
-    heard->touch();
-    QVERIFY(isExpired(silent));
-    QVERIFY(!isExpired(heard));
-}
-
-void TestDeviceIndex::timeGoesWithADeviceThatLeaves()
+void TestDeviceIndex::renamedDeviceIsFoundByItsNewName()
 {
     ZorvDevice *device = add("A");
-    m_index->find("A")->lastSeen -= 3600 * 1000;
-    m_index->remove(device);
-    m_index.reset();
-    QVERIFY(isExpired(device));
+    device->setObjectName(latin1("B"));
+    QVERIFY(!m_index->find("A"));
+    QVERIFY(!m_index->findUnchanged("A", announcing("A")));
+    ZorvDevice *successor = add("A");
+    QCOMPARE(m_index->find("A"), successor);
+    m_index->file(device);
+    QCOMPARE(m_index->find("B"), device);
+    QCOMPARE(m_index->find("A"), successor);
+    QCOMPARE(m_index->size(), 2);
+}
+
+void TestDeviceIndex::renamedDeviceLeavesNothingBehind()
+{
+    ZorvDevice *device = add("A");
+    device->setObjectName(QString(QChar(0x20ac)));
+    delete device;
+    QVERIFY(!m_index->find("A"));
+    QVERIFY(!m_index->find("?"));
+    QCOMPARE(m_index->size(), 0);
+    QCOMPARE(m_index->textSize(), 0);
+}
+
+void TestDeviceIndex::textsOfAllDevices()
+{
+    const int each = announcing("A").size();
+    ZorvDevice *first = add("A");
+    ZorvDevice *second = add("B");
+    QCOMPARE(m_index->textSize(), 2 * each);
+    first->update(announcing("A") + "   ");
+    QCOMPARE(m_index->textSize(), 2 * each + 3);
+    first->touch();
+    second->update("");
+    QCOMPARE(m_index->textSize(), each + 3);
+    delete first;
+    QCOMPARE(m_index->textSize(), 0);
+    m_index->remove(second);
+    second->update(announcing("B"));
+    QCOMPARE(m_index->textSize(), 0);
+}
+
+void TestDeviceIndex::devicesMayOutliveTheIndex()
+{
+    ZorvDevice *device = add("A");
+    m_index.reset(new DeviceIndex);
+    QVERIFY(!m_index->find("A"));
+    device->update(announcing("AAA"));
+    m_index->file(device);
+    QCOMPARE(m_index->find("A"), device);
+    QCOMPARE(m_index->textSize(), announcing("AAA").size());
+}
+
+// Enough of them for slots that several want, also across the end of the table, and for every size of it.
+void TestDeviceIndex::manyComeAndGo()
+{
+    const int many = 600;
+    QMap<QByteArray, ZorvDevice *> model;
+    quint32 random = 1;
+    for (int step = 0; step < 20000; ++step) {
+        random = random * 1664525 + 1013904223;
+        const QByteArray uuid = QByteArray::number(random >> 8 & (step < 10000 ? many - 1 : 15));
+        if (ZorvDevice *known = model.take(uuid)) {
+            QCOMPARE(m_index->find(uuid), known);
+            delete known;
+        } else {
+            model.insert(uuid, add(uuid));
+        }
+        QVERIFY(m_index->find(uuid) == model.value(uuid));
+        QCOMPARE(m_index->size(), model.size());
+    }
+    for (int i = 0; i < many; ++i)
+        QVERIFY(m_index->find(QByteArray::number(i)) == model.value(QByteArray::number(i)));
 }
 
 QTEST_MAIN(TestDeviceIndex)

@@ -38,6 +38,8 @@ private slots:
 
     void staysForThreeTimesItsExpiration_data();
     void staysForThreeTimesItsExpiration();
+    void expirationOfWhatHoldsNoValues_data();
+    void expirationOfWhatHoldsNoValues();
     void unusableAnnouncementIsDeletedInTheEventLoop_data();
     void unusableAnnouncementIsDeletedInTheEventLoop();
     void expiredDeviceIsDeletedInTheEventLoopOnly();
@@ -65,6 +67,10 @@ private slots:
     void summaryFollowsTheAnnouncement();
     void summaryOfWhatHoldsNoValues_data();
     void summaryOfWhatHoldsNoValues();
+    void summaryOfAPlainValue_data();
+    void summaryOfAPlainValue();
+    void familyTypeIsTheAnnouncedOne_data();
+    void familyTypeIsTheAnnouncedOne();
     void summaryTellsItsSize();
     void moreSummariesAndValuesThanAreKept();
 
@@ -133,6 +139,30 @@ void tst_ZorvDevice::staysForThreeTimesItsExpiration()
     QVERIFY(!m_device);
 }
 
+// It is looked up like every value, so it is also found where there is one value in place of an object.
+void tst_ZorvDevice::expirationOfWhatHoldsNoValues_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("params is a number") << QByteArray("{\"params\":22}");
+    QTest::newRow("params is a text") << QByteArray("{\"params\":\"22\"}");
+}
+
+void tst_ZorvDevice::expirationOfWhatHoldsNoValues()
+{
+    QFETCH(QByteArray, json);
+    make(json);
+    reachEventLoop();
+    QVERIFY(m_device);
+    fakeclock::advance(66999);
+    m_device->checkExpired();
+    reachEventLoop();
+    QVERIFY(m_device);
+    fakeclock::advance(1);
+    m_device->checkExpired();
+    reachEventLoop();
+    QVERIFY(!m_device);
+}
+
 void tst_ZorvDevice::unusableAnnouncementIsDeletedInTheEventLoop_data()
 {
     QTest::addColumn<QByteArray>("json");
@@ -155,7 +185,11 @@ void tst_ZorvDevice::unusableAnnouncementIsDeletedInTheEventLoop_data()
     QTest::newRow("missing") << QByteArray("{\"params\":{\"uuid\":\"A\"}}");
     QTest::newRow("outside of params") << QByteArray("{\"expiration\":22,\"params\":{}}");
     QTest::newRow("other case") << QByteArray("{\"params\":{\"Expiration\":22}}");
-    QTest::newRow("params is a text") << QByteArray("{\"params\":\"22\"}");
+    QTest::newRow("params is a word") << QByteArray("{\"params\":\"soon\"}");
+    QTest::newRow("params is null") << QByteArray("{\"params\":null}");
+    QTest::newRow("params is an empty object") << QByteArray("{\"params\":{}}");
+    QTest::newRow("params is an empty list") << QByteArray("{\"params\":[]}");
+    QTest::newRow("params is a list of a number") << QByteArray("{\"params\":[22]}");
     QTest::newRow("params is a list of objects") << QByteArray("{\"params\":[{\"expiration\":22}]}");
     QTest::newRow("no object") << QByteArray("22");
     QTest::newRow("empty") << QByteArray();
@@ -296,7 +330,7 @@ static const char document[] = "{\"params\":{\"expiration\":22,"
                                "\"device\":{\"name\":\"kelta\"},"
                                "\"list\":[{\"zz\":1,\"w\":{\"vv\":2}},{\"zz\":\"x\"},{\"other\":0}],"
                                "\"lists\":[[{\"zz\":1},{\"zz\":2}],[{\"zz\":3}]],"
-                               "\"numbers\":[5,\"6\"],"
+                               "\"numbers\":[5,\"6\"],\"holes\":[[],{},null],"
                                "\"bb\":{\"b\":[{\"bb\":{\"b\":{\"b\":1}}},{\"b\":2}]},"
                                "\"q\":[{\"arams\":{\"q\":{\"a\":5}}},{\"a\":1}],"
                                "\"e\":[{\"params\":{\"e\":{\"\":9}}},{\"\":1}],"
@@ -333,6 +367,16 @@ void tst_ZorvDevice::value_data()
 
     QTest::newRow("empty object") << latin1("params/void") << QVariant(QVariantMap());
     QTest::newRow("empty list") << latin1("params/none") << QVariant(QVariantList());
+    QTest::newRow("behind an empty object") << latin1("params/void/x/y") << QVariant(QVariantMap());
+    QTest::newRow("behind an empty list") << latin1("params/none/x") << none;
+    QTest::newRow("behind an empty list, a slash only") << latin1("params/none/") << none;
+    QTest::newRow("behind a text") << latin1("params/text/x") << QVariant(latin1("t"));
+    QTest::newRow("behind a number") << latin1("params/expiration/x/y/") << QVariant(Q_INT64_C(22));
+    QTest::newRow("behind false") << latin1("params/no/x") << QVariant(false);
+    QTest::newRow("longer than the announcement") << latin1("params/text/") + repeated("x/", 5000) << QVariant(latin1("t"));
+    QTest::newRow("a key longer than the announcement") << latin1("params/") + repeated("x", 5000) << none;
+    QTest::newRow("a key longer than the announcement, behind a text") << latin1("params/text/") + repeated("x", 5000)
+                                                                       << QVariant(latin1("t"));
 
     const QVariant one(Q_INT64_C(1));
     const QVariant two(Q_INT64_C(2));
@@ -340,6 +384,14 @@ void tst_ZorvDevice::value_data()
     QTest::newRow("through a list, two parts") << latin1("params/list/w/vv") << QVariant(QVariantList() << two << none << none);
     QTest::newRow("through lists of lists") << latin1("params/lists/zz")
                                             << QVariant(list(QVariantList() << one << two) + list(list(Q_INT64_C(3))));
+    QTest::newRow("through a list of plain values") << latin1("params/numbers/zz")
+                                                    << QVariant(QVariantList() << Q_INT64_C(5) << latin1("6"));
+    QTest::newRow("through a list, longer than the announcement") << latin1("params/numbers/zz/") + repeated("x", 5000)
+                                                                  << QVariant(QVariantList() << Q_INT64_C(5) << latin1("6"));
+    QTest::newRow("through a list by a key longer than the announcement") << latin1("params/list/") + repeated("x", 5000)
+                                                                          << QVariant(QVariantList() << none << none << none);
+    QTest::newRow("through a list of empty lists and objects") << latin1("params/holes/zz")
+                                                               << QVariant(QVariantList() << none << QVariant(QVariantMap()) << none);
     // Behind a list, the elements are asked for the path from the first place on where it has the part's text.
     QTest::newRow("the part occurs earlier, in another part") << latin1("params/bb/b/b") << QVariant(QVariantList() << one << none);
     QTest::newRow("the part occurs earlier, within a word") << latin1("params/q/a") << QVariant(QVariantList() << Q_INT64_C(5) << none);
@@ -375,10 +427,10 @@ void tst_ZorvDevice::jsonValue_data()
     QTest::newRow("behind an empty list") << latin1("params/none/x") << QString();
     QTest::newRow("behind an empty object") << latin1("params/void/x") << QString();
     QTest::newRow("a path that does not exist") << latin1("no/such/path") << QString();
-    QTest::newRow("a path that goes on behind a number") << latin1("params/expiration/x") << QString();
-    QTest::newRow("a path that goes on behind a number, twice") << latin1("params/expiration/x/y") << QString();
-    QTest::newRow("a path that goes on behind a text") << latin1("params/text/x") << QString();
-    QTest::newRow("slash at the end") << latin1("params/text/") << QString();
+    QTest::newRow("a path that goes on behind a number") << latin1("params/expiration/x") << latin1("22");
+    QTest::newRow("a path that goes on behind a number, twice") << latin1("params/expiration/x/y") << latin1("22");
+    QTest::newRow("a path that goes on behind a text") << latin1("params/text/x") << latin1("t");
+    QTest::newRow("slash at the end") << latin1("params/text/") << latin1("t");
     QTest::newRow("empty path") << QString() << QString();
 }
 
@@ -413,33 +465,43 @@ void tst_ZorvDevice::longPathsFinishAtOnce_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("expected");
+    const QString none;
     const QByteArray objects = "{\"params\":{\"expiration\":22,\"\":" + QByteArray("{\"\":").repeated(4000) + "1" + QByteArray(4002, '}');
     const QByteArray lists = "{\"params\":{\"expiration\":22,\"l\":" + QByteArray(4000, '[') + "1" + QByteArray(4000, ']') + "}}";
     const QByteArray manyLists = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("[[1]],").repeated(9000) + "1]}}";
     const QByteArray numbers = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("1,").repeated(32000) + "1]}}";
     const QByteArray objectsInAList = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("{\"\":1},").repeated(8000) + "1]}}";
+    const QByteArray longKey = "{\"params\":{\"expiration\":22,\"" + QByteArray(50000, 'a') + "\":[[1]]}}";
+    const QByteArray turns = "{\"params\":{\"expiration\":22,\"l\":[" + QByteArray("{\"aaaaaaaa\":[{\"aaaaaaaa\":[1]}]},").repeated(1800) + "1]}}";
     const QString slashes = repeated("/", 1000000);
-    QTest::newRow("slashes") << QByteArray(document) << slashes;
-    QTest::newRow("slashes behind a text") << QByteArray(document) << latin1("params/text") + slashes;
-    QTest::newRow("slashes through nested objects") << objects << latin1("params") + slashes;
-    QTest::newRow("slashes through nested lists") << lists << latin1("params/l") + slashes;
-    QTest::newRow("slashes through many lists") << manyLists << latin1("params/l") + slashes;
-    QTest::newRow("a long key") << QByteArray(document) << latin1("params/") + repeated("k", 1000000);
-    QTest::newRow("a long key through many numbers") << numbers << latin1("params/l/") + repeated("k", 1000000);
-    QTest::newRow("a key as long as the announcement through many numbers") << numbers << latin1("params/l/") + repeated("k", 60000);
-    QTest::newRow("a key as long as the announcement through many objects") << objectsInAList << latin1("params/l/") + repeated("k", 60000);
-    QTest::newRow("many keys behind nested lists") << lists << latin1("params/l") + repeated("/k", 500000);
-    QTest::newRow("a path again and again") << QByteArray(document) << repeated("params/", 150000);
+    QTest::newRow("slashes") << QByteArray(document) << slashes << none;
+    QTest::newRow("slashes behind a text") << QByteArray(document) << latin1("params/text") + slashes << latin1("t");
+    QTest::newRow("slashes through nested objects") << objects << latin1("params") + slashes << latin1("1");
+    QTest::newRow("slashes through nested lists") << lists << latin1("params/l") + slashes << none;
+    QTest::newRow("slashes through many lists") << manyLists << latin1("params/l") + slashes << none;
+    QTest::newRow("a long key") << QByteArray(document) << latin1("params/") + repeated("k", 1000000) << none;
+    QTest::newRow("a long key through many numbers") << numbers << latin1("params/l/") + repeated("k", 1000000) << none;
+    QTest::newRow("a key as long as the announcement through many numbers") << numbers << latin1("params/l/") + repeated("k", 60000) << none;
+    QTest::newRow("a key as long as the announcement through many objects") << objectsInAList << latin1("params/l/") + repeated("k", 60000) << none;
+    QTest::newRow("a long key behind nested lists") << lists << latin1("params/l/") + repeated("k", 1000000) << none;
+    QTest::newRow("a long key behind many lists") << manyLists << latin1("params/l/") + repeated("k", 1000000) << none;
+    QTest::newRow("a part that nearly occurs in a key before it") << longKey << latin1("params/") + repeated("a", 50000) + latin1("/b") + repeated("a", 25000) << none;
+    QTest::newRow("a part that occurs late in a key before it") << longKey << latin1("params/") + repeated("a", 50000) + latin1("/") + repeated("a", 25000) + latin1("b") << none;
+    QTest::newRow("keys and lists in turn, and a part that occurs early") << turns << latin1("params/l") + repeated("/aaaaaaaa", 100000) << none;
+    QTest::newRow("many keys behind nested lists") << lists << latin1("params/l") + repeated("/k", 500000) << none;
+    QTest::newRow("a path again and again") << QByteArray(document) << repeated("params/", 150000) << none;
 }
 
 void tst_ZorvDevice::longPathsFinishAtOnce()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, path);
+    QFETCH(QString, expected);
     make(json);
     QElapsedTimer timer;
     timer.start();
-    QCOMPARE(m_device->jsonValue(path), QString());
+    QCOMPARE(m_device->jsonValue(path), expected);
     const QByteArray took = "took " + QByteArray::number(timer.elapsed()) + " ms";
     QVERIFY2(timer.elapsed() < 5000, took.constData());
 }
@@ -548,6 +610,60 @@ void tst_ZorvDevice::summaryOfWhatHoldsNoValues()
     QCOMPARE(m_device->summary(), expected);
     m_device->update(named("n"));
     QCOMPARE(m_device->summary(), summaryNamed("n"));
+}
+
+// Its texts are looked up like every value: a plain one is what is found behind it.
+void tst_ZorvDevice::summaryOfAPlainValue_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("params is a text") << QByteArray("{\"params\":\"p\"}");
+    QTest::newRow("device is a text") << QByteArray("{\"params\":{\"device\":\"p\",\"netSettings\":[]}}");
+}
+
+void tst_ZorvDevice::summaryOfAPlainValue()
+{
+    QFETCH(QByteArray, json);
+    QVariantMap expected;
+    expected.insert(latin1("uuid"), latin1("A"));
+    expected.insert(latin1("name"), latin1("p"));
+    expected.insert(latin1("type"), latin1("p"));
+    expected.insert(latin1("familyType"), latin1("p"));
+    expected.insert(latin1("version"), latin1("p"));
+    make(named("n"));
+    m_device->update(json);
+    QCOMPARE(m_device->summary(), expected);
+    QCOMPARE(m_device->jsonValue(latin1("params/device/name")), latin1("p"));
+}
+
+void tst_ZorvDevice::familyTypeIsTheAnnouncedOne_data()
+{
+    QTest::addColumn<QByteArray>("announced");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QString>("inSummary");
+    QTest::newRow("text") << QByteArray("\"Kelta\"") << latin1("Kelta") << latin1("Kelta");
+    QTest::newRow("number") << QByteArray("7") << latin1("7") << latin1("7");
+    QTest::newRow("zero character") << QByteArray("\"Kel\\u0000ta\"") << latin1("Kel") + QChar(0) + latin1("ta") << latin1("Kelta");
+    QTest::newRow("half a pair") << QByteArray("\"Kelta\\ud800\"") << latin1("Kelta") + QChar(0xd800) << latin1("Kelta");
+    QTest::newRow("missing") << QByteArray("null") << QString() << QString();
+}
+
+void tst_ZorvDevice::familyTypeIsTheAnnouncedOne()
+{
+    QFETCH(QByteArray, announced);
+    QFETCH(QString, expected);
+    QFETCH(QString, inSummary);
+    make(named("n"));
+    m_device->update("{\"params\":{\"device\":{\"familyType\":" + announced + "}}}");
+    for (int time = 0; time < 3; ++time) {
+        QString family(latin1("other"));
+        const QVariantMap summary = m_device->summary(0, &family);
+        QCOMPARE(family, expected);
+        QCOMPARE(summary.value(latin1("familyType")), QVariant(inSummary));
+    }
+    QString family;
+    m_device->update(named("n"));
+    m_device->summary(0, &family);
+    QCOMPARE(family, latin1("F"));
 }
 
 void tst_ZorvDevice::summaryTellsItsSize()

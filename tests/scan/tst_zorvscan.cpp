@@ -220,9 +220,15 @@ private slots:
     void childrenThatAreNoDevices();
     void anotherOwnerOfADevice();
     void tenThousandDevices();
+    void chosenNamesCostNoMore_data();
+    void chosenNamesCostNoMore();
+    void renamedDevice();
+    void deviceDeletedByHand();
+    void deviceFromElsewhere();
     void destructionWithDevices();
 
     void allChildsFiltersByFamily();
+    void familyOfCharactersThatTheBusCannotCarry();
     void summaryOfADevice();
     void summaryWhoseInterfaceIsNoObject_data();
     void summaryWhoseInterfaceIsNoObject();
@@ -1031,6 +1037,155 @@ void tst_ZorvScan::tenThousandDevices()
     QVERIFY(deviceNamed(scan, "D5"));
 }
 
+// A name for each number, of as many pieces as there are bits.
+static QByteArray nameOf(int number, const QByteArray &zero, const QByteArray &one)
+{
+    QByteArray name;
+    for (int bit = 0; bit < 15; ++bit)
+        name += number >> bit & 1 ? one : zero;
+    return name;
+}
+
+static QList<QByteArray> chosenNames(const QByteArray &zero, const QByteArray &one)
+{
+    QList<QByteArray> names;
+    for (int i = 0; i < 20000; ++i)
+        names.append(nameOf(i, zero, one));
+    return names;
+}
+
+// As many and as long ones
+static QList<QByteArray> randomNames()
+{
+    QList<QByteArray> names;
+    quint64 random = 1;
+    for (int i = 0; i < 20000; ++i) {
+        QByteArray name;
+        while (name.size() < 30) {
+            random = random * Q_UINT64_C(6364136223846793005) + 1;
+            name += char('A' + (random >> 40) % 26);
+        }
+        names.append(name);
+    }
+    return names;
+}
+
+// What all devices of these names cost together, in seconds of processor time.
+struct Cost
+{
+    double learning;
+    double refreshing;
+    double changing;
+    double leaving;
+};
+
+static double secondsSince(clock_t begin)
+{
+    return double(clock() - begin) / CLOCKS_PER_SEC;
+}
+
+static double secondsToFeed(ZorvScan &scan, const QList<QByteArray> &names, const QByteArray &expiration)
+{
+    Loopback loopback;
+    const clock_t begin = clock();
+    for (int i = 0; i < names.size(); ++i)
+        loopback.feed(scan, announcing(names.at(i), expiration));
+    return secondsSince(begin);
+}
+
+static Cost costOf(UpnpSettings *settings, const QList<QByteArray> &names)
+{
+    ZorvScan scan(settings, interval, 0);
+    drain(scan);
+    Cost cost = {};
+    cost.learning = secondsToFeed(scan, names, "22");
+    cost.refreshing = secondsToFeed(scan, names, "22");
+    cost.changing = secondsToFeed(scan, names, "33");
+    const int known = devicesOf(scan).size();
+    fakeclock::advance(67000);
+    const clock_t begin = clock();
+    tick(scan);
+    reachEventLoop();
+    cost.leaving = secondsSince(begin);
+    if (known != names.size() || !devicesOf(scan).isEmpty())
+        qFatal("%d devices are known, and %d have stayed", known, int(devicesOf(scan).size()));
+    return cost;
+}
+
+void tst_ZorvScan::chosenNamesCostNoMore_data()
+{
+    QTest::addColumn<QByteArray>("zero");
+    QTest::addColumn<QByteArray>("one");
+    QTest::newRow("one hash in Qt 5") << QByteArray("Aa") << QByteArray("BB");
+    QTest::newRow("one hash in Qt 4") << QByteArray("Aa") << QByteArray("BQ");
+    QTest::newRow("all but alike") << QByteArray("aa") << QByteArray("ab");
+}
+
+void tst_ZorvScan::chosenNamesCostNoMore()
+{
+    QFETCH(QByteArray, zero);
+    QFETCH(QByteArray, one);
+    const Cost usual = costOf(m_settings, randomNames());
+    const Cost chosen = costOf(m_settings, chosenNames(zero, one));
+    const double costs[][2] = { { usual.learning, chosen.learning }, { usual.refreshing, chosen.refreshing },
+        { usual.changing, chosen.changing }, { usual.leaving, chosen.leaving } };
+    for (int i = 0; i < 4; ++i) {
+        const QByteArray took = QByteArray::number(i) + ": " + QByteArray::number(costs[i][1]) + " s, others " + QByteArray::number(costs[i][0]) + " s";
+        QVERIFY2(costs[i][1] < costs[i][0] * 3, took.constData());
+    }
+}
+
+void tst_ZorvScan::renamedDevice()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    ZorvDevice *renamed = deviceNamed(scan, "A");
+    renamed->setObjectName(latin1("B"));
+    loopback.feed(scan, announcing("A"));
+    QCOMPARE(devicesOf(scan).size(), 2);
+    QVERIFY(deviceNamed(scan, "A") && deviceNamed(scan, "A") != renamed);
+
+    tick(scan);
+    drainOwn(scan);
+    loopback.feed(scan, announcing("B"));
+    QCOMPARE(devicesOf(scan).size(), 2);
+    QCOMPARE(renamed->jsonValue(latin1("params/device/uuid")), latin1("B"));
+    delete renamed;
+    loopback.feed(scan, announcing("A"));
+    QCOMPARE(devicesOf(scan).size(), 1);
+    loopback.feed(scan, announcing("B"));
+    QCOMPARE(devicesOf(scan).size(), 2);
+}
+
+void tst_ZorvScan::deviceDeletedByHand()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    loopback.feed(scan, announcing("B"));
+    delete deviceNamed(scan, "A");
+    loopback.feed(scan, announcing("B"));
+    QCOMPARE(devicesOf(scan).size(), 1);
+    loopback.feed(scan, announcing("A"));
+    QCOMPARE(devicesOf(scan).size(), 2);
+}
+
+void tst_ZorvScan::deviceFromElsewhere()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    ZorvDevice *device = new ZorvDevice(latin1("A"), announcing("A"), interval, &scan);
+    tick(scan);
+    drainOwn(scan);
+    loopback.feed(scan, announcing("A", "33"));
+    QCOMPARE(devicesOf(scan).size(), 1);
+    QCOMPARE(device->jsonValue(latin1("params/expiration")), latin1("33"));
+}
+
 void tst_ZorvScan::destructionWithDevices()
 {
     QList<QPointer<ZorvDevice>> devices;
@@ -1086,6 +1241,22 @@ void tst_ZorvScan::allChildsFiltersByFamily()
     const QStringList all = QStringList() << latin1("k1") << latin1("other") << latin1("lower") << latin1("longer") << latin1("nothing") << latin1("bare") << latin1("k2");
     QCOMPARE(uuidsOf(scan.allChilds(QString())), all);
     QCOMPARE(uuidsOf(scan.allChilds(latin1(""))), all);
+}
+
+// Compared with what was announced, not with what of it the bus can carry.
+void tst_ZorvScan::familyOfCharactersThatTheBusCannotCarry()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, announcing("A", "22", "Kel\\u0000ta"));
+    loopback.feed(scan, announcing("B", "22", "Kelta"));
+    for (int time = 0; time < 2; ++time) {
+        QCOMPARE(scan.allChilds().size(), 1);
+        QCOMPARE(scan.allChilds().first().toMap().value(latin1("uuid")), QVariant(latin1("B")));
+        QCOMPARE(scan.allChilds(QString()).size(), 2);
+        QCOMPARE(scan.allChilds(latin1("Kel") + QChar(0) + latin1("ta")).size(), 1);
+    }
 }
 
 void tst_ZorvScan::summaryOfADevice()

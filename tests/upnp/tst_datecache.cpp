@@ -1,5 +1,7 @@
 #include "datecache.h"
 
+#include "fakeclock.h"
+
 #include <QtTest/QtTest>
 
 static int formatted = 0;
@@ -35,7 +37,8 @@ private slots:
     void clockThatJumpsIsFollowed_data();
     void clockThatJumpsIsFollowed();
     void firstSecondOf1970IsFormattedToo();
-    void nowIsTheWallClock();
+    void nowFollowsTheWallClock_data();
+    void nowFollowsTheWallClock();
 };
 
 void TestDateCache::textIsMadeOncePerSecond()
@@ -83,13 +86,22 @@ void TestDateCache::firstSecondOf1970IsFormattedToo()
     QCOMPARE(empty.at(0), QByteArray());
 }
 
-void TestDateCache::nowIsTheWallClock()
+void TestDateCache::nowFollowsTheWallClock_data()
 {
+    QTest::addColumn<qint64>("passed");
+
+    QTest::newRow("a second") << Q_INT64_C(1000);
+    QTest::newRow("a day") << Q_INT64_C(86400000);
+    QTest::newRow("a day backwards") << -Q_INT64_C(86400000);
+}
+
+void TestDateCache::nowFollowsTheWallClock()
+{
+    QFETCH(qint64, passed);
     DateCache date(secondOfNow);
-    const qint64 before = QDateTime::currentMSecsSinceEpoch() / 1000;
-    const qint64 text = date.now().toLongLong();
-    const qint64 after = QDateTime::currentMSecsSinceEpoch() / 1000;
-    QVERIFY(before <= text && text <= after);
+    QCOMPARE(date.now(), secondOfNow(fakeclock::milliseconds));
+    fakeclock::advance(passed);
+    QCOMPARE(date.now(), secondOfNow(fakeclock::milliseconds));
 }
 
 QTEST_APPLESS_MAIN(TestDateCache)

@@ -42,6 +42,8 @@ private slots:
     void fileIsSentFromItsBeginning();
     void slowReaderGetsEveryByte();
     void callerMayCloseItsSocketAtOnce();
+    void headComesBeforeTheFile();
+    void headThatFindsNoRoomComesBeforeTheFile();
     void descriptorsAreGivenBack();
     void sendingEndsWhenTheReaderIsGone();
     void readerThatWasGoneBeforeIsNoMatter();
@@ -52,11 +54,15 @@ private slots:
 private:
     // An open file with this content; it has no name, so that nothing stays behind.
     QFile *fileOf(const QByteArray &content);
-    void send(QFile *file) { FileSender::send(m_sender, QSharedPointer<QFile>(file), file->size(), m_parent.data()); }
+    bool send(QFile *file, const QByteArray &head = QByteArray())
+    {
+        return FileSender::send(m_sender, head, QSharedPointer<QFile>(file), file->size(), m_parent.data());
+    }
     int sendersAtWork() const { return m_parent->findChildren<FileSender *>().size(); }
     void closeSender();
     void closeReader();
     QByteArray readToEnd();
+    int fillSocket();
 
     QScopedPointer<QObject> m_parent;
     int m_sender;
@@ -172,6 +178,30 @@ void TestFileSender::callerMayCloseItsSocketAtOnce()
     QCOMPARE(int(read(other[0], &byte, 1)), -1);
     close(other[0]);
     close(other[1]);
+}
+
+void TestFileSender::headComesBeforeTheFile()
+{
+    QVERIFY(send(fileOf("icon"), "head "));
+    closeSender();
+    QCOMPARE(readToEnd(), QByteArray("head icon"));
+}
+
+int TestFileSender::fillSocket()
+{
+    int size = 0;
+    for (ssize_t sent = 1; sent > 0; sent = ::send(m_sender, "....", 4, MSG_NOSIGNAL))
+        size += int(sent);
+    return size - 1;
+}
+
+void TestFileSender::headThatFindsNoRoomComesBeforeTheFile()
+{
+    const int before = fillSocket();
+    QVERIFY(!send(fileOf("icon"), "head "));
+    QCOMPARE(sendersAtWork(), 1);
+    closeSender();
+    QCOMPARE(readToEnd().mid(before), QByteArray("head icon"));
 }
 
 void TestFileSender::descriptorsAreGivenBack()

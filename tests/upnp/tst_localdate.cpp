@@ -28,7 +28,7 @@ static void compareWithQt(qint64 moment)
 
 static void live(const char *timeZone)
 {
-    qputenv("TZ", timeZone);
+    setenv("TZ", timeZone, 1); // qputenv() of Qt 4 never frees the one before
     tzset();
 }
 
@@ -90,14 +90,20 @@ void TestLocalDate::summerTimeBeginsAndEnds()
         compareWithQt(newYear2026 + i * hour);
 }
 
+// The end of a date, in the digits of the system
+static QByteArray hours(int number)
+{
+    return QDateTime(QDate(2026, 1, 1), QTime(number, 0)).toString(QLatin1String("hh:mm:ss")).toUtf8();
+}
+
 void TestLocalDate::changeOfTheTimeZoneIsFollowed()
 {
     live("UTC");
     const QByteArray before = localdate::text(newYear2026, localdate::TwoDigits, localdate::Utf8);
-    QVERIFY(before.endsWith("00:00:00"));
-    qputenv("TZ", "EST5");
+    QVERIFY(before.endsWith(hours(0)));
+    setenv("TZ", "EST5", 1);
     const QByteArray after = localdate::text(newYear2026, localdate::TwoDigits, localdate::Utf8);
-    QVERIFY(after.endsWith("19:00:00"));
+    QVERIFY(after.endsWith(hours(19)));
 }
 
 void TestLocalDate::namesAreInTheLanguageOfTheSystem()

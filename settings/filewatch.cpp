@@ -1,0 +1,52 @@
+#include "filewatch.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QStringList>
+
+#include <cstring>
+#include <unistd.h>
+
+static const int retryPeriod = 10000; // ms
+static const char inotifyLink[] = "anon_inode:inotify";
+
+static bool isInotify(const QByteArray &descriptorPath)
+{
+    char target[64];
+    const ssize_t size = readlink(descriptorPath.constData(), target, sizeof target);
+    return size >= ssize_t(sizeof inotifyLink - 1) && std::memcmp(target, inotifyLink, sizeof inotifyLink - 1) == 0;
+}
+
+// Without inotify(7) Qt looks at the file every second instead, and sees no change of one that the kernel makes up. It
+// does not say which way it has taken.
+static bool hasInotify()
+{
+    const QStringList descriptors = QDir(QLatin1String("/proc/self/fd")).entryList(QDir::System | QDir::Files);
+    for (int i = 0; i < descriptors.size(); ++i) {
+        if (isInotify("/proc/self/fd/" + descriptors.at(i).toLatin1()))
+            return true;
+    }
+    return false;
+}
+
+FileWatch::FileWatch(const QString &file)
+    : m_file(file)
+{
+    if (!startWatching())
+        m_retryTimer.start(retryPeriod, this);
+}
+
+bool FileWatch::startWatching()
+{
+    m_watcher.reset();
+    m_watcher.reset(new QFileSystemWatcher(QStringList(m_file)));
+    connect(m_watcher.data(), SIGNAL(fileChanged(QString)), this, SIGNAL(fileChanged(QString)));
+    return !m_watcher->files().isEmpty() && hasInotify();
+}
+
+void FileWatch::timerEvent(QTimerEvent *)
+{
+    if (!startWatching())
+        return;
+    m_retryTimer.stop();
+    emit fileChanged(m_file);
+}

@@ -1,0 +1,62 @@
+#include "lingeringclose.h"
+
+#include <QtCore/QSocketNotifier>
+
+#include <cerrno>
+#include <sys/socket.h>
+#include <unistd.h>
+
+// Reads away what is there. True while more may come.
+static bool readSome(int descriptor, int *bytesLeft)
+{
+    char bytes[16384];
+    while (*bytesLeft > 0) {
+        const ssize_t received = recv(descriptor, bytes, sizeof bytes, 0);
+        if (received > 0)
+            *bytesLeft -= int(received);
+        else if (received == 0 || errno != EINTR)
+            return received == -1 && errno == EAGAIN;
+    }
+    return false;
+}
+
+void LingeringClose::close(int descriptor, QObject *parent)
+{
+    shutdown(descriptor, SHUT_WR);
+    int bytesLeft = maximalBytes;
+    if (readSome(descriptor, &bytesLeft))
+        new LingeringClose(descriptor, bytesLeft, parent);
+    else
+        ::close(descriptor);
+}
+
+LingeringClose::LingeringClose(int descriptor, int bytesLeft, QObject *parent)
+    : QObject(parent)
+    , m_descriptor(descriptor)
+    , m_bytesLeft(bytesLeft)
+    , m_readable(new QSocketNotifier(descriptor, QSocketNotifier::Read, this))
+{
+    connect(m_readable, SIGNAL(activated(int)), this, SLOT(readAway()));
+    m_timer.start(maximalTime, this);
+}
+
+LingeringClose::~LingeringClose()
+{
+    delete m_readable;
+    ::close(m_descriptor);
+}
+
+void LingeringClose::readAway()
+{
+    if (readSome(m_descriptor, &m_bytesLeft))
+        return;
+    m_readable->setEnabled(false);
+    deleteLater();
+}
+
+void LingeringClose::timerEvent(QTimerEvent *)
+{
+    m_timer.stop();
+    m_readable->setEnabled(false);
+    deleteLater();
+}
