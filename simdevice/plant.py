@@ -86,7 +86,7 @@ class Plant:
 
     def node(self, name: str) -> Node:
         if name not in self.nodes:
-            raise PlantError(f"there is no {name!r} here; there are: {', '.join(self.nodes)}")
+            raise PlantError(f"there is no device {name!r} here; there are: {', '.join(self.nodes)}")
         return self.nodes[name]
 
     def unplug(self, name: str) -> Node:

@@ -105,6 +105,9 @@ def _init(problem: int) -> None:
     except OSError as error:
         os.write(problem, str(error).encode())
         os._exit(1)
+    early = signal.sigpending() & set(_FORWARDED)
+    if early:  # nobody would hand them on to a script that was not there yet
+        os._exit(128 + min(early))
     script = os.fork()
     if script == 0:
         os.environ[_MARK] = _identity()

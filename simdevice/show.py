@@ -132,7 +132,7 @@ class Show:
 
     def _device(self, host: str):
         if host not in self.plant.nodes:
-            raise PlantError(f"there is no {host!r} here; there are: {', '.join([PC, *self.plant.nodes])}")
+            raise PlantError(f"there is no host {host!r} here; there are: {', '.join([PC, *self.plant.nodes])}")
         return self.plant.nodes[host].device
 
     def _log(self, name: str) -> str:
