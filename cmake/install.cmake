@@ -23,6 +23,11 @@ install(FILES "${packaging}/${DEVICE_BUS_NAME}.conf" DESTINATION "${DBUS_DIR}/sy
 install(DIRECTORY packaging/interfaces/ DESTINATION "${DBUS_DIR}/interfaces" FILES_MATCHING PATTERN "*.xml")
 install(FILES man/upnpvelorn.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+# What those two and docs/ lead to
+install(FILES CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+foreach(folder bench simdevice)
+    install(FILES ${folder}/README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/${folder}")
+endforeach()
 install(DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 install(DIRECTORY examples/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"
     FILES_MATCHING PATTERN "*.py" PATTERN "*.cpp" PATTERN "CMakeLists.txt")

@@ -4,32 +4,78 @@
 //     on a device:                build-examples/list_devices
 //     in the demonstration:       ./run exec kelta-1 build/examples/list_devices
 //
-// Needs Qt 5 (qtbase5-dev), or Qt 4.8 with "QT += dbus" in a project file for qmake. One line for each device: name, serial number, type, firmware version, IPv4 addresses.
+// Needs Qt 5 (qtbase5-dev), or Qt 4.8 with "QT += dbus" in a project file for qmake. One line for each device: name, serial
+// number, type, firmware version, IPv4 addresses.
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QStringList>
 #include <QTextStream>
+#include <QVector>
 
-// What the bus hands over for a dictionary inside a variant
-static QVariantMap toMap(const QVariant &value)
+// What the bus hands over as an argument to be read: a list ("av") or a dictionary ("a{sv}"). Empty where it is neither.
+template <class Container>
+static Container unpacked(const QVariant &value, const char *signature)
 {
-    return qdbus_cast<QVariantMap>(value);
+    if (value.userType() != qMetaTypeId<QDBusArgument>())
+        return Container();
+    const QDBusArgument argument = value.value<QDBusArgument>();
+    return argument.currentSignature() == QLatin1String(signature) ? qdbus_cast<Container>(argument) : Container();
 }
 
+static QVariantList toList(const QVariant &value)
+{
+    return unpacked<QVariantList>(value, "av");
+}
+
+static QVariantMap toMap(const QVariant &value)
+{
+    return unpacked<QVariantMap>(value, "a{sv}");
+}
+
+static bool isPrintable(uint character)
+{
+    switch (QChar::category(character)) {
+    case QChar::Other_Control:
+    case QChar::Other_Format: // what turns the direction of a line around is among these
+    case QChar::Other_Surrogate:
+    case QChar::Other_PrivateUse:
+    case QChar::Other_NotAssigned:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return false;
+    default:
+        return true;
+    }
+}
+
+// What a stranger wrote, without anything that moves the cursor, colours the screen or turns the line around
+static QString printable(const QString &text)
+{
+    const QVector<uint> characters = text.toUcs4();
+    QString result;
+    for (int i = 0; i < characters.size(); ++i)
+        result += isPrintable(characters.at(i)) ? QString::fromUcs4(&characters.at(i), 1) : QString(QLatin1Char('?'));
+    return result;
+}
+
+// Those that are there: the rest of a summary is as the device announced it, of any type.
 static QString addresses(const QVariantMap &device)
 {
     QStringList found;
-    const QVariantList ipv4 = qdbus_cast<QVariantList>(device.value(QLatin1String("ipv4")));
-    for (int i = 0; i < ipv4.size(); ++i)
-        found += toMap(ipv4.at(i)).value(QLatin1String("address")).toString();
+    const QVariantList ipv4 = toList(device.value(QLatin1String("ipv4")));
+    for (int i = 0; i < ipv4.size(); ++i) {
+        const QVariant address = toMap(ipv4.at(i)).value(QLatin1String("address"));
+        if (address.type() == QVariant::String)
+            found += printable(address.toString());
+    }
     return found.join(QLatin1String(", "));
 }
 
 static QString column(const QVariantMap &device, const char *key, int width)
 {
-    return device.value(QLatin1String(key)).toString().leftJustified(width) + QLatin1Char(' ');
+    return printable(device.value(QLatin1String(key)).toString()).leftJustified(width) + QLatin1Char(' ');
 }
 
 static QString line(const QVariantMap &device)
@@ -46,11 +92,12 @@ int main(int argc, char *argv[])
     call << QString(); // the empty text: devices of every family, not only "Kelta"
     const QDBusMessage reply = QDBusConnection::systemBus().call(call);
     if (reply.type() != QDBusMessage::ReplyMessage) {
-        QTextStream(stderr) << QLatin1String("The daemon does not answer: ") << reply.errorMessage() << QLatin1Char('\n');
+        QTextStream(stderr) << QLatin1String("The daemon does not answer: ") << printable(reply.errorMessage())
+                            << QLatin1Char('\n');
         return 1;
     }
     QTextStream out(stdout);
-    const QVariantList devices = qdbus_cast<QVariantList>(reply.arguments().value(0));
+    const QVariantList devices = toList(reply.arguments().value(0));
     for (int i = 0; i < devices.size(); ++i)
         out << line(toMap(devices.at(i))) << QLatin1Char('\n');
     return 0;

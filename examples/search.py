@@ -8,6 +8,7 @@ Needs nothing but Python. One line for each answer: location, then what the devi
 nobody has answered within three seconds.
 """
 
+import signal
 import socket
 import sys
 import time
@@ -26,7 +27,13 @@ def headers(answer: bytes) -> dict:
     return {name.strip().upper(): value.strip() for name, _, value in pairs}
 
 
-def main() -> int:
+def printable(text: str) -> str:
+    """What a stranger wrote, without anything that moves the cursor, colours the screen or turns the line around."""
+    return "".join(character if character.isprintable() else "?" for character in text)
+
+
+def search() -> list:
+    """One line for each that has answered. Without a route or a network, OSError."""
     found = set()
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as connection:
         connection.sendto(SEARCH.encode(), GROUP)
@@ -37,8 +44,20 @@ def main() -> int:
                 answer = headers(connection.recv(65536))
             except TimeoutError:
                 break
-            found.add(f"{answer.get('LOCATION', '?')}   {answer.get('SERVER', '')}")
-    print("\n".join(sorted(found)) or "Nobody has answered.")
+            found.add(printable(f"{answer.get('LOCATION', '?')}   {answer.get('SERVER', '')}"))
+    return sorted(found)
+
+
+def main() -> int:
+    for number in (signal.SIGINT, signal.SIGPIPE):
+        signal.signal(number, signal.SIG_DFL)
+    sys.stdout.reconfigure(errors="replace")
+    try:
+        found = search()
+    except OSError as error:
+        print(f"The network cannot be searched: {error.strerror}", file=sys.stderr)
+        return 1
+    print("\n".join(found) or "Nobody has answered.")
     return 0 if found else 1
 
 

@@ -5,6 +5,11 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/setup.sh
+case ${1-} in
+"") ;;
+-h | --help) describe packaging/try.sh; exit 0 ;;
+*) fail "takes no arguments" ;;
+esac
 
 folder=${XDG_CACHE_HOME:-$HOME/.cache}/upnpvelorn-packaging
 clean=$folder/clean

@@ -6,6 +6,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/setup.sh
+case ${1-} in
+-h | --help) describe scripts/neighbours.sh; exit 0 ;;
+esac
 
 services=(connman avahi-daemon minissdpd)
 libraries=(libavahi-core7 libcap2 libdaemon0 libgnutls30 libglib2.0-0 libnfnetlink0 libreadline8 libxtables12)

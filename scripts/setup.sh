@@ -12,6 +12,44 @@ style_packages=(clang-tidy clang-format)
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static)
 arm64_packages=(g++-aarch64-linux-gnu qemu-user-static)
 
+# describe SCRIPT: the comment at its head
+describe() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$1"; }
+
+# fail TEXT: for what is wrong with the command line or the surroundings, before anything is installed or built
+fail() {
+    printf '%s: %s\n' "$0" "$1" >&2
+    exit 2
+}
+
+# listed TEXT...: the texts with commas between them
+listed() {
+    local all
+    printf -v all '%s, ' "$@"
+    printf '%s' "${all%, }"
+}
+
+# is_one_of TEXT TEXT...
+is_one_of() {
+    local wanted=$1 one
+    shift
+    for one in "$@"; do
+        [ "$one" != "$wanted" ] || return 0
+    done
+    return 1
+}
+
+build_folder() { [ "$1" = release ] && echo build || echo "build-$1"; }
+
+# require_writable PRESET...: the builds go into folders of this one
+require_writable() {
+    local preset folder
+    for preset in "$@"; do
+        folder=$(build_folder "$preset")
+        [ -e "$folder" ] || folder=.
+        [ -w "$folder" ] || fail "cannot write into $(cd "$folder" && pwd), where it builds. Take a copy of this folder that is yours."
+    done
+}
+
 say() { printf '\n== %s\n' "$*"; }
 
 missing_packages() {
@@ -45,16 +83,11 @@ machine_of() { od -An -tx1 -j18 -N2 "$1" | xargs; }
 
 # require_qt4_kit COMMAND MACHINE: QT4_KIT has to name a Qt 4.8 for it
 require_qt4_kit() {
-    local core
-    core=$("${QT4_KIT-}/bin/qmake" -query QT_INSTALL_LIBS 2>/dev/null)/libQtCore.so.4
-    if [ ! -e "$core" ]; then
-        echo "$1 needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake."
-        exit 1
-    fi
-    if [ "$(machine_of "$core")" != "$2" ]; then
-        echo "$1 needs a Qt 4.8 for another processor than that in QT4_KIT, $QT4_KIT."
-        exit 1
-    fi
+    local libraries
+    libraries=$("${QT4_KIT:-/nowhere}/bin/qmake" -query QT_INSTALL_LIBS 2>/dev/null) || true
+    local core=$libraries/libQtCore.so.4
+    [ -e "$core" ] || fail "$1 needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake"
+    [ "$(machine_of "$core")" = "$2" ] || fail "$1 needs a Qt 4.8 for another processor than that in QT4_KIT, $QT4_KIT"
 }
 
 # prepare_cross armhf|arm64: the compiler, the emulator and the libraries of a cross build
@@ -69,7 +102,8 @@ prepare_cross() {
 build() {
     say "Building ($1)"
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$@"
+    # Ninja has said why it ended, or nobody reads any more: CMake need not tell of it again.
+    { cmake --build --preset "$@" 2>&1 >&3 3>&- | sed '/^SIGPIPE$/d; /^CMake Error: Generator: /d' >&2; } 3>&1
 }
 
 # clang-format and clang-tidy over the product's sources, two at a time

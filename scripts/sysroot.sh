@@ -3,6 +3,13 @@
 # Nothing is installed and none of it is run, so it needs no root, and this machine's own packages stay as they are.
 # They come from the servers that this machine's apt knows, of the same release.
 set -euo pipefail
+case ${1-} in
+-h | --help) sed -n '2,4s/^# //p' "$0"; exit 0 ;;
+esac
+if [ $# != 2 ]; then
+    echo "$0: takes an architecture (armhf, arm64) and a folder" >&2
+    exit 2
+fi
 architecture=$1
 mkdir -p "$2"
 folder=$(cd "$2" && pwd)

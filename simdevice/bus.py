@@ -190,7 +190,7 @@ class Bus:
             self._process = subprocess.Popen(
                 ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--nosyslog",
                  f"--print-address={ready_end}"],
-                pass_fds=[ready_end], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+                pass_fds=[ready_end], start_new_session=True, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
         os.close(ready_end)
         with os.fdopen(ready) as file:
             if not file.readline():

@@ -8,6 +8,7 @@ import resource
 import signal
 import struct
 import subprocess
+import time
 import zlib
 
 import dbus
@@ -32,6 +33,7 @@ _PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "ASAN_SYMBOLIZER_
 _NOT_THERE_YET = ("org.freedesktop.DBus.Error.UnknownObject", "org.freedesktop.DBus.Error.ServiceUnknown",
                   "org.freedesktop.DBus.Error.NameHasNoOwner", "org.freedesktop.DBus.Error.NoReply")
 _LISTENING = "0A"
+_FAREWELL = 0.05    # seconds
 
 _numbers = itertools.count(1)
 
@@ -117,7 +119,7 @@ class Device:
         self._folder.mkdir(exist_ok=True)
         with open(self._output, "ab") as output:
             return subprocess.Popen([*self.room.prefix, *limits, self.program, *arguments], env=environment,
-                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+                                    start_new_session=True, stdin=subprocess.DEVNULL, stdout=output, stderr=output)
 
     @property
     def pid(self) -> int:
@@ -170,6 +172,12 @@ class Device:
     def terminate(self) -> None:
         """Sends SIGTERM, which the daemon is not expected to die of."""
         self.signal(signal.SIGTERM)
+
+    def shut_down(self) -> None:
+        """Ends the daemon as its service file does: SIGTERM, for its farewell, and SIGKILL a moment later."""
+        self.terminate()
+        time.sleep(_FAREWELL)
+        self._kill()
 
     def signal(self, number: int) -> None:
         os.kill(self.pid, number)

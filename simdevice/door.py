@@ -12,6 +12,7 @@ import json
 import os
 import socket
 import struct
+import sys
 import time
 
 _VARIABLE = "SIMDEVICE_DOOR"
@@ -83,6 +84,24 @@ class Door:
                 os.close(file)
 
 
+def running_already() -> str:
+    """A sentence for whoever wants to start a second plant of the same user. Empty when there is none."""
+    deadline = time.monotonic() + _DYING
+    while (process := _holder()) and time.monotonic() < deadline:
+        time.sleep(0.05)
+    return f"A plant of yours is running already, process {process}. End that one with Ctrl-C first." if process else ""
+
+
+def _holder() -> int:
+    """The process that has built the door; 0 when there is none."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
+        try:
+            connection.connect(_name())
+        except OSError:
+            return 0
+        return _credentials(connection)[0]
+
+
 def ask(request: dict) -> tuple:
     """Asks the running plant. Returns its reply and the open files that came with it."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
@@ -122,5 +141,13 @@ def _name() -> str:
 
 def _peer(connection: socket.socket) -> int:
     """The user at the other end, as a number of this process's user namespace."""
-    credentials = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
-    return struct.unpack("3i", credentials)[1]
+    return _credentials(connection)[1]
+
+
+def _credentials(connection: socket.socket) -> tuple:
+    """Process, user and group at the other end."""
+    return struct.unpack("3i", connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i")))
+
+
+if __name__ == "__main__":
+    sys.exit(running_already() or 0)

@@ -47,7 +47,7 @@ class FwConfig:
         self.stop()
         self._process = subprocess.Popen(
             [PYTHON, "-E", "-s", str(pathlib.Path(__file__).with_name("fwconfigservice.py")), self._address],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1)
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True, text=True, bufsize=1)
         self._process.stdin.write(json.dumps({"values": to_json(self._values), "behaviours": self._behaviours}) + "\n")
 
     def wait_until_ready(self) -> None:

@@ -152,6 +152,7 @@ def introspection(path: str) -> str:
 def main() -> None:
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     service = Service(sys.argv[1])
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # ends with whoever reads; ignored since the bus was connected to
     loop = GLib.MainLoop()
 
     def read(_source, _condition) -> bool:

@@ -1,8 +1,11 @@
 """Who lists whom: every device of a plant asked over its own bus, and the answers as a table."""
 
+import ipaddress
+
 from simdevice.plant import Node, Plant
 
-_MOST_WITH_NAMES = 8
+_MOST_WITH_NAMES = 6    # more do not fit into 80 columns
+_MOST_WITH_GAPS = 30
 
 
 class Lists:
@@ -35,27 +38,62 @@ class Lists:
     def _connected(self) -> list:
         return [node for node in self._plant.nodes.values() if node.plugged]
 
+    def legend(self) -> str:
+        """What the cells of the table mean."""
+        if len(self._plant.nodes) <= _MOST_WITH_NAMES:
+            return ".11 means that it lists the device above at 10.77.0.11, - that it does not list it."
+        return ("x means that it lists the device above, o that it lists it under another address, - that it does not "
+                "list it.")
+
     def _with_names(self, nodes: list) -> list:
         lines = ["who lists whom    │" + "".join(f"{node.name:>9}" for node in nodes),
                  "──────────────────┼" + "─" * 9 * len(nodes)]
         for viewer in nodes:
-            cells = [_ending(self.shows(viewer, subject)) or "-" for subject in nodes]
-            place = _ending(viewer.address) if viewer.plugged else "no cable"
-            lines.append(f"{viewer.name:<9}{place:<9}│" + "".join(f"{cell:>8} " for cell in cells))
+            cells = [_ending(address) for address in self._row(viewer, nodes)]
+            place = _STATES.get(self._state(viewer)) or _ending(viewer.address)
+            lines.append(f"{viewer.name:<9}{place:<9}│" + "".join(f"{cell:>8} " for cell in cells).rstrip())
         return lines
 
     def _with_marks(self, nodes: list) -> list:
-        lines = ["lists     │ " + "".join(f"{node.number // 10 or ' '} " for node in nodes),
-                 "──────────│ " + "".join(f"{node.number % 10} " for node in nodes)]
+        gap = " " if len(nodes) <= _MOST_WITH_GAPS else ""
+        lines = ["lists     │ " + gap.join(f"{node.number // 10 or ' '}" for node in nodes).rstrip(),
+                 "──────────│ " + gap.join(f"{node.number % 10}" for node in nodes)]
         for viewer in nodes:
-            cells = [_mark(self.shows(viewer, subject), subject) for subject in nodes]
-            lines.append(f"{viewer.name:<9}{' ' if viewer.plugged else '!'}│ " + " ".join(cells))
-        return [*lines, "x listed   o listed under an earlier address   - not listed   ! cable out"]
+            cells = [_mark(address, subject) for address, subject in zip(self._row(viewer, nodes), nodes)]
+            lines.append(f"{viewer.name:<9}{self._state(viewer)}│ " + gap.join(cells).rstrip())
+        states = "   ".join(f"{mark} {name}" for mark, name in _STATES.items() if name)
+        return [*lines, "x listed   o listed under another address   - not listed", states]
+
+    def _row(self, viewer: Node, subjects: list) -> list:
+        """The addresses under which `viewer` lists `subjects`; None where it cannot be asked."""
+        answered = self.answers.get(viewer.name) is not None and viewer.device.running
+        return [self.shows(viewer, subject) if answered else None for subject in subjects]
+
+    def _state(self, viewer: Node) -> str:
+        if not viewer.device.running:
+            return "#"
+        if not viewer.plugged:
+            return "!"
+        return " " if self.answers.get(viewer.name) is not None else "?"
+
+
+_STATES = {" ": "", "!": "no cable", "#": "ended", "?": "silent"}
 
 
 def _ending(address: str) -> str:
-    return "." + address.rsplit(".", 1)[1] if "." in address else address
+    if not address:
+        return "-" if address is not None else ""
+    return "." + address.rsplit(".", 1)[1] if _is_address(address) else "?"
 
 
 def _mark(address: str, subject: Node) -> str:
-    return "-" if not address else "x" if address == subject.address else "o"
+    if not address:
+        return "-" if address is not None else " "
+    return "x" if address == subject.address else "o"
+
+
+def _is_address(text: str) -> bool:
+    try:
+        return bool(ipaddress.IPv4Address(text))
+    except ValueError:
+        return False

@@ -7,8 +7,9 @@ from typing import NamedTuple
 import dbus
 
 from simdevice.controlpoint import ControlPoint
-from simdevice.device import HTTP_PORT, Device
+from simdevice.device import BUS_NAME, HTTP_PORT, Device
 from simdevice.network import SUBNET, Lan
+from simdevice.waiting import wait_for
 
 PC = "pc"
 PC_ADDRESS = f"{SUBNET}.5"
@@ -58,7 +59,14 @@ class Node:
             found = self.device.call("allChilds", "", path="/zorvscan", interface="local.ZorvScan", seconds=2)
         except dbus.DBusException:
             return None
-        return {entry["uuid"]: next((one["address"] for one in entry.get("ipv4", [])), "") for entry in found or []}
+        return {entry["uuid"]: _address(entry) for entry in found or []}
+
+
+def _address(entry: dict) -> str:
+    """The first IPv4 address in the summary of a device, which may be a stranger's with anything in it."""
+    ipv4 = entry.get("ipv4")
+    entries = [one for one in ipv4 if isinstance(one, dict)] if isinstance(ipv4, list) else []
+    return next((one["address"] for one in entries if isinstance(one.get("address"), str)), "")
 
 
 class Plant:
@@ -78,7 +86,7 @@ class Plant:
 
     def node(self, name: str) -> Node:
         if name not in self.nodes:
-            raise PlantError(f"there is no {name!r} here; there are: {', '.join(self.nodes)}")
+            raise PlantError(f"there is no device {name!r} here; there are: {', '.join(self.nodes)}")
         return self.nodes[name]
 
     def unplug(self, name: str) -> Node:
@@ -110,6 +118,22 @@ class Plant:
         host.remove_address(f"{node.address}/{_PREFIX}")
         node.device.connman.ipv4(address=address, gateway=GATEWAY, method="dhcp")
         node.address = address
+        return node
+
+    def stop(self, name: str) -> Node:
+        node = self.node(name)
+        if not node.device.running:
+            raise PlantError(f"the daemon of {name} does not run")
+        node.device.shut_down()
+        return node
+
+    def start(self, name: str) -> Node:
+        """The daemon may still be starting when this returns."""
+        node = self.node(name)
+        if node.device.running:
+            raise PlantError(f"the daemon of {name} runs already")
+        wait_for(lambda: not node.device.bus.owner(BUS_NAME), what="the bus forgets the old daemon")
+        node.device.start(wait=False)
         return node
 
     def heard(self) -> list:

@@ -3,6 +3,9 @@
     exec HOST COMMAND...    runs a command on a host of the plant: pc, kelta-1, kelta-2 ...
     enter HOST              a shell there
     table                   who lists whom at this moment
+    log DEVICE              what its daemon has logged
+    stop DEVICE             stops its daemon: byebye, and then its end
+    start DEVICE            starts it again
     unplug DEVICE           takes its network cable out
     plug DEVICE             puts it in again
     move DEVICE ADDRESS     gives it another address
@@ -11,8 +14,10 @@
 
 import os
 import pathlib
+import shutil
 import signal
 import sys
+import textwrap
 
 sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 
@@ -21,7 +26,8 @@ from simdevice import namespaces as ns
 
 _KINDS = {"user": ns.CLONE_NEWUSER, "pid": ns.CLONE_NEWPID, "mnt": ns.CLONE_NEWNS, "net": ns.CLONE_NEWNET,
           "uts": ns.CLONE_NEWUTS, "ipc": ns.CLONE_NEWIPC}
-_ORDERS = {"table": (), "unplug": ("device",), "plug": ("device",), "move": ("device", "address"), "join": ()}
+_ORDERS = {"table": (), "log": ("device",), "stop": ("device",), "start": ("device",), "unplug": ("device",),
+           "plug": ("device",), "move": ("device", "address"), "join": ()}
 
 
 def _go_inside(host: str, files: dict) -> None:
@@ -59,30 +65,55 @@ def _run(command: list) -> int:
     return code if code >= 0 else 128 - code
 
 
+def _ask(request: dict) -> tuple:
+    answer = door.ask(request)
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # for what is printed from here on, and for a command that is run
+    return answer
+
+
 def _execute(host: str, command: list) -> int:
-    reply, files = door.ask({"order": "namespaces", "host": host})
+    reply, files = _ask({"order": "namespaces", "host": host})
     os.environ.pop("DBUS_SYSTEM_BUS_ADDRESS", None)
     os.environ.update(reply["environment"])
     _go_inside(host, dict(zip(reply["files"], files)))
     return _run(command)
 
 
+def _misuse(order: str) -> str:
+    if order in ("exec", "enter", *_ORDERS):
+        usage = [line.strip() for line in __doc__.splitlines() if line.startswith(f"    {order} ")][0]
+        return f"./run {order} is used like this:\n    {usage}"
+    return f"There is no order {order!r}; there are: {', '.join(['exec', 'enter', *_ORDERS])}"
+
+
+def _folded(text: str) -> str:
+    """On a terminal, words are not broken."""
+    if not sys.stderr.isatty():
+        return text
+    width = shutil.get_terminal_size().columns - 1
+    return "\n".join(textwrap.fill(line, width, break_long_words=False, break_on_hyphens=False) for line in text.splitlines())
+
+
 def main(arguments: list) -> int:
     order, rest = (arguments or [""])[0], arguments[1:]
+    if rest[:1] in (["-h"], ["--help"]):
+        print(__doc__.strip())
+        return 0
     if order == "exec" and len(rest) >= 2:
         return _execute(rest[0], rest[1:])
     if order == "enter" and len(rest) == 1:
         return _execute(rest[0], ["/bin/bash", "--norc"])
     if order in _ORDERS and len(rest) == len(_ORDERS[order]):
-        reply, _ = door.ask({"order": order, **dict(zip(_ORDERS[order], rest))})
+        reply, _ = _ask({"order": order, **dict(zip(_ORDERS[order], rest))})
         print(reply["text"])
         return 0
-    print(__doc__, file=sys.stderr)
+    print(_folded(_misuse(order)), file=sys.stderr)
     return 2
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     try:
         sys.exit(main(sys.argv[1:]))
     except (door.DoorError, OSError) as problem:
-        sys.exit(str(problem))
+        sys.exit(_folded(str(problem)))

@@ -28,7 +28,7 @@ class Room:
         self._hostname = hostname
         self._process = subprocess.Popen(
             [PYTHON, "-E", "-s", __file__, netns, hostname, program],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True, text=True)
         self._ready = False
 
     def wait_until_ready(self) -> None:
@@ -119,7 +119,8 @@ def furnish(netns: str, hostname: str, program: str) -> None:
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    for number in (signal.SIGINT, signal.SIGPIPE):
+        signal.signal(number, signal.SIG_DFL)
     furnish(*sys.argv[1:])
     print("ready", flush=True)
     sys.stdin.read()

@@ -31,8 +31,12 @@ Any one of these helps:
 
 
 def enter(status_if_refused: int = 1) -> None:
-    """Returns only inside the sandbox. Outside, it runs the script in one and exits with the script's status."""
+    """Returns only inside the sandbox. Outside, it runs the script in one and exits with the script's status.
+
+    Signals that reach the script in the sandbox before it has come here wait until then.
+    """
     if inside():
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, {*_FORWARDED, signal.SIGCHLD})
         return
     try:
         _unshare()
@@ -101,9 +105,11 @@ def _init(problem: int) -> None:
     except OSError as error:
         os.write(problem, str(error).encode())
         os._exit(1)
+    early = signal.sigpending() & set(_FORWARDED)
+    if early:  # nobody would hand them on to a script that was not there yet
+        os._exit(128 + min(early))
     script = os.fork()
     if script == 0:
-        signal.pthread_sigmask(signal.SIG_UNBLOCK, {*_FORWARDED, signal.SIGCHLD})
         os.environ[_MARK] = _identity()
         os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
         os.execv(PYTHON, [PYTHON, *sys.argv])

@@ -32,15 +32,15 @@ class Screen:
     # Lines that stay
 
     def heading(self, text: str) -> None:
-        self._lines(["", self.style("bold", text)])
+        self._lines(["", *(self.style("bold", line) for line in _wrapped(text, self._width))])
 
     def text(self, text: str) -> None:
-        self._lines(textwrap.wrap(text, self._width, break_long_words=False, break_on_hyphens=False))
+        self._lines(_wrapped(text, self._width))
 
     def event(self, text: str, style: str = "") -> None:
         """Something that happened, with its time."""
         stamp = f"{time.monotonic() - self._started:6.1f} s  "
-        lines = textwrap.wrap(text, self._width - len(stamp), break_long_words=False, break_on_hyphens=False)
+        lines = _wrapped(text, self._width - len(stamp))
         first, rest = [stamp + self.style(style, line) for line in lines[:1]], lines[1:]
         self._lines(first + [" " * len(stamp) + self.style(style, line) for line in rest])
 
@@ -52,14 +52,26 @@ class Screen:
 
     def quote(self, text: str, most: int = 24) -> None:
         """What another program printed or what came over the wire, word for word."""
-        lines = [line.expandtabs().rstrip() for line in text.strip("\r\n").splitlines()]
+        lines = [clean(line.expandtabs().rstrip()) for line in text.strip("\r\n").splitlines()]
         if len(lines) > most:
             lines = [*lines[:most - 1], f"… and {len(lines) - most + 1} more lines"]
-        self._lines([self.style("dim", f"    | {_cut(line, self._width - 6)}") for line in lines])
+        folded = [piece for line in lines for piece in _folded(line, self._width - 6)]
+        self._lines([self.style("dim", f"    | {line}") for line in folded])
 
-    def plain(self, *lines: str) -> None:
-        """Lines as they are, for commands that will be copied."""
-        self._lines(list(lines))
+    def blank(self) -> None:
+        self._lines([""])
+
+    def commands(self, commands: list) -> None:
+        """Pairs of a command, to be copied, and what it does: beside it, or below it in a narrow window."""
+        told = [pair for pair in commands if pair[1]]
+        column = max(len(command) for command, _ in told) + 4
+        beside = column + max(len(meaning) for _, meaning in told) <= self._width - 4
+        for command, meaning in commands:
+            if beside and len(command) < self._width - 4:
+                self._lines([f"    {command:<{column}}{meaning}".rstrip()])
+            else:
+                self._lines([f"    {line}" for line in _continued(command, self._width - 4)])
+                self._lines([f"        {line}" for line in _wrapped(meaning, self._width - 8)])
 
     # The part that is redrawn
 
@@ -109,7 +121,7 @@ class Screen:
         table = self._table[:height]
         if len(table) < len(self._table):
             table[-1] = f"… {len(self._table) - len(table) + 1} more rows in a higher window"
-        lines = [*table, *([self._progress] if self._progress else [])]
+        lines = [*table, *_wrapped(self._progress, self._width)]
         return ["", *(_cut(line, self._width) for line in lines)] if lines else []
 
     def _draw(self) -> None:
@@ -121,6 +133,32 @@ class Screen:
         if self._drawn:
             self._out.write(f"\x1b[{len(self._drawn)}A\x1b[J")
             self._drawn = []
+
+
+def clean(text: str) -> str:
+    """Texts may come from strangers: nothing in them moves the cursor, colours the screen or turns a line around."""
+    return "".join(character if character.isprintable() else "?" for character in text)
+
+
+def _wrapped(text: str, width: int) -> list:
+    return textwrap.wrap(clean(text), width, break_long_words=False, break_on_hyphens=False)
+
+
+def _folded(line: str, width: int) -> list:
+    """As it is if there is room for it, else in several lines. A word that is too long for one is cut."""
+    if len(line) <= width:
+        return [line]
+    pieces = textwrap.wrap(line, width, subsequent_indent="  ", replace_whitespace=False, break_long_words=False,
+                           break_on_hyphens=False)
+    return [_cut(piece, width) for piece in pieces]
+
+
+def _continued(command: str, width: int) -> list:
+    """A command in lines that the shell takes for one."""
+    if len(command) <= width:
+        return [command]
+    lines = textwrap.wrap(command, width - 2, subsequent_indent="    ", break_long_words=False, break_on_hyphens=False)
+    return [f"{line} \\" for line in lines[:-1]] + lines[-1:]
 
 
 def _cut(line: str, width: int) -> str:

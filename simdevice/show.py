@@ -7,7 +7,13 @@
     --no-tour     only switch the plant on
 """
 
+import _signal
+
+if __name__ == "__main__":  # Ctrl-C ends without a word until there is something to switch off, and loading takes a while
+    _signal.signal(_signal.SIGINT, _signal.SIG_DFL)
+
 import argparse
+import os
 import pathlib
 import shutil
 import signal
@@ -19,12 +25,14 @@ sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 from simdevice import door, sandbox
 from simdevice.lists import Lists
 from simdevice.plant import PC, Plant, PlantError
-from simdevice.screen import Screen
+from simdevice.reports import Reports
+from simdevice.screen import Screen, clean
 from simdevice.tour import NotSeen, Tour
 from simdevice.waiting import dispatch
 
 _LOOK = 0.5     # seconds between two looks at the devices' lists
 _PAUSE = 0.03
+_MOST_LINES, _LONGEST_LINE = 100, 500   # of a log that is asked for
 
 
 class Show:
@@ -40,14 +48,16 @@ class Show:
         self.with_table = False
         self._door = door.Door(self._answer)
         self._looked = 0.0
-        self._known_crashed = []
+        self._known_crashed = set()
+        self._reports = Reports(self.screen.event, self.screen.text)
 
     def turn(self) -> None:
         dispatch()
         for heard in self.plant.heard():
             self.heard.append(heard)
             if self.reporting:
-                self.screen.event(f"The PC hears {heard.name} say {heard.kind}: {heard.location}")
+                self._reports.add(heard)
+        self._reports.gather()
         if time.monotonic() - self._looked > _LOOK:
             self.look()
         if self.with_table:
@@ -56,15 +66,24 @@ class Show:
         time.sleep(_PAUSE)
 
     def look(self) -> None:
-        crashed = [node for node in self.plant.crashed() if node.name not in self._known_crashed]
+        crashed = [node for node in self.plant.crashed() if node.device.pid not in self._known_crashed]
         for node in crashed:
-            self._known_crashed.append(node.name)
+            self._known_crashed.add(node.device.pid)
             self.screen.bad(f"The daemon of {node.name} has ended with status {node.device.exit_status}.")
             self.screen.quote(node.device.output)
         if crashed and self.in_tour:
             raise NotSeen("all daemons running")
         self.lists.look()
         self._looked = time.monotonic()
+
+    def add(self, count: int) -> list:
+        """Puts devices on the network, which takes a while where there are many."""
+        nodes = []
+        for number in range(count):
+            self.screen.progress(f"Switching on device {number + 1} of {count}")
+            nodes.append(self.plant.add())
+        self.screen.progress()
+        return nodes
 
     def until(self, condition, seconds: float, what: str):
         """The first true value of `condition`, or NotSeen(what) after `seconds`."""
@@ -91,6 +110,8 @@ class Show:
             if request["order"] == "table":
                 self.lists.look()
                 return {"text": "\n".join(self.lists.table())}, []
+            if request["order"] == "log":
+                return {"text": self._log(request["device"])}, []
             if self.in_tour:
                 raise PlantError("The tour is still going on; please wait until it is over.")
             return {"text": self._carry_out(request)}, []
@@ -104,16 +125,34 @@ class Show:
         if host == PC:
             paths["net"] = self.plant.pc.host.path
         else:
-            device = self.plant.node(host).device
+            device = self._device(host)
             paths.update({name: f"/proc/{device.room.pid}/ns/{name}" for name in ("mnt", "net", "uts")})
             environment["DBUS_SYSTEM_BUS_ADDRESS"] = device.bus.address
         return {"environment": environment, "files": list(paths)}, list(paths.values())
+
+    def _device(self, host: str):
+        if host not in self.plant.nodes:
+            raise PlantError(f"there is no host {host!r} here; there are: {', '.join([PC, *self.plant.nodes])}")
+        return self.plant.nodes[host].device
+
+    def _log(self, name: str) -> str:
+        device = self.plant.node(name).device
+        lines = [clean(text)[:_LONGEST_LINE] for text in [*device.syslog.texts, *device.output.splitlines()]]
+        return "\n".join(lines[-_MOST_LINES:]) or (f"The daemon of {name} has written nothing. One whose network is there "
+                                                   "does not.")
 
     def _carry_out(self, request: dict) -> str:
         order = request["order"]
         if order == "join":
             node = self.plant.add()
             return self._done(f"{node.name} is switched on, {node.address}.")
+        if order == "stop":
+            node = self.plant.stop(request["device"])
+            return self._done(f"{node.name}: the daemon has said byebye and is stopped. The others forget it 66 to 77 seconds "
+                              "after they last heard it.")
+        if order == "start":
+            node = self.plant.start(request["device"])
+            return self._done(f"{node.name}: the daemon is started.")
         if order == "unplug":
             node = self.plant.unplug(request["device"])
             return self._done(f"{node.name}: cable out. The others forget it 66 to 77 seconds after they last heard it.")
@@ -135,24 +174,27 @@ A plant of {count} measurement devices and one PC on the same network. Every dev
 system bus, a configuration service and a network manager of its own. All of it lives in namespaces inside this \
 machine: nothing goes out, and all of it is gone when this program ends."""
 
-NEXT = """\
-To try in another terminal, in this folder (Ctrl-C here ends everything):
+ON_THE_HOSTS = [
+    ("./run exec kelta-1 python3 examples/list_devices.py", "the devices that kelta-1 knows"),
+    ("./run exec pc python3 examples/search.py", "search from the PC"),
+    ("./run exec pc curl -s {url}", ""),
+    ("./run exec kelta-1 {ask_address}", ""),
+    ("./run enter kelta-1", "a shell on a device, or: ./run enter pc"),
+]
 
-    ./run exec kelta-1 python3 examples/list_devices.py      the devices that kelta-1 knows
-    ./run exec pc python3 examples/search.py                 search from the PC
-    ./run exec pc curl -s {url}
-    ./run exec kelta-1 {ask_address}
-    ./run enter kelta-1                                      a shell on a device, or: ./run enter pc
-
-    ./run unplug kelta-2        ./run plug kelta-2           take its cable out, put it in again
-    ./run move kelta-1 10.77.0.77                            give it another address
-    ./run join                                               switch on one more device
-
-"""
+ON_THE_PLANT = [
+    ("./run unplug kelta-2", "take its cable out"),
+    ("./run plug kelta-2", "put it in again"),
+    ("./run stop kelta-2", "stop its daemon"),
+    ("./run start kelta-2", "start it again"),
+    ("./run log kelta-2", "what its daemon has logged"),
+    ("./run move kelta-1 10.77.0.77", "give it another address"),
+    ("./run join", "switch on one more device"),
+]
 
 ASK_ADDRESS = "busctl call com.zorv.upnpvelorn /settings local.UpnpSettings getAddressStr"
-ASK_ADDRESS_WITHOUT_SYSTEMD = ("dbus-send --system --print-reply --dest=com.zorv.upnpvelorn \\\n"
-                               "        /settings local.UpnpSettings.getAddressStr")
+ASK_ADDRESS_WITHOUT_SYSTEMD = ("dbus-send --system --print-reply --dest=com.zorv.upnpvelorn /settings "
+                               "local.UpnpSettings.getAddressStr")
 
 
 def arguments() -> argparse.Namespace:
@@ -162,9 +204,9 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--no-tour", dest="tour", action="store_false")
     chosen = parser.parse_args()
     if not 2 <= chosen.devices <= 40:
-        parser.error("--devices takes a number from 2 to 40")
+        parser.error(f"--devices takes a number from 2 to 40, not '{chosen.devices}'")
     if chosen.once and not chosen.tour:
-        parser.error("--once is for the tour")
+        parser.error("--once ends after the tour, and --no-tour leaves it out")
     return chosen
 
 
@@ -172,9 +214,14 @@ def show_next(show: Show) -> None:
     first = next(iter(show.plant.nodes.values()))
     show.screen.heading("The plant stays up")
     ask = ASK_ADDRESS if shutil.which("busctl") else ASK_ADDRESS_WITHOUT_SYSTEMD
-    show.screen.plain(*NEXT.format(url=first.description_url, ask_address=ask).splitlines())
-    show.screen.plain("Below: who lists whom. A row is a device's own list, asked over its system bus (allChilds).",
-                      ".11 = listed at 10.77.0.11, - = not listed. Announcements that reach the PC are reported.")
+    known = {"url": first.description_url, "ask_address": ask}
+    show.screen.text("To try in another terminal, in this folder (Ctrl-C here ends everything):")
+    for commands in (ON_THE_HOSTS, ON_THE_PLANT):
+        show.screen.blank()
+        show.screen.commands([(command.format(**known), meaning) for command, meaning in commands])
+    show.screen.blank()
+    show.screen.text("Below: who lists whom. A row is a device's own list, asked over its system bus (allChilds): "
+                     f"{show.lists.legend()} Announcements that reach the PC are reported.")
 
 
 def run_tour(show: Show, count: int) -> bool:
@@ -197,8 +244,7 @@ def run(chosen: argparse.Namespace) -> int:
         if chosen.once:
             return 0 if seen else 1
     else:
-        for _ in range(chosen.devices):
-            show.plant.add()
+        show.add(chosen.devices)
     show_next(show)
     show.stay()
 
@@ -210,15 +256,27 @@ def end(*_signal) -> None:
 def main() -> int:
     chosen = arguments()
     if not sandbox.inside() and not chosen.once and not door.build():
-        sys.exit("A plant of yours is running already. End that one with Ctrl-C first.")
+        sys.exit(door.running_already() or "Another plant of yours has just ended; start this one again.")
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)  # SIGINT too: whoever starts this in the background has it ignored
-    sandbox.enter()
     try:
+        sandbox.enter()
         return run(chosen)
     except KeyboardInterrupt:
-        print("\nSwitched off.")
+        say_last("\nSwitched off.")
         return 130 if chosen.once else 0
+    except BrokenPipeError:
+        say_last("")
+        print("Nobody reads the output any more: switched off.", file=sys.stderr)
+        return 1
+
+
+def say_last(text: str) -> None:
+    """To whoever still reads. Nothing is left for the interpreter to write at its end."""
+    try:
+        print(text, end="\n" if text else "", flush=True)
+    except OSError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
 
 
 if __name__ == "__main__":

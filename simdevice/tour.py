@@ -72,7 +72,7 @@ class Tour:
             for _ in range(self._count - 1):
                 self._add()
         else:
-            nodes = [self._plant.add() for _ in range(self._count - 1)]
+            nodes = self._show.add(self._count - 1)
             self._screen.event(f"{nodes[0].name} to {nodes[-1].name} are switched on: {nodes[0].address} to "
                                f"{nodes[-1].address}")
 
@@ -147,8 +147,7 @@ class Tour:
         self._screen.heading("4. The devices see each other")
         self._screen.text(f"Every {TICK} seconds each device announces itself to its own kind as well (group "
                           f"{ANNOUNCEMENTS[0]}, port {ANNOUNCEMENTS[1]}) and keeps a list of those it hears. A row "
-                          "below is one device's list, asked over its system bus: .11 means that it lists the device "
-                          "above at 10.77.0.11, - that it does not list it.")
+                          f"below is one device's list, asked over its system bus: {self._lists.legend()}")
         self._show.with_table = True
         self._show.until(lambda: self._lists.everybody_lists(*self._nodes), 2 * TICK + SLACK, "everybody lists everybody")
         self._screen.table(self._lists.table())

@@ -20,6 +20,8 @@ BENCHES = ("searches", "descriptions", "announcements", "listings", "footprint",
 
 def main() -> int:
     options = _options()
+    if options.only_judge:
+        return 0
     if options.write_docs_from:
         return _write_docs(options.write_docs_from)
     sandbox.enter()
@@ -50,6 +52,7 @@ def _write_docs(figures: pathlib.Path) -> int:
 
 
 def _options() -> argparse.Namespace:
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # for --help
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("bench", nargs="*", help=f"of {', '.join(BENCHES)}; without any: all")
     parser.add_argument("--quick", action="store_true", help="2 short rounds: shows that everything works")
@@ -60,13 +63,18 @@ def _options() -> argparse.Namespace:
     parser.add_argument("--write-docs-from", type=pathlib.Path, metavar="FOLDER",
                         help="only that, with the values of an earlier run: nothing is measured")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
+    # For bench/run, before it installs and builds
+    parser.add_argument("--only-judge", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
     unknown = set(options.bench) - set(BENCHES)
     if unknown:
-        parser.error(f"no such bench: {', '.join(sorted(unknown))}")
+        parser.error(f"there is no bench {', '.join(sorted(unknown))}; there are: {', '.join(BENCHES)}")
+    if options.rounds < 1:
+        parser.error(f"--rounds takes a number from 1 on, not '{options.rounds}'")
     if options.write_docs and options.bench:
         parser.error("--write-docs goes with all benches: the page shows all of them")
     options.output = options.output.resolve()
+    signal.signal(signal.SIGPIPE, signal.SIG_IGN)
     return options
 
 

@@ -1,10 +1,17 @@
 """The demonstration, started as ./run starts it, in a sandbox of its own. It checks by itself what it tells of."""
 
+import contextlib
+import fcntl
+import json
 import os
 import pathlib
+import pty
+import re
 import select
 import signal
+import struct
 import subprocess
+import termios
 
 import pytest
 
@@ -22,12 +29,14 @@ def show(tmp_path):
     """A function that starts the demonstration. Its standard error is a pipe that every process in it holds."""
     started = []
 
-    def start(*arguments: str, program: str = None) -> subprocess.Popen:
-        environment = {**os.environ, "UPNPVELORN": program or default_program()}
+    def start(*arguments: str, program: str = None, output: int = None, terminal: bool = False) -> subprocess.Popen:
+        environment = {**os.environ, "UPNPVELORN": program or default_program(), "TERM": "vt100"}
         del environment["SIMDEVICE_SANDBOX"]
-        with open(tmp_path / "output", "w") as output:
-            process = subprocess.Popen([PYTHON, str(SIMDEVICE / "show.py"), *arguments], env=environment,
-                                       stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.PIPE)
+        with open(tmp_path / "output", "w") as file:
+            process = subprocess.Popen(
+                [PYTHON, str(SIMDEVICE / "show.py"), *arguments], env=environment, stdin=subprocess.DEVNULL,
+                stdout=file if output is None else output, stderr=subprocess.PIPE, start_new_session=terminal,
+                preexec_fn=(lambda: fcntl.ioctl(1, termios.TIOCSCTTY, 0)) if terminal else None)
         started.append(process)
         return process
 
@@ -128,23 +137,126 @@ def test_orders_change_the_plant(plant):
     assert "kelta-2  .80 " in order("table").stdout
 
 
-@pytest.mark.parametrize("arguments, answer", [
-    (("unplug", "kelta-9"), "there is no 'kelta-9' here; there are: kelta-1, kelta-2"),
+CANNOT_BE_CARRIED_OUT = [
+    (("stop", "pc"), "there is no device 'pc' here; there are: kelta-1, kelta-2"),
+    (("unplug", "kelta-9"), "there is no device 'kelta-9' here; there are: kelta-1, kelta-2"),
     (("plug", "kelta-1"), "the cable of kelta-1 is in already"),
     (("move", "kelta-1", "10.77.0.12"), "10.77.0.12 belongs to kelta-2"),
     (("move", "kelta-1", "10.78.0.1"), "'10.78.0.1' is no address of this network; take one of 10.77.0.1 to 10.77.0.254"),
-    (("exec", "kelta-9", "true"), "there is no 'kelta-9' here; there are: kelta-1, kelta-2"),
-])
-def test_orders_that_cannot_be_carried_out(plant, arguments, answer):
-    done = order(*arguments)
-    assert (done.returncode, done.stderr) == (1, answer + "\n")
+    (("exec", "kelta-9", "true"), "there is no host 'kelta-9' here; there are: pc, kelta-1, kelta-2"),
+    (("enter", "kelta-9"), "there is no host 'kelta-9' here; there are: pc, kelta-1, kelta-2"),
+    (("start", "kelta-1"), "the daemon of kelta-1 runs already"),
+]
+
+
+def test_orders_that_cannot_be_carried_out(plant):
+    for arguments, answer in CANNOT_BE_CARRIED_OUT:
+        done = order(*arguments)
+        assert (done.returncode, done.stdout, done.stderr) == (1, "", answer + "\n")
+
+
+def test_a_daemon_is_stopped_and_started(plant, output):
+    assert order("stop", "kelta-2").returncode == 0
+    assert re.search(r"^kelta-2  ended +│$", order("table").stdout, re.MULTILINE)
+    assert order("stop", "kelta-2").stderr == "the daemon of kelta-2 does not run\n"
+    assert order("start", "kelta-2").returncode == 0
+    wait_for(lambda: listed_by("kelta-2").get("kelta-2") == "10.77.0.12", 20, "the daemon lists itself again")
+    wait_for(lambda: re.search(r"say byebye: \S+\s+\d+ times more", output()), what="what was repeated is gathered",
+             seen=output)
+    assert output().count("hears kelta-2 say byebye") <= 3
+    assert output().count("That one has no address in it") == 1
+
+
+def test_a_daemon_that_ends_by_itself(plant, output):
+    assert order("exec", "kelta-2", "sh", "-c", "kill -KILL $(pidof upnpvelorn)").returncode == 0
+    wait_for(lambda: "✗ The daemon of kelta-2 has ended with status -9." in output(), what="it is told of", seen=output)
+    assert re.search(r"^kelta-2  ended +│$", order("table").stdout, re.MULTILINE)
+    assert order("start", "kelta-2").returncode == 0
+
+
+def test_the_log_of_a_device(plant):
+    assert order("log", "kelta-1").stdout.startswith("The daemon of kelta-1 has written nothing.")
+    call = ("dbus-send", "--system", "--dest=com.zorv.upnpvelorn", "--print-reply", "/zorvscan")
+    assert order("exec", "kelta-1", "ip", "route", "del", "default").returncode == 0
+    assert order("exec", "kelta-1", *call, "local.ZorvScan.setupMulticast").returncode == 0
+    assert re.fullmatch(r"(join multicast failed: [^\n]+\n)+", order("log", "kelta-1").stdout)
+
+
+STRANGER = """
+import json, socket, sys
+made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+for uuid, ipv4 in json.loads(sys.argv[1]):
+    made.sendto(json.dumps({"jsonrpc": "2.0", "method": "announce", "params": {
+        "device": {"name": "x\\x1b[31m\\n", "uuid": uuid, "type": "y", "familyType": "z", "firmwareVersion": "1"},
+        "netSettings": {"interface": {"ipv4": ipv4}}, "expiration": 22}}).encode(), ("239.255.77.76", 31416))
+made.sendto(b"NOTIFY * HTTP/1.1\\r\\nNTS: ssdp:alive\\r\\nLOCATION: a\\x1b]0;b\\x07\\x9bc\\r\\n\\r\\n", ("239.255.255.250", 1900))
+"""
+
+
+def test_strangers_do_no_harm(plant, output):
+    announced = [("s1", [{"netmask": "255.0.0.0"}]), ("s2", "10.0.0.1"), ("s3", [1]), ("s4", {"address": "a"}),
+                 ("912345702", [{"address": "10.77.0.\x1b[31m\n"}])]
+    assert order("exec", "pc", PYTHON, "-c", STRANGER, json.dumps(announced)).returncode == 0
+    wait_for(lambda: "The PC hears 10.77.0.5 say alive: a?]0;b??c" in output(), what="the announcement is told of", seen=output)
+    wait_for(lambda: re.search(r"^kelta-1  .11 +│ +\.11 +\?", order("table").stdout, re.MULTILINE), what="the address is no address",
+             seen=lambda: order("table").stdout)
+    assert plant.poll() is None
+    assert output().replace("\n", "").isprintable()
 
 
 def test_only_one_plant_at_a_time(plant, show):
     second = show("--no-tour")
     assert second.wait(10) == 1
-    assert second.stderr.read() == b"A plant of yours is running already. End that one with Ctrl-C first.\n"
+    assert second.stderr.read().decode() == (
+        f"A plant of yours is running already, process {plant.pid}. End that one with Ctrl-C first.\n")
     assert order("table").returncode == 0
+
+
+def test_nobody_reads(show):
+    reading, writing = os.pipe()
+    os.close(reading)
+    process = show("--no-tour", "--devices", "2", output=writing)
+    os.close(writing)
+    assert process.wait(10) == 1
+    assert process.stderr.read() == b"Nobody reads the output any more: switched off.\n"
+
+
+@pytest.mark.parametrize("seconds", [0.2, 0.7, 1.2])
+def test_ctrl_c_on_a_terminal(show, seconds):
+    """Wherever the start has come to: no part of the plant has a last word."""
+    terminal, end = pty.openpty()
+    process = show("--no-tour", "--devices", "8", output=end, terminal=True)
+    os.close(end)
+    select.select([], [], [], seconds)
+    os.write(terminal, b"\x03")
+    assert process.wait(10) in (0, 128 + signal.SIGINT, -signal.SIGINT)
+    assert b"Traceback" not in everything(terminal)
+    assert process.stderr.read() == b""
+
+
+def test_no_word_is_broken_on_80_columns(show):
+    terminal, end = pty.openpty()
+    fcntl.ioctl(end, termios.TIOCSWINSZ, struct.pack("HHHH", 50, 80, 0, 0))
+    process = show("--no-tour", "--devices", "7", output=end, terminal=True)
+    os.close(end)
+    wait_for(lambda: "x x x x x x x" in order("table").stdout, 30, "the plant is up", lambda: order("table").stdout)
+    os.write(terminal, b"\x03")
+    assert process.wait(10) == 0
+    lines = re.sub(rb"\x1b\[[0-9;]*[a-zA-Z]", b"", everything(terminal)).decode().splitlines()
+    assert max(map(len, lines)) <= 79
+    assert not [line for line in lines if "…" in line]
+    assert "Switching on device 7 of 7" in lines
+    assert any(line.endswith("\\") and len(line) > 60 for line in lines), "the command that is too long for one line"
+
+
+def everything(terminal: int) -> bytes:
+    """What has been written to a terminal that nobody has open any more."""
+    text = b""
+    with contextlib.suppress(OSError):
+        while piece := os.read(terminal, 65536):
+            text += piece
+    os.close(terminal)
+    return text
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGKILL])

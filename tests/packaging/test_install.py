@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import stat
 import subprocess
 import xml.etree.ElementTree
@@ -22,12 +23,15 @@ FILES = {
     "share/doc/upnpvelorn/README.md",
     "share/doc/upnpvelorn/CHANGELOG.md",
     "share/doc/upnpvelorn/LICENSE",
+    "share/doc/upnpvelorn/CONTRIBUTING.md",
+    "share/doc/upnpvelorn/bench/README.md",
+    "share/doc/upnpvelorn/simdevice/README.md",
 }
 
 
-def install(folder: pathlib.Path, prefix: str) -> pathlib.Path:
+def install(folder: pathlib.Path, prefix: str, *options: str) -> pathlib.Path:
     """Returns where the prefix is now."""
-    subprocess.run([os.environ["CMAKE_COMMAND"], "--install", os.environ["BUILD_FOLDER"], "--prefix", prefix], check=True,
+    subprocess.run([os.environ["CMAKE_COMMAND"], "--install", os.environ["BUILD_FOLDER"], "--prefix", prefix, *options], check=True,
                    stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": str(folder)})
     return folder / prefix.lstrip("/")
 
@@ -59,6 +63,14 @@ def test_every_file_is_at_its_place(installed):
     assert files_below(installed) == expected
 
 
+def test_every_file_is_in_a_debian_package_or_left_out_on_purpose(installed):
+    lists = [*(ROOT / "debian").glob("*.install"), ROOT / "debian/not-installed"]
+    named = [line for file in lists for line in file.read_text().split()]
+    left = {name for name in files_below(installed)
+            if not any(f"{prefix}{name}" == one or f"{prefix}{name}".startswith(f"{one}/") for one in named for prefix in ("usr/", ""))}
+    assert left == set()
+
+
 def test_only_the_daemon_is_executable_and_nothing_is_empty(installed):
     modes = {name: (installed / name).stat() for name in files_below(installed)}
     assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn"}
@@ -70,6 +82,49 @@ def test_service_starts_the_daemon_of_its_prefix(tmp_path, prefix):
     service = entries((install(tmp_path, prefix) / "lib/systemd/system/upnpvelorn.service").read_text())
     assert service["ExecStart"].strip('"') == f"{prefix}/sbin/upnpvelorn"
     assert service["ExecPaths"].split(" -/lib")[0].strip('"') == f"{prefix}/sbin/upnpvelorn"
+
+
+def test_stripped_it_has_no_symbols(installed, tmp_path):
+    def symbols(prefix: pathlib.Path) -> bool:
+        done = subprocess.run(["readelf", "--wide", "--section-headers", prefix / "sbin/upnpvelorn"], check=True, text=True,
+                              capture_output=True)
+        return " .symtab " in done.stdout
+
+    assert symbols(installed)
+    assert not symbols(install(tmp_path, "/usr", "--strip"))
+
+
+def slug(heading: str) -> str:
+    """What a heading is called in a link."""
+    return re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
+
+
+def broken_links(folder: pathlib.Path, documents: list) -> list:
+    broken = []
+    for document in documents:
+        text = re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.MULTILINE | re.DOTALL)
+        for link in re.findall(r"\]\(([^)\s]+)\)", text):
+            path, _, anchor = link.partition("#")
+            target = (document.parent / path).resolve() if path else document
+            if re.match("[a-z]+:", link):
+                continue
+            headings = re.findall(r"^#+ (.*)$", target.read_text(), re.MULTILINE) if anchor and target.is_file() else []
+            inside = folder.resolve() in target.parents
+            if not inside or not target.exists() or anchor and anchor not in map(slug, headings):
+                broken.append(f"{document.relative_to(folder)}: {link}")
+    return broken
+
+
+def test_every_link_of_an_installed_document_leads_somewhere(installed):
+    documents = list((installed / "share/doc/upnpvelorn").rglob("*.md"))
+    assert len(documents) > 10
+    assert broken_links(installed / "share/doc/upnpvelorn", documents) == []
+
+
+def test_every_link_in_the_source_tree_leads_somewhere():
+    documents = [file for file in ROOT.rglob("*.md") if not file.relative_to(ROOT).parts[0].startswith(("build", ".", "obj-"))]
+    assert len(documents) > 10
+    assert broken_links(ROOT, documents) == []
 
 
 def test_descriptors_are_as_many_as_the_event_loop_can_watch(installed):
