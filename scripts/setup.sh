@@ -81,7 +81,7 @@ arm_machine="28 00" # as the head of an ELF file says it
 # machine_of ELF-FILE
 machine_of() { od -An -tx1 -j18 -N2 "$1" | xargs; }
 
-# require_qt4_kit COMMAND MACHINE: QT4_KIT has to name a Qt 4.8 for it
+# require_qt4_kit WHAT MACHINE: QT4_KIT has to name a Qt 4.8 for it
 require_qt4_kit() {
     local libraries
     libraries=$("${QT4_KIT:-/nowhere}/bin/qmake" -query QT_INSTALL_LIBS 2>/dev/null) || true

@@ -7,7 +7,7 @@ import shutil
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-_COPIED = ("run", "test", "CMakePresets.json", "scripts", "simdevice", "fuzz/run.sh", "bench/run", "bench/builds", "bench/compare",
+_COPIED = ("run", "test", "CMakePresets.json", "scripts", "simdevice", "fuzz/run.sh", "bench/run", "bench/builds", "bench/qt4", "bench/compare",
            "packaging/try.sh")
 # Notes its name and arguments. Every package is installed.
 _STUB = """#!/bin/sh
@@ -20,6 +20,7 @@ _STUBS = ("apt-get", "sudo", "dpkg-query", "cmake", "ctest", "ninja", "clang++")
 class Checkout:
     def __init__(self, folder: pathlib.Path):
         self.folder = folder / "checkout"
+        self.qt4_kit = ""
         self.stubs = folder / "stubs"
         self._calls = folder / "calls"
         self.stubs.mkdir()
@@ -40,7 +41,7 @@ class Checkout:
     @property
     def environment(self) -> dict:
         return {**os.environ, "PATH": f"{self.stubs}:{os.environ['PATH']}", "CALLS": str(self._calls),
-                "FUZZ_DIR": str(self.folder / "fuzzed"), "PYTHONDONTWRITEBYTECODE": "1"}
+                "QT4_KIT": self.qt4_kit, "FUZZ_DIR": str(self.folder / "fuzzed"), "PYTHONDONTWRITEBYTECODE": "1"}
 
     def call(self, command: str, *before: str, **options) -> subprocess.CompletedProcess:
         """The command as typed in the checkout."""

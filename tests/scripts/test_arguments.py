@@ -10,6 +10,7 @@ import pytest
 from checkout import Checkout
 
 PRESETS = "release, debug, asan, qt4, qt4-asan, coverage, fuzz, armhf, qt4-armhf, arm64"
+NO_KIT = " needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake"
 NUMBER = "./run: --devices takes a number from 2 to 40, not "
 
 
@@ -23,7 +24,7 @@ def checkout():
 
 @pytest.mark.parametrize("command", [
     "./run --help", "./run -h", "./run --no-tour --help", "./run exec --help", "./run move -h", "./test --help", "./test asan -h",
-    "fuzz/run.sh --help", "fuzz/run.sh reader -h", "bench/run --help", "bench/run searches -h", "bench/builds --help",
+    "fuzz/run.sh --help", "fuzz/run.sh reader -h", "bench/run --help", "bench/run searches -h", "bench/builds --help", "bench/qt4 --help",
     "packaging/try.sh --help", "scripts/neighbours.sh --help", "scripts/sysroot.sh --help"])
 def test_help(checkout, command):
     done = checkout.call(command)
@@ -49,6 +50,9 @@ def test_help(checkout, command):
     ("./test nix", f"./test: there is no 'nix'; there are: {PRESETS}, tidy, neighbours"),
     ("./test asan bench", f"./test: there is no 'bench'; there are: {PRESETS}, tidy, neighbours"),
     ("./test -R tst_ssdp", "./test: there is no option '-R'; those of ctest come behind \"--\":  ./test -- -R tst_ssdp"),
+    ("./test qt4", "./test: qt4" + NO_KIT),
+    ("./test release qt4-armhf", "./test: qt4-armhf" + NO_KIT),
+    ("bench/qt4", "bench/qt4: this" + NO_KIT),
     ("fuzz/run.sh reeder", "fuzz/run.sh: there is no fuzzer 'reeder'; there are: search, request, announcement, reader, writer"),
     ("fuzz/run.sh -t x", "fuzz/run.sh: -t takes a number from 1 to 999999999, not 'x'"),
     ("fuzz/run.sh -t", "fuzz/run.sh: -t takes a number from 1 to 999999999, not ''"),
@@ -73,6 +77,20 @@ def test_faults_of_benches(checkout, command, last):
     done = checkout.call(command)
     assert (done.returncode, done.stdout) == (2, "")
     assert done.stderr.splitlines()[-1] == f"bench/run: error: {last}"
+    assert not checkout.calls
+
+
+@pytest.mark.parametrize("command, machine", [("qt4", b"\x28\0"), ("qt4-asan", b"\x28\0"), ("qt4-armhf", b"\x3e\0")])
+def test_a_kit_for_another_processor(checkout, tmp_path, command, machine):
+    qmake = tmp_path / "bin" / "qmake"
+    qmake.parent.mkdir()
+    qmake.write_text(f"#!/bin/sh\necho {tmp_path}\n")
+    qmake.chmod(0o755)
+    (tmp_path / "libQtCore.so.4").write_bytes(b"\x7fELF" + bytes(14) + machine)
+    checkout.qt4_kit = str(tmp_path)
+    done = checkout.call(f"./test {command}")
+    assert (done.returncode, done.stdout) == (2, "")
+    assert done.stderr == f"./test: {command} needs a Qt 4.8 for another processor than that in QT4_KIT, {tmp_path}\n"
     assert not checkout.calls
 
 
