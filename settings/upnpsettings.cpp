@@ -112,12 +112,16 @@ void UpnpSettings::readSerial()
         serial = local8BitUpToNul(reply.value());
 }
 
+// Over a connection that has been lost Qt subscribes to nothing, and may call that a success.
 void UpnpSettings::subscribeToConnman()
 {
-    // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
     QDBusConnection bus = QDBusConnection::systemBus();
-    const bool subscribed = bus.isConnected() && bus.connect(QLatin1String("net.connman"), QString(), QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"), this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
-    // Over a connection that has been lost Qt subscribes to nothing, and calls that a success.
+    bool subscribed = bus.isConnected();
+    // With the signature: Qt ends the process over a container that comes in place of the name or the variant.
+    if (subscribed)
+        subscribed = bus.connect(QLatin1String("net.connman"), QString(),
+            QLatin1String("net.connman.Service"), QLatin1String("PropertyChanged"), QLatin1String("sv"),
+            this, SLOT(connmanPropertyChanged(QString, QDBusVariant)));
     if (!subscribed || !bus.isConnected())
         qFatal("connman signal connect failed");
 }

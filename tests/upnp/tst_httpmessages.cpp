@@ -26,6 +26,9 @@ private slots:
 
     void requestLinesFallIntoWords_data();
     void requestLinesFallIntoWords();
+
+    void requestEndsWithAnEmptyLine_data();
+    void requestEndsWithAnEmptyLine();
 };
 
 void TestHttpMessages::descriptionHeaderHasItsBytes()
@@ -114,6 +117,27 @@ void TestHttpMessages::requestLinesFallIntoWords()
     const http::Request request = http::parseRequestLine(line);
     QVERIFY(compareBytes(request.method, method));
     QVERIFY(compareBytes(request.path, path));
+}
+
+void TestHttpMessages::requestEndsWithAnEmptyLine_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<bool>("isEnd");
+    QTest::newRow("usual") << QByteArray("GET / HTTP/1.1\r\nHost: a\r\n\r\n") << true;
+    QTest::newRow("no header lines") << QByteArray("GET / HTTP/1.1\r\n\r\n") << true;
+    QTest::newRow("line feeds alone") << QByteArray("GET /\n\n") << true;
+    QTest::newRow("line feed, then both") << QByteArray("GET /\n\r\n") << true;
+    QTest::newRow("one line") << QByteArray("GET / HTTP/1.1\r\n") << false;
+    QTest::newRow("header line") << QByteArray("GET / HTTP/1.1\r\nHost: a\r\n") << false;
+    QTest::newRow("bytes behind it") << QByteArray("GET / HTTP/1.1\r\n\r\nGET") << false;
+    QTest::newRow("carriage returns") << QByteArray("GET /\r\r") << false;
+    QTest::newRow("nothing") << QByteArray() << false;
+}
+
+void TestHttpMessages::requestEndsWithAnEmptyLine()
+{
+    QFETCH(QByteArray, bytes);
+    QTEST(http::isRequestEnd(bytes.constData(), bytes.size()), "isEnd");
 }
 
 QTEST_APPLESS_MAIN(TestHttpMessages)

@@ -1,0 +1,56 @@
+#include "filewatch.h"
+
+#include "bytes.h"
+#include "waitfor.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QTemporaryFile>
+#include <QtCore/QTimerEvent>
+#include <QtTest/QtTest>
+
+class TestFileWatch : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void changeIsTold();
+    void fileThatCannotBeWatchedIsTriedAgain();
+};
+
+static void write(const QString &name)
+{
+    QFile file(name);
+    QVERIFY(file.open(QIODevice::Append));
+    QCOMPARE(file.write("x"), qint64(1));
+}
+
+void TestFileWatch::changeIsTold()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    FileWatch watch(file.fileName());
+    QSignalSpy told(&watch, SIGNAL(fileChanged(QString)));
+    write(file.fileName());
+    QVERIFY(waitFor([&] { return told.size() == 1; }));
+    QCOMPARE(told.at(0).at(0).toString(), file.fileName());
+}
+
+void TestFileWatch::fileThatCannotBeWatchedIsTriedAgain()
+{
+    const QString name = QDir::tempPath() + text("/tst_filewatch.") + QString::number(QCoreApplication::applicationPid());
+    FileWatch watch(name);
+    QSignalSpy told(&watch, SIGNAL(fileChanged(QString)));
+    QTimerEvent itsTimer(0);
+    QCoreApplication::sendEvent(&watch, &itsTimer);
+    QCOMPARE(told.size(), 0);
+    write(name);
+    QCoreApplication::sendEvent(&watch, &itsTimer);
+    QCOMPARE(told.size(), 1);
+    write(name);
+    QVERIFY(waitFor([&] { return told.size() >= 2; }));
+    QVERIFY(QFile::remove(name));
+}
+
+QTEST_MAIN(TestFileWatch)
+
+#include "tst_filewatch.moc"

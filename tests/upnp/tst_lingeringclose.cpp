@@ -1,0 +1,115 @@
+#include "lingeringclose.h"
+
+#include "waitfor.h"
+
+#include <QtTest/QtTest>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+class TestLingeringClose : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void peerIsToldAtOnce();
+    void whatThePeerSendsIsReadAwayUntilItCloses();
+    void peerThatHasClosedIsNotWaitedFor();
+    void peerThatNeverClosesIsLeftAfterAWhile();
+    void peerThatNeverStopsIsLeft();
+    void connectionEndsWithTheParent();
+
+private:
+    int lingering() const { return m_parent->findChildren<LingeringClose *>().size(); }
+    // Sends until nothing goes any more. Returns whether that is because the other end is closed.
+    bool sendMuch();
+
+    QScopedPointer<QObject> m_parent;
+    int m_own;
+    int m_peer;
+};
+
+static bool isOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
+void TestLingeringClose::init()
+{
+    int pair[2];
+    QCOMPARE(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair), 0);
+    m_own = pair[0];
+    m_peer = pair[1];
+    m_parent.reset(new QObject);
+}
+
+void TestLingeringClose::cleanup()
+{
+    m_parent.reset();
+    close(m_peer);
+}
+
+bool TestLingeringClose::sendMuch()
+{
+    static const char bytes[4096] = {};
+    while (send(m_peer, bytes, sizeof bytes, MSG_NOSIGNAL) > 0) { }
+    return errno == EPIPE;
+}
+
+void TestLingeringClose::peerIsToldAtOnce()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    char byte;
+    QCOMPARE(recv(m_peer, &byte, 1, 0), ssize_t(0));
+    QCOMPARE(lingering(), 1);
+}
+
+void TestLingeringClose::whatThePeerSendsIsReadAwayUntilItCloses()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    QVERIFY(!sendMuch());
+    QTest::qWait(1);
+    QVERIFY(!sendMuch());
+    QVERIFY(isOpen(m_own));
+    shutdown(m_peer, SHUT_WR);
+    QVERIFY(waitFor([this] { return lingering() == 0; }, LingeringClose::maximalTime / 2));
+    QVERIFY(!isOpen(m_own));
+}
+
+void TestLingeringClose::peerThatHasClosedIsNotWaitedFor()
+{
+    QVERIFY(!sendMuch());
+    shutdown(m_peer, SHUT_WR);
+    LingeringClose::close(m_own, m_parent.data());
+    QCOMPARE(lingering(), 0);
+    QVERIFY(!isOpen(m_own));
+}
+
+void TestLingeringClose::peerThatNeverClosesIsLeftAfterAWhile()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    QVERIFY(waitFor([this] { return lingering() == 0; }));
+    QVERIFY(!isOpen(m_own));
+}
+
+void TestLingeringClose::peerThatNeverStopsIsLeft()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    QVERIFY(waitFor([this] { return sendMuch(); }));
+    QVERIFY(waitFor([this] { return lingering() == 0; }));
+}
+
+void TestLingeringClose::connectionEndsWithTheParent()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    m_parent.reset(new QObject);
+    QVERIFY(!isOpen(m_own));
+}
+
+QTEST_MAIN(TestLingeringClose)
+
+#include "tst_lingeringclose.moc"
