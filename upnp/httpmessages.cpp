@@ -28,8 +28,8 @@ Request parseRequestLine(const QByteArray &line)
 
 bool isRequestEnd(const char *bytes, int size)
 {
-    const QByteArray end = QByteArray::fromRawData(bytes, size);
-    return end.endsWith("\n\r\n") || end.endsWith("\n\n");
+    const char *const end = bytes + size;
+    return (size >= 3 && std::memcmp(end - 3, "\n\r\n", 3) == 0) || (size >= 2 && std::memcmp(end - 2, "\n\n", 2) == 0);
 }
 
 QByteArray dateText(qint64 now)

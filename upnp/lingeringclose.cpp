@@ -20,14 +20,16 @@ static bool readSome(int descriptor, int *bytesLeft)
     return false;
 }
 
-void LingeringClose::close(int descriptor, QObject *parent)
+bool LingeringClose::close(int descriptor, QObject *parent)
 {
     shutdown(descriptor, SHUT_WR);
     int bytesLeft = maximalBytes;
-    if (readSome(descriptor, &bytesLeft))
+    if (readSome(descriptor, &bytesLeft)) {
         new LingeringClose(descriptor, bytesLeft, parent);
-    else
-        ::close(descriptor);
+        return false;
+    }
+    ::close(descriptor);
+    return true;
 }
 
 LingeringClose::LingeringClose(int descriptor, int bytesLeft, QObject *parent)

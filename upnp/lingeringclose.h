@@ -20,8 +20,8 @@ public:
     };
 
     // Takes over the descriptor of a non-blocking socket to which everything has been written. The peer is told at once
-    // that nothing more will come.
-    static void close(int descriptor, QObject *parent);
+    // that nothing more will come. False when the descriptor is still open.
+    static bool close(int descriptor, QObject *parent);
 
     ~LingeringClose();
 

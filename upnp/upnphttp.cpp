@@ -196,8 +196,7 @@ bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer, bool isR
 {
     const ssize_t sent = send(descriptor, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
     if (sent == answer.size() || (sent == -1 && errno != EAGAIN)) {
-        closeAnswered(descriptor, isRequestWhole);
-        return true;
+        return closeAnswered(descriptor, isRequestWhole);
     }
     // More than the kernel takes at once
     sendAndClose(makeSocket(descriptor), answer.mid(qMax(0, int(sent))));
@@ -205,12 +204,12 @@ bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer, bool isR
 }
 
 // Where more of the request is to come, closing would reset the connection.
-void UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
+bool UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
 {
-    if (isRequestWhole)
-        closeConnection(descriptor);
-    else
-        LingeringClose::close(descriptor, this);
+    if (!isRequestWhole)
+        return LingeringClose::close(descriptor, this);
+    closeConnection(descriptor);
+    return true;
 }
 
 void UpnpHttp::closeConnection(int descriptor)

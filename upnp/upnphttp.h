@@ -55,7 +55,7 @@ private:
     bool serveNow(int descriptor);
     void waitForBytes(int descriptor);
     bool answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole);
-    void closeAnswered(int descriptor, bool isRequestWhole);
+    bool closeAnswered(int descriptor, bool isRequestWhole);
     void closeConnection(int descriptor);
     HttpConnection *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
     void stopAccepting();

@@ -4,12 +4,13 @@ The event loop watches every one of them; with Qt 4 it can watch descriptors bel
 
 import contextlib
 import pathlib
+import socket
 
 import pytest
 
 from connections import NOT_FOR_CONNECTIONS, capacity, connections
 from serving import answers_within_a_second, served
-from simdevice.device import HTTP_PORT
+from simdevice.device import ADDRESS, HTTP_PORT
 from simdevice.waiting import wait_for
 
 COUNT = 4000
@@ -43,3 +44,18 @@ def test_talking_connections_leave_the_other_doors_their_turn(many_descriptors, 
     answers_within_a_second(device, peer)
     assert device.syslog.lines == []
 
+
+
+def test_answered_requests_without_an_end_leave_descriptors_for_the_other_doors(many_descriptors, start_device, peer):
+    """Each is answered at once, and its connection stays for a while, for what may still come of it."""
+    device = start_device(nofile=256)
+    before = len(device.open_files())
+    with contextlib.ExitStack() as stack, peer.host.inside():
+        for number in range(600):
+            one = stack.enter_context(socket.create_connection((ADDRESS, HTTP_PORT), 30))
+            one.sendall(b"GET /rootDesc.xml HTTP/1.1\r\n")
+            if number % 20 == 0:
+                assert len(device.open_files()) <= 256 - 8
+        answers_within_a_second(device, peer)
+    wait_for(lambda: len(device.open_files()) <= before, 60, "all are forgotten", lambda: len(device.open_files()))
+    served(peer)
