@@ -340,7 +340,8 @@ void UpnpHttp::sendAndClose(HttpConnection *connection, const QByteArray &answer
 
 void UpnpHttp::closeAnswered(HttpConnection *connection)
 {
-    const bool mayLinger = connection->bytesToWrite() == 0 && !connection->takeEndOfRequest();
+    // Sending closes it when the peer is gone.
+    const bool mayLinger = connection->isOpen() && connection->bytesToWrite() == 0 && !connection->takeEndOfRequest();
     const int duplicate = mayLinger ? fcntl(int(connection->socketDescriptor()), F_DUPFD_CLOEXEC, 0) : -1;
     connection->close();
     if (duplicate != -1)

@@ -171,6 +171,17 @@ def test_a_connection_serves_after_lines_that_are_no_get(shared_device, shared_p
         compare_bytes(connection.receive_until_close(), DESCRIPTION)
 
 
+def test_a_peer_that_resets_behind_its_request_leaves_no_log_line(shared_device, shared_peer):
+    for path in (b"/rootDesc.xml", b"/icons/kelta_icon48.png", b"/nothing") * 20:
+        connection = shared_peer.connect()
+        connection.send(b"GET ")
+        is_read(shared_device, connection)
+        connection.send(path + b" HTTP/1.1\r\n")
+        connection.reset()
+    served(shared_peer)
+    assert shared_device.syslog.lines == []
+
+
 # The description
 
 def test_header_has_five_line_ends_before_the_empty_line(shared_device, shared_peer):
