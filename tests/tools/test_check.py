@@ -8,7 +8,7 @@ import pytest
 
 from browsing import Browser, Lines
 from clocks import LIBRARY
-from fakedevice import FakeDevice, real_rule, redated, with_length
+from fakedevice import FakeDevice, addresses_of, real_rule, redated, with_length
 from simdevice.device import png
 from texts import ICON_MISSING, icon_answer
 
@@ -118,8 +118,9 @@ def checked(shared_lan):
     """All faulty devices stand on one network and are checked there: what came out by fault."""
     pc = Browser(shared_lan.host(addresses=["10.77.0.3/24", "169.254.200.1/16"]))
     numbers = {fault: FIRST_NUMBER + at for at, fault in enumerate(FAULTS)}
-    devices = [FakeDevice(shared_lan, numbers[fault], **planted) for fault, (planted, _) in FAULTS.items()]
-    devices += [FakeDevice(shared_lan, 200 + at, **planted) for at, planted in enumerate(TWINS)]
+    host = shared_lan.host(addresses=addresses_of(*numbers.values(), 200, 201))
+    devices = [FakeDevice(shared_lan, numbers[fault], host=host, **planted) for fault, (planted, _) in FAULTS.items()]
+    devices += [FakeDevice(shared_lan, 200 + at, host=host, **planted) for at, planted in enumerate(TWINS)]
 
     def check(fault: str) -> subprocess.CompletedProcess:
         return pc.run("check", f"10.77.0.{numbers[fault]}", "--timeout", "5")

@@ -2,13 +2,14 @@
 
 import json
 import re
+import subprocess
 
 import pytest
 
-from browsing import Lines
+from browsing import Browser, Lines
 from clocks import LIBRARY
-from fakedevice import ANNOUNCEMENT
 from simdevice.controlpoint import ANNOUNCEMENTS
+from simdevice.waiting import wait_for
 from texts import BYEBYE
 
 
@@ -43,18 +44,17 @@ def test_another_firmware(fake, watching):
     device = fake(7, announcement=None)
     lines = watching()
     lines.wait_for("came", "kelta-7")
-    text = device.text(ANNOUNCEMENT).replace(b"kelta", b"kelta-7").replace(b"KM-2044817", b"9000007")
+    text = device.announcement_text()
     device.say(text, ANNOUNCEMENTS)
     device.say(text.replace(b"1.4.2", b"1.5.0"), ANNOUNCEMENTS)
     assert "firmware 1.4.2 → 1.5.0" in lines.wait_for("changed")
 
 
 def test_as_json(fake, watching):
-    leaving = fake(7, announcement=None)
+    leaving = fake(7, announcement=None, alive=None)
     lines = watching("--json")
     came = json.loads(lines.wait_for('"name": "kelta-7"'))
     assert (came["event"], came["serial"], came["address"]) == ("came", "9000007", "10.77.0.7")
-    leaving.close_messages()
     leaving.say(leaving.text(BYEBYE))
     assert json.loads(lines.wait_for('"left"'))["serial"] == "9000007"
 
@@ -71,7 +71,6 @@ def test_silence_is_noticed(fake, pc):
     """Nobody says byebye. The tool's clocks go sixty times faster."""
     if LIBRARY is None:
         pytest.skip("the package libfaketime is not installed")
-    from browsing import Browser
     device = fake(7)
     with Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").start("--watch") as running:
         lines = Lines(running)
@@ -79,3 +78,17 @@ def test_silence_is_noticed(fake, pc):
         device.host.cable_out()
         lines.wait_for("left", "kelta-7")
         running.kill()
+
+
+def test_a_network_that_goes_away(pc):
+    """Said again and again, and then the search goes on. The tool's clocks go sixty times faster."""
+    if LIBRARY is None:
+        pytest.skip("the package libfaketime is not installed")
+    with Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").start("--watch", stdout=subprocess.DEVNULL,
+                                                                            stderr=subprocess.PIPE) as running:
+        wait_for(lambda: "31416" in pc.host.command(["ss", "-Hlun"]).stdout, what="it listens")
+        pc.host.link_down()
+        running.stdout = running.stderr
+        said = Lines(running).wait_for("Nobody can be asked")
+        running.kill()
+    assert "Nobody can be asked (eth0: Network is unreachable). Is the network there, and a route?" in said
