@@ -22,6 +22,11 @@ install(FILES "${packaging}/upnpvelorn.conf" DESTINATION "${SYSUSERS_DIR}")
 install(FILES "${packaging}/${DEVICE_BUS_NAME}.conf" DESTINATION "${DBUS_DIR}/system.d")
 install(DIRECTORY packaging/interfaces/ DESTINATION "${DBUS_DIR}/interfaces" FILES_MATCHING PATTERN "*.xml")
 install(FILES man/upnpvelorn.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
+install(PROGRAMS tools/upnpvelorn-browse DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(FILES man/upnpvelorn-browse.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(FILES tools/upnpvelorn-browse.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME upnpvelorn-browse)
+install(FILES wireshark/kelta.lua DESTINATION "${CMAKE_INSTALL_DATADIR}/upnpvelorn")
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 install(DIRECTORY examples/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"

@@ -149,6 +149,13 @@ class Trial:
         expect("icon", self.peer.http_raw(b"GET /icons/kelta_icon48.png HTTP/1.1\r\n\r\n").endswith(png()), True)
         wait_for(lambda: ask("allChilds", path="/zorvscan", interface="local.ZorvScan"), 15, "it hears itself")
 
+    def browsed(self) -> None:
+        """By the tool, on the device itself, and as nobody: it needs no rights."""
+        command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", "upnpvelorn-browse"]
+        expect("its address by its serial number", run(*command, "--address", "912345678", "--timeout", "3"), f"{ADDRESS}\n")
+        run(*command, "check", ADDRESS, "--timeout", "0")
+        print("  nothing wrong with it")
+
     def asked(self) -> None:
         expect("nobody asks for the address", ask("getAddressStr", NOBODY), ADDRESS)
         expect("nobody has it configured", ask("configureIp", NOBODY), "AccessDenied")
@@ -209,7 +216,7 @@ class Trial:
     def purges(self) -> None:
         run("systemctl", "start", SERVICE)
         wait_until_ready()
-        run("dpkg", "--purge", "upnpvelorn", "upnpvelorn-examples")
+        run("dpkg", "--purge", "upnpvelorn", "upnpvelorn-examples", "upnpvelorn-tools")
         with connected() as connection:
             expect("the name's owner", connection.raw.name_has_owner(BUS_NAME), False)
         left = run("find", "/usr", "/etc", "/lib/systemd", "/var/lib", "-xdev", "-name", "*upnpvelorn*")
@@ -220,7 +227,8 @@ def main() -> None:
     packages = sys.argv[1:]
     trial = Trial()
     for name, step in {
-            "Installed": lambda: trial.install(packages), "Confined": trial.confined, "Found": trial.found, "Asked": trial.asked,
+            "Installed": lambda: trial.install(packages), "Confined": trial.confined, "Found": trial.found,
+            "Browsed": trial.browsed, "Asked": trial.asked,
             "Follows the network": trial.follows, "Survives the bus": trial.survives_the_bus,
             "Is updated": lambda: trial.is_updated(packages), "Comes back": trial.comes_back, "Stops": trial.stops,
             "Is purged": trial.purges}.items():

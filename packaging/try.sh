@@ -13,9 +13,12 @@ tools=(build-essential debhelper debootstrap dpkg-dev fakeroot lintian man-db ma
 inside=(systemd-sysv dbus iproute2 procps python3 python3-dbus python3-gi)
 
 check_manual() {
-    say "Checking the manual page"
-    mandoc -T lint -W warning man/upnpvelorn.8
-    test -z "$(LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z man/upnpvelorn.8 2>&1 >/dev/null)"
+    local page
+    say "Checking the manual pages"
+    for page in man/*; do
+        mandoc -T lint -W warning "$page"
+        test -z "$(LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)"
+    done
 }
 
 build_packages() {
@@ -47,7 +50,8 @@ prepare_root() {
     rm -rf "$booted"
     cp -a --reflink=auto "$clean" "$booted"
     mkdir -p "$booted/srv/trial"
-    cp -r simdevice packaging "$folder"/source/upnpvelorn_*.deb "$folder"/source/upnpvelorn-examples_*.deb "$booted/srv/trial/"
+    cp -r simdevice packaging "$folder"/source/upnpvelorn_*.deb "$folder"/source/upnpvelorn-examples_*.deb \
+        "$folder"/source/upnpvelorn-tools_*.deb "$booted/srv/trial/"
     cat >"$booted/etc/systemd/system/trial.service" <<'UNIT'
 [Unit]
 After=multi-user.target

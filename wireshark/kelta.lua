@@ -2,8 +2,9 @@
 --
 --   tshark -X lua_script:wireshark/kelta.lua -i eth0 -f "udp port 31416"
 --
--- For good, copy this file into the folder "Personal Lua Plugins" (Help > About Wireshark > Folders). Filters to begin
--- with: kelta.uuid == "912345678", kelta.ipv4 == 10.77.0.0/24, kelta.invalid.
+-- For good, copy this file into the folder "Personal Lua Plugins" (Help > About Wireshark > Folders), or link it there: the
+-- package upnpvelorn-tools has it as /usr/share/upnpvelorn/kelta.lua. Filters to begin with: kelta.uuid == "912345678",
+-- kelta.ipv4 == 10.77.0.0/24, kelta.invalid.
 --
 -- A device with no interface to announce, or with several, sends text that is no valid JSON. So the text is read value by
 -- value, and what a value means follows from the keys above it as far as they go, not from a complete tree.

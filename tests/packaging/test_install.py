@@ -12,6 +12,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BUS_NAME = "com.zorv.upnpvelorn"
 FILES = {
     "sbin/upnpvelorn",
+    "bin/upnpvelorn-browse",
     "lib/systemd/system/upnpvelorn.service",
     "lib/sysusers.d/upnpvelorn.conf",
     f"share/dbus-1/system.d/{BUS_NAME}.conf",
@@ -19,6 +20,9 @@ FILES = {
     "share/dbus-1/interfaces/local.ZorvScan.xml",
     "share/dbus-1/interfaces/local.ZorvDevice.xml",
     "share/man/man8/upnpvelorn.8",
+    "share/man/man1/upnpvelorn-browse.1",
+    "share/bash-completion/completions/upnpvelorn-browse",
+    "share/upnpvelorn/kelta.lua",
     "share/doc/upnpvelorn/README.md",
     "share/doc/upnpvelorn/CHANGELOG.md",
     "share/doc/upnpvelorn/LICENSE",
@@ -59,9 +63,9 @@ def test_every_file_is_at_its_place(installed):
     assert files_below(installed) == expected
 
 
-def test_only_the_daemon_is_executable_and_nothing_is_empty(installed):
+def test_only_programs_are_executable_and_nothing_is_empty(installed):
     modes = {name: (installed / name).stat() for name in files_below(installed)}
-    assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn"}
+    assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn", "bin/upnpvelorn-browse"}
     assert all(one.st_size > 0 and one.st_mode & stat.S_IROTH for one in modes.values())
 
 
@@ -79,7 +83,8 @@ def test_descriptors_are_as_many_as_the_event_loop_can_watch(installed):
 
 
 def test_no_placeholder_is_left(installed):
-    for name in files_below(installed) - {"sbin/upnpvelorn"}:
+    tool = {"bin/upnpvelorn-browse", "share/man/man1/upnpvelorn-browse.1"}  # which say root@ADDRESS
+    for name in files_below(installed) - {"sbin/upnpvelorn"} - tool:
         assert "@" not in (installed / name).read_text().replace("@system-service", "").replace("@privileged", "").replace(
             "@resources", ""), name
 

@@ -188,7 +188,7 @@ def test_silence_is_found(fake, pc, silent):
 def test_nobody_at_the_address(pc):
     done = pc.run("check", "10.77.0.9")
     assert wrong(done.stdout) == {"search for ssdp:all", "search for the group", "description"}
-    assert "Nothing answers at 10.77.0.9: is it switched on" in done.stderr
+    assert "Nothing answers at 10.77.0.9: is it on" in done.stderr
     assert done.returncode == 1
 
 

@@ -2,7 +2,6 @@
 
 import concurrent.futures
 import json
-import os
 import re
 import signal
 import time
@@ -30,6 +29,10 @@ RUNS = {"plain": [], "json": ["--json"], "all": ["--json", "--all"], "by name": 
         "nobody": ["--address", "kelta-77"], "several": ["--address", "twin"], "seen on eth1": ["--json", "--interface", "eth1"],
         "seen on 10.77.0.4": ["--json", "--interface", "10.77.0.4"], "seen on eth2": ["--json", "--interface", "eth2"]}
 TERMINALS = {"40": {"columns": 40}, "80": {"columns": 80}, "100": {"columns": 100}, "NO_COLOR": {"NO_COLOR": "1"}, "dumb": {"TERM": "dumb"}}
+
+
+def wait_until_it_listens(pc: Browser) -> None:
+    wait_for(lambda: ":31416" in pc.host.command(["ss", "-Hlun"]).stdout, what="it listens")
 
 
 def words(text: str) -> list:
@@ -192,7 +195,7 @@ def test_real_devices_one_row_each(start_device, pc):
     first = start_device(addresses=["10.77.0.2/24", "169.254.1.2/16"])
     second = second_device(start_device)
     with pc.start() as running:
-        wait_for(lambda: ":31416" in pc.host.command(["ss", "-Hlun"]).stdout, what="it listens")
+        wait_until_it_listens(pc)
         for device in (first, second):
             device.call("configureIp")
             device.call("sendAnnouncement", path="/zorvscan", interface="local.ZorvScan")
@@ -247,7 +250,7 @@ def test_a_port_that_is_not_shared(fake, pc, port):
 def test_beside_the_daemon(device):
     """On the device itself; and what is sent to the daemon's port still reaches the daemon."""
     here = Browser(device.host)
-    running = here.start("--timeout", "3")
+    running = here.start("--timeout", "2")
     found = [here.objects("--timeout", "1") for _ in range(2)]
     assert [[one["address"] for one in each] for each in found] == [["10.77.0.2"]] * 2
     assert here.run("check", "10.77.0.2", "--timeout", "0").returncode == 0
@@ -283,9 +286,7 @@ def test_the_reader_goes_away(fake, pc):
 
 def test_interrupted(pc):
     with pc.start() as running:
-        wait_for(lambda: b"browse" in open(f"/proc/{running.pid}/cmdline", "rb").read().split(b"\0")[1], what="Python runs")
-        wait_for(lambda: any("socket" in os.readlink(f"/proc/{running.pid}/fd/{one}") for one in os.listdir(f"/proc/{running.pid}/fd")),
-                 what="it listens")
+        wait_until_it_listens(pc)
         running.send_signal(signal.SIGINT)
         assert running.wait(timeout=10) == 130
         assert (running.stdout.read(), running.stderr.read()) == ("", "")

@@ -9,7 +9,7 @@ import pytest
 from browsing import Browser, Lines
 from clocks import LIBRARY
 from simdevice.controlpoint import ANNOUNCEMENTS
-from simdevice.waiting import wait_for
+from test_list import wait_until_it_listens
 from texts import BYEBYE
 
 
@@ -86,7 +86,7 @@ def test_a_network_that_goes_away(pc):
         pytest.skip("the package libfaketime is not installed")
     with Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").start("--watch", stdout=subprocess.DEVNULL,
                                                                             stderr=subprocess.PIPE) as running:
-        wait_for(lambda: "31416" in pc.host.command(["ss", "-Hlun"]).stdout, what="it listens")
+        wait_until_it_listens(pc)
         pc.host.link_down()
         running.stdout = running.stderr
         said = Lines(running).wait_for("Nobody can be asked")
