@@ -108,6 +108,18 @@ def test_each_strange_announcement_is_read_or_dropped(name):
         assert len(one["addresses"]) <= 65 and len(one["name"] or "") <= 256
 
 
+@pytest.mark.parametrize("width", [0, 60, 90])
+def test_wide_and_combining_characters_stay_in_their_columns(width):
+    browse = tool()
+    seen = browse.Surroundings()
+    for number, name in enumerate(("plain", "測定器測定器測定器", "e\u0301\u0301te\u0301")):
+        data = announcement(device={"name": name, "uuid": "1"})
+        seen.take(browse.Datagram(data, f"10.77.0.{number}", 31416, 1, "scan", "eth0", 0.0))
+    lines = browse.rows(seen.devices(), width)
+    assert len({browse.columns_of(line[:line.index("10.77") if "10.77" in line else line.index("ADDR")]) for line in lines}) == 1
+    assert not width or max(map(browse.columns_of, lines)) <= width
+
+
 def test_nasty_texts_in_announcements(pc, stranger):
     values = announcement(device={key: NASTY for key in ("name", "uuid", "type", "familyType", "firmwareVersion")},
                           netSettings={"interface": {"configurationMethod": NASTY}}, services=[{"type": NASTY, "port": 1}])
