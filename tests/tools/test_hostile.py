@@ -193,6 +193,17 @@ def test_nasty_texts_while_checking(fake, pc):
     assert all(re.match("[✓✗–] ", line) for line in done.stdout.splitlines())
 
 
+def test_one_host_keeps_one_reader_busy():
+    """However often it names another place."""
+    browse = tool()
+    seen = browse.Surroundings()
+    for number in range(1000):
+        text = (f"NOTIFY * HTTP/1.1\r\nLOCATION: http://192.0.2.1:8200/{number}\r\nSERVER: Kelta/1, UPnP/1.0\r\n"
+                "USN: uuid:1::upnp:rootdevice\r\nNTS: ssdp:alive\r\n\r\n")
+        seen.take(browse.Datagram(text.encode(), "192.0.2.1", 1900, 32, "ssdp", "eth0", 0.0))
+    assert seen._reader.wanted.qsize() <= 1
+
+
 def test_a_flood_of_devices(pc, stranger):
     """One address is believed to be a few devices only; the honest one is listed."""
     notify = ("NOTIFY * HTTP/1.1\r\nLOCATION: http://10.9.{}.{}:8200/d\r\nSERVER: Kelta/1, UPnP/1.0\r\nUSN: uuid:{}::upnp:rootdevice\r\n"
