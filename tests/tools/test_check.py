@@ -3,6 +3,7 @@
 import concurrent.futures
 import re
 import subprocess
+import time
 
 import pytest
 
@@ -179,14 +180,32 @@ def test_what_is_not_waited_for_is_not_wrong(start_device, pc):
 
 @pytest.mark.parametrize("silent", ["alive", "announcement"])
 def test_silence_is_found(fake, pc, silent):
-    """The tool's clocks go sixty times faster, so that it does not wait for a hundred seconds."""
+    """The tool's clocks go forty times faster, so that it does not wait for a hundred seconds."""
     if LIBRARY is None:
         pytest.skip("the package libfaketime is not installed")
     fake(7, **{silent: None})
-    hurried = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60")
+    hurried = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x40")
     output = hurried.run("check", "10.77.0.7").stdout
     assert re.search(f"^✗ {silent}: not heard in (10[0-9]|1[0-9]) s; a healthy device ", output, re.MULTILINE), output
     assert not re.search("^✗ (?!search|HTTP|GET|desc|icon)(?!alive|announcement)", output, re.MULTILINE), output
+
+
+def test_late_announcements_are_found(fake, pc):
+    """The tool's clocks go sixty times faster: half a second is half a minute."""
+    if LIBRARY is None:
+        pytest.skip("the package libfaketime is not installed")
+    asked = []
+
+    def answer(data: bytes) -> bytes:
+        asked.append(time.monotonic())
+        return data
+
+    def later(seconds: float):
+        return lambda data: data if asked and time.monotonic() - asked[0] > seconds else b""
+
+    fake(7, answer=answer, announcement=later(0.5), alive=later(0.8))
+    output = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").run("check", "10.77.0.7").stdout
+    assert re.search("^✗ time without an announcement: [3-9][0-9] s; a healthy device sends one every 10 s$", output, re.MULTILINE), output
 
 
 def test_nobody_at_the_address(pc):
