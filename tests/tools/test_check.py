@@ -3,6 +3,7 @@
 import concurrent.futures
 import re
 import subprocess
+import time
 
 import pytest
 
@@ -40,6 +41,10 @@ FAULTS = {
     "answer with NT for ST": ({"answer": replacing(b"ST:", b"NT:")}, {"answer"}),
     "answer with another lifetime": ({"answer": replacing(b"max-age=1810", b"max-age=1800")}, {"answer"}),
     "answer with plain line ends": ({"answer": replacing(b"\r\nEXT:", b"\nEXT:")}, {"answer"}),
+    "answer without a USN": ({"answer": lambda data: re.sub(rb"USN:[^\r]*\r\n", b"", data)},
+                             {"answer", "description and answer", "alive and answer"}),
+    "answer with another status line": ({"answer": replacing(b"HTTP/1.1 200", b"HTTP/1.0 200")}, {"answer"}),
+    "alive for the device's UUID only": ({"alive": replacing(b"::upnp:rootdevice", b"")}, {"alive", "alive and answer"}),
     "answer with something behind it": ({"answer": lambda data: data + b"\r\n"}, {"answer"}),
     "no version": ({"answer": replacing(b"Kelta/1.4.2,", b"Kelta/,")}, {"SERVER", "description and answer", "alive and answer"}),
     "no address in LOCATION": ({"answer": lambda data: re.sub(rb"http://[^:]*:", b"http://:", data)},
@@ -59,10 +64,10 @@ FAULTS = {
     "MAN needed": ({"rule": needs_man}, {"search for something without MAN and MX", "search for something in another header",
                                          "search for its UUID"}),
     "the UUID not known": ({"rule": lambda search, uuid: real_rule(search, b"ssdp:all")}, {"search for its UUID", "search for its UDN"}),
-    "not in the group": ({"member": False}, {"search for the group"}),
-    "slow answers": ({"delay": 1.1}, {"search for ssdp:all", "search for the group"}),
+    "not in the group": ({"member": False}, {"search for ssdp:all to the group"}),
+    "slow answers": ({"delay": 1.1}, {"search for ssdp:all", "search for ssdp:all to the group"}),
     "answers from another port": ({"port": 1901}, {f"search for {name}" for name in (
-        "ssdp:all", "the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
+        "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
         "its UDN")}),
     "alive with NT for ST": ({"alive": replacing(b"\r\nST:", b"\r\nNT:")}, {"alive"}),
     "alive with blanks": ({"alive": replacing(b"HOST:", b"HOST: ")}, {"alive"}),
@@ -103,7 +108,7 @@ FAULTS = {
                                         {"search from a link-local address"}),
     "no answer to link-local": ({"link_local": True, "answer_autoip": nothing_from_link_local}, {"search from a link-local address"}),
     "two answers": ({"copies": 2}, {f"search for {name}" for name in (
-        "ssdp:all", "the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
+        "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
         "its UDN")}),
     "nothing": ({}, set()),
     "nothing, link-local too": ({"link_local": True}, set()),
@@ -175,19 +180,37 @@ def test_what_is_not_waited_for_is_not_wrong(start_device, pc):
 
 @pytest.mark.parametrize("silent", ["alive", "announcement"])
 def test_silence_is_found(fake, pc, silent):
-    """The tool's clocks go thirty times faster, so that it does not wait for a hundred seconds."""
+    """The tool's clocks go forty times faster, so that it does not wait for a hundred seconds."""
     if LIBRARY is None:
         pytest.skip("the package libfaketime is not installed")
     fake(7, **{silent: None})
-    hurried = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x30")
+    hurried = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x40")
     output = hurried.run("check", "10.77.0.7").stdout
     assert re.search(f"^✗ {silent}: not heard in (10[0-9]|1[0-9]) s; a healthy device ", output, re.MULTILINE), output
     assert not re.search("^✗ (?!search|HTTP|GET|desc|icon)(?!alive|announcement)", output, re.MULTILINE), output
 
 
+def test_late_announcements_are_found(fake, pc):
+    """The tool's clocks go sixty times faster: half a second is half a minute."""
+    if LIBRARY is None:
+        pytest.skip("the package libfaketime is not installed")
+    asked = []
+
+    def answer(data: bytes) -> bytes:
+        asked.append(time.monotonic())
+        return data
+
+    def later(seconds: float):
+        return lambda data: data if asked and time.monotonic() - asked[0] > seconds else b""
+
+    fake(7, answer=answer, announcement=later(0.5), alive=later(0.8))
+    output = Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").run("check", "10.77.0.7").stdout
+    assert re.search("^✗ time without an announcement: [3-9][0-9] s; a healthy device sends one every 10 s$", output, re.MULTILINE), output
+
+
 def test_nobody_at_the_address(pc):
     done = pc.run("check", "10.77.0.9")
-    assert wrong(done.stdout) == {"search for ssdp:all", "search for the group", "description"}
+    assert wrong(done.stdout) == {"search for ssdp:all", "search for ssdp:all to the group", "description"}
     assert "Nothing answers at 10.77.0.9: is it on" in done.stderr
     assert done.returncode == 1
 

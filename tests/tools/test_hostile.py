@@ -108,6 +108,18 @@ def test_each_strange_announcement_is_read_or_dropped(name):
         assert len(one["addresses"]) <= 65 and len(one["name"] or "") <= 256
 
 
+@pytest.mark.parametrize("width", [0, 60, 90])
+def test_wide_and_combining_characters_stay_in_their_columns(width):
+    browse = tool()
+    seen = browse.Surroundings()
+    for number, name in enumerate(("plain", "測定器測定器測定器", "e\u0301\u0301te\u0301")):
+        data = announcement(device={"name": name, "uuid": "1"})
+        seen.take(browse.Datagram(data, f"10.77.0.{number}", 31416, 1, "scan", "eth0", 0.0))
+    lines = browse.rows(seen.devices(), width)
+    assert len({browse.columns_of(line[:line.index("10.77") if "10.77" in line else line.index("ADDR")]) for line in lines}) == 1
+    assert not width or max(map(browse.columns_of, lines)) <= width
+
+
 def test_nasty_texts_in_announcements(pc, stranger):
     values = announcement(device={key: NASTY for key in ("name", "uuid", "type", "familyType", "firmwareVersion")},
                           netSettings={"interface": {"configurationMethod": NASTY}}, services=[{"type": NASTY, "port": 1}])
@@ -179,6 +191,17 @@ def test_nasty_texts_while_checking(fake, pc):
     done = pc.run("check", "10.77.0.7", "--timeout", "0.6")
     assert done.returncode == 1 and is_harmless(done.stdout) and is_harmless(done.stderr)
     assert all(re.match("[✓✗–] ", line) for line in done.stdout.splitlines())
+
+
+def test_one_host_keeps_one_reader_busy():
+    """However often it names another place."""
+    browse = tool()
+    seen = browse.Surroundings()
+    for number in range(1000):
+        text = (f"NOTIFY * HTTP/1.1\r\nLOCATION: http://192.0.2.1:8200/{number}\r\nSERVER: Kelta/1, UPnP/1.0\r\n"
+                "USN: uuid:1::upnp:rootdevice\r\nNTS: ssdp:alive\r\n\r\n")
+        seen.take(browse.Datagram(text.encode(), "192.0.2.1", 1900, 32, "ssdp", "eth0", 0.0))
+    assert seen._reader.wanted.qsize() <= 1
 
 
 def test_a_flood_of_devices(pc, stranger):

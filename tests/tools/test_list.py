@@ -247,11 +247,13 @@ def test_a_port_that_is_not_shared(fake, pc, port):
     assert words(done.stdout)[1][0] == "kelta-7"
 
 
-def test_beside_the_daemon(device):
-    """On the device itself; and what is sent to the daemon's port still reaches the daemon."""
+@pytest.mark.parametrize("user", [None, 65534], ids=["root", "nobody"])
+def test_beside_the_daemon(start_device, user):
+    """On the device itself, whoever the daemon runs as; and what is sent to the daemon's port still reaches the daemon."""
+    device = start_device(user=user)
     here = Browser(device.host)
-    running = here.start("--timeout", "2")
-    found = [here.objects("--timeout", "1") for _ in range(2)]
+    running = here.start("--timeout", "1.5")
+    found = [here.objects("--timeout", "0.6") for _ in range(2)]
     assert [[one["address"] for one in each] for each in found] == [["10.77.0.2"]] * 2
     assert here.run("check", "10.77.0.2", "--timeout", "0").returncode == 0
     assert running.communicate(timeout=20)[1] == ""
@@ -282,6 +284,20 @@ def test_the_reader_goes_away(fake, pc):
         running.stdout.close()
         assert running.wait(timeout=10) == 141
         assert running.stderr.read() == ""
+
+
+def test_an_output_that_takes_nothing(fake, pc):
+    fake(7)
+    with open("/dev/full", "w") as full, pc.start("--json", "--timeout", "0.6", stdout=full) as running:
+        _, err = running.communicate(timeout=10)
+    assert (err, running.returncode) == (
+        "upnpvelorn-browse: No space left on device. That is this machine's trouble, not a device's.\n", 1)
+
+
+def test_a_closed_output(pc):
+    done = pc.host.command(["sh", "-c", '"$@" >&-', "sh", *pc.command("--timeout", "0.1")], check=False)
+    assert done.returncode == 1
+    assert done.stderr.startswith("upnpvelorn-browse: Nobody was heard")
 
 
 def test_interrupted(pc):
