@@ -5,8 +5,7 @@
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
-#include "missingthread.h"
-#include "qtcompat.h"
+#include "qtmessages.h"
 #include "termsignal.h"
 #include "upnphttp.h"
 #include "upnpreceiver.h"
@@ -29,7 +28,7 @@ static void openLog()
     kelta::keltalog.open(QLatin1String("upnp"), kelta::Keltalog::Facility(LOG_LOCAL6), kelta::Keltalog::NoOption);
     kelta::keltalog.setSyslogLevelWarning();
     areDebugMessagesWanted = false;
-    endWhenThreadIsMissing();
+    filterQtMessages();
 }
 
 // Without a program name Qt calls the exported interfaces local.<Class>, whatever the executable is called.
@@ -82,7 +81,7 @@ int main(int argc, char *argv[])
     openLog();
     limitDescriptorsToEventLoop();
     // Before anything else exists, so that a second instance ends without having opened a socket.
-    if (!qtcompat::earlySystemBus<QDBusConnection>().registerService(QLatin1String(busName))) {
+    if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {
         kelta::keltalog.msg(QtCriticalMsg, "registering dbus connection failed.");
         return -1;
     }

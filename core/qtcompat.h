@@ -9,7 +9,6 @@
 #include <sys/resource.h>
 #if QT_VERSION < 0x050000
 #include <cstdio>
-#include <cstring>
 #include <sys/select.h>
 #endif
 
@@ -18,6 +17,8 @@ namespace qtcompat
 
 // Receives every message of qDebug(), qWarning(), qCritical() and qFatal(), in the local 8-bit encoding.
 typedef void (*MessageSink)(QtMsgType type, const char *text);
+// Says whether a message, in the same encoding, is to be received.
+typedef bool (*MessageFilter)(const char *text);
 
 namespace detail
 {
@@ -27,10 +28,10 @@ inline MessageSink &messageSink()
     return sink;
 }
 
-inline MessageSink &messageWatcher()
+inline MessageFilter &messageFilter()
 {
-    static MessageSink watcher = nullptr;
-    return watcher;
+    static MessageFilter filter = nullptr;
+    return filter;
 }
 } // namespace detail
 
@@ -55,17 +56,17 @@ inline void installMessageSink(MessageSink sink)
     qInstallMessageHandler(Adapter::handle);
 }
 
-// Shows every message to the watcher as well, after whoever receives them up to now.
-inline void watchMessages(MessageSink watcher)
+// From now on whoever receives the messages gets those that pass. To be called once.
+inline void filterMessages(MessageFilter filter)
 {
     static QtMessageHandler receiver = nullptr;
-    detail::messageWatcher() = watcher;
+    detail::messageFilter() = filter;
     struct Adapter
     {
         static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
         {
-            receiver(type, context, text);
-            detail::messageWatcher()(messageType(type), text.toLocal8Bit().constData());
+            if (detail::messageFilter()(text.toLocal8Bit().constData()))
+                receiver(type, context, text);
         }
     };
     receiver = qInstallMessageHandler(Adapter::handle);
@@ -84,13 +85,6 @@ inline int startExactTimer(QObject *object, int milliseconds)
     return object->startTimer(milliseconds, Qt::PreciseTimer);
 }
 
-// The system bus, connected to before there is an application object
-template <class Connection>
-inline Connection earlySystemBus()
-{
-    return Connection::systemBus();
-}
-
 // How many descriptors the event loop can watch: all, by poll(2).
 inline rlim_t maximalDescriptors()
 {
@@ -107,17 +101,20 @@ inline void installMessageSink(MessageSink sink)
     qInstallMsgHandler(sink);
 }
 
-inline void watchMessages(MessageSink watcher)
+inline void filterMessages(MessageFilter filter)
 {
     static MessageSink receiver = nullptr;
-    detail::messageWatcher() = watcher;
+    detail::messageFilter() = filter;
     struct Adapter
     {
         static void handle(QtMsgType type, const char *text)
         {
+            if (!detail::messageFilter()(text))
+                return;
             if (receiver)
                 receiver(type, text);
-            detail::messageWatcher()(type, text);
+            else // Qt 4 has no handler of its own to pass it on to
+                std::fprintf(stderr, "%s\n", text);
         }
     };
     receiver = qInstallMsgHandler(Adapter::handle);
@@ -132,34 +129,6 @@ inline HostAddress anyIPv4()
 inline int startExactTimer(QObject *object, int milliseconds)
 {
     return object->startTimer(milliseconds);
-}
-
-// Qt 4 warns that there is no application object yet. Other messages pass.
-template <class Connection>
-inline Connection earlySystemBus()
-{
-    struct Handler
-    {
-        static QtMsgHandler &next()
-        {
-            static QtMsgHandler handler = nullptr;
-            return handler;
-        }
-
-        static void handle(QtMsgType type, const char *text)
-        {
-            if (std::strstr(text, "connection created before QCoreApplication"))
-                return;
-            if (next())
-                next()(type, text);
-            else
-                std::fprintf(stderr, "%s\n", text);
-        }
-    };
-    Handler::next() = qInstallMsgHandler(Handler::handle);
-    const Connection bus = Connection::systemBus();
-    qInstallMsgHandler(Handler::next());
-    return bus;
 }
 
 // select(2) writes beyond its sets for a higher descriptor than these.

@@ -57,14 +57,17 @@ ZorvDevice *DeviceIndex::findUnchanged(const QByteArray &uuid, const QByteArray 
     return nullptr;
 }
 
-void DeviceIndex::file(ZorvDevice *device)
+// A name that has not changed is found to be the same without a look at its characters: it still shares their memory.
+void DeviceIndex::enter(ZorvDevice *device)
 {
-    const Slot slot = { hashOf(device->objectName().toLatin1()), device };
+    const QString name = device->objectName();
     const bool isThere = device->m_index == this;
-    if (isThere && m_slots.at(device->m_place).hash == slot.hash)
+    if (isThere && device->m_enteredName.constData() == name.constData())
         return;
     if (isThere)
         remove(device);
+    device->m_enteredName = name;
+    const Slot slot = { hashOf(name.toLatin1()), device };
     insert(slot);
 }
 
@@ -92,7 +95,7 @@ void DeviceIndex::remove(ZorvDevice *device)
     if (device->m_index != this)
         return;
     device->m_index = nullptr;
-    close(device->m_place);
+    fill(device->m_place);
     --m_size;
     m_textSize -= device->textSize();
     if (m_slots.size() > leastSlots && m_size * 8 < m_slots.size())
@@ -100,7 +103,7 @@ void DeviceIndex::remove(ZorvDevice *device)
 }
 
 // What is behind moves up wherever a search for it would end at the hole.
-void DeviceIndex::close(int hole)
+void DeviceIndex::fill(int hole)
 {
     const int mask = m_slots.size() - 1;
     for (int i = next(hole); m_slots.at(i).device; i = next(i)) {

@@ -12,7 +12,7 @@ class ZorvDevice;
 // where it is. uuids are in Latin-1.
 //
 // The devices are not owned. One that is destroyed leaves by itself. One that is renamed is no longer found by its old name,
-// and by its new one from the next file() on.
+// and by its new one from the next enter() on.
 //
 // Whatever the uuids are, they cost the same: strangers choose them, but not the key of their hashes.
 class DeviceIndex
@@ -27,7 +27,7 @@ public:
     ZorvDevice *findUnchanged(const QByteArray &uuid, const QByteArray &text) const;
     // Takes the device in, under the name that it has now; one that is there already moves when its name has changed.
     // It must not be in another index.
-    void file(ZorvDevice *device);
+    void enter(ZorvDevice *device);
     // One that is not there is left alone.
     void remove(ZorvDevice *device);
 
@@ -53,7 +53,7 @@ private:
     quint64 hashOf(const QByteArray &uuid) const { return siphash::hash<1, 3>(m_key, uuid); }
     void insert(const Slot &slot);
     void put(const Slot &slot, int place);
-    void close(int hole);
+    void fill(int hole);
     void resize(int count);
 
     const siphash::Key m_key;

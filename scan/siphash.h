@@ -16,7 +16,7 @@ struct Key
     quint64 high;
 };
 
-// A key that nobody can know, from the operating system.
+// A key of random bytes, from the operating system. Without /dev/urandom, one that only differs from start to start.
 Key randomKey();
 
 namespace detail

@@ -63,12 +63,14 @@ private:
 
     friend class DeviceIndex;
 
-    // These two are all that a repeated announcement needs: side by side, they are fetched from memory together.
+    // A repeated announcement needs these and the name: side by side, the two are fetched from memory together.
     QByteArray m_raw;
     qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds
-    int m_place; // in the index; the index sets both
+    // The index sets these three.
+    int m_place; // in the index
     DeviceIndex *m_index; // null: in none
+    QString m_enteredName; // under which it is there
     QVariantMap m_parsed; // empty until a value is asked for
     bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
     QVariantMap m_summary; // empty until asked for

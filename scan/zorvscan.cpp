@@ -163,7 +163,7 @@ void ZorvScan::checkDevices()
         ZorvDevice *device = qobject_cast<ZorvDevice *>(snapshot.at(i));
         if (!device)
             continue;
-        m_devices.file(device);
+        m_devices.enter(device);
         device->checkExpired();
     }
 }
@@ -226,7 +226,7 @@ void ZorvScan::refresh()
 void ZorvScan::add()
 {
     const QString name = QString::fromLatin1(m_uuid.constData(), m_uuid.size());
-    m_devices.file(new ZorvDevice(name, m_received.datagram(), m_interval, this));
+    m_devices.enter(new ZorvDevice(name, m_received.datagram(), m_interval, this));
     m_hasNewcomer = true;
 }
 

@@ -1,12 +1,14 @@
 #include "filewatch.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QFile>
 #include <QtCore/QStringList>
 
 #include <cstring>
 #include <unistd.h>
 
-static const int retryPeriod = 10000; // ms
+static const int firstRetryPeriod = 10000; // ms
+static const int longestRetryPeriod = 3600000;
 static const char inotifyLink[] = "anon_inode:inotify";
 
 static bool isInotify(const QByteArray &descriptorPath)
@@ -17,7 +19,7 @@ static bool isInotify(const QByteArray &descriptorPath)
 }
 
 // Without inotify(7) Qt looks at the file every second instead, and sees no change of one that the kernel makes up. It
-// does not say which way it has taken.
+// does not say which way it has taken; in this process nobody else uses inotify.
 static bool hasInotify()
 {
     const QStringList descriptors = QDir(QLatin1String("/proc/self/fd")).entryList(QDir::System | QDir::Files);
@@ -30,9 +32,12 @@ static bool hasInotify()
 
 FileWatch::FileWatch(const QString &file)
     : m_file(file)
+    , m_retryPeriod(firstRetryPeriod)
 {
-    if (!startWatching())
-        m_retryTimer.start(retryPeriod, this);
+    if (startWatching())
+        return;
+    m_contentBefore = content();
+    m_retryTimer.start(m_retryPeriod, this);
 }
 
 bool FileWatch::startWatching()
@@ -43,10 +48,21 @@ bool FileWatch::startWatching()
     return !m_watcher->files().isEmpty() && hasInotify();
 }
 
+QByteArray FileWatch::content() const
+{
+    QFile file(m_file);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Qt writes a warning each time the kernel refuses: hence the growing period.
 void FileWatch::timerEvent(QTimerEvent *)
 {
-    if (!startWatching())
+    if (!startWatching()) {
+        m_retryPeriod = qMin(m_retryPeriod * 2, longestRetryPeriod);
+        m_retryTimer.start(m_retryPeriod, this);
         return;
+    }
     m_retryTimer.stop();
-    emit fileChanged(m_file);
+    if (content() != m_contentBefore)
+        emit fileChanged(m_file);
 }

@@ -2,13 +2,14 @@
 #define FILEWATCH_H
 
 #include <QtCore/QBasicTimer>
+#include <QtCore/QByteArray>
 #include <QtCore/QFileSystemWatcher>
 #include <QtCore/QObject>
 #include <QtCore/QScopedPointer>
 #include <QtCore/QString>
 
-// Tells when one file changes, by way of the kernel. As long as the kernel refuses to watch it, it is asked again every ten
-// seconds; that counts as a change once it succeeds, since there may have been one.
+// Tells when one file changes, by way of the kernel. As long as the kernel refuses to watch it, it is asked again: after ten
+// seconds, and then after twice the time before, up to an hour. Once it watches, a change that came meanwhile is told.
 class FileWatch : public QObject
 {
     Q_OBJECT
@@ -24,8 +25,11 @@ protected:
 
 private:
     bool startWatching();
+    QByteArray content() const;
 
-    QString m_file;
+    const QString m_file;
+    QByteArray m_contentBefore; // of the file, when it was found not to be watched
+    int m_retryPeriod; // ms
     QScopedPointer<QFileSystemWatcher> m_watcher;
     QBasicTimer m_retryTimer; // runs while the file is not watched
 };

@@ -182,8 +182,8 @@ bool UpnpHttp::serveNow(int descriptor)
         return false;
     }
     // Closing would reset the connection if something were left unread.
-    recv(descriptor, bytes, sizeof bytes, 0);
-    return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)), http::isRequestEnd(bytes, int(size)));
+    const ssize_t taken = recv(descriptor, bytes, sizeof bytes, 0);
+    return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)), http::isRequestEnd(bytes, int(taken)));
 }
 
 void UpnpHttp::waitForBytes(int descriptor)

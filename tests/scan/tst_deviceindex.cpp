@@ -46,7 +46,7 @@ private:
 ZorvDevice *TestDeviceIndex::add(const QByteArray &uuid)
 {
     ZorvDevice *device = new ZorvDevice(latin1(uuid), announcing(uuid), interval, &m_owner);
-    m_index->file(device);
+    m_index->enter(device);
     return device;
 }
 
@@ -58,7 +58,7 @@ void TestDeviceIndex::foundByUuid()
     QVERIFY(!m_index->find("AA"));
     QVERIFY(!m_index->find(""));
     QCOMPARE(m_index->size(), 1);
-    m_index->file(device);
+    m_index->enter(device);
     QCOMPARE(m_index->size(), 1);
 }
 
@@ -144,7 +144,7 @@ void TestDeviceIndex::renamedDeviceIsFoundByItsNewName()
     QVERIFY(!m_index->findUnchanged("A", announcing("A")));
     ZorvDevice *successor = add("A");
     QCOMPARE(m_index->find("A"), successor);
-    m_index->file(device);
+    m_index->enter(device);
     QCOMPARE(m_index->find("B"), device);
     QCOMPARE(m_index->find("A"), successor);
     QCOMPARE(m_index->size(), 2);
@@ -185,7 +185,7 @@ void TestDeviceIndex::devicesMayOutliveTheIndex()
     m_index.reset(new DeviceIndex);
     QVERIFY(!m_index->find("A"));
     device->update(announcing("AAA"));
-    m_index->file(device);
+    m_index->enter(device);
     QCOMPARE(m_index->find("A"), device);
     QCOMPARE(m_index->textSize(), announcing("AAA").size());
 }
