@@ -1,6 +1,7 @@
 """Calls that fail around the file with the host name."""
 
 import errno
+import pathlib
 
 import pytest
 
@@ -32,6 +33,21 @@ def test_a_watch_that_was_refused_is_set_up_later(start_device, peer, tmp_path, 
     device.room.write_hostname("second")
     wait_for(lambda: is_called(device, b"second"), what="the next one is seen")
     compare_bytes(peer.http_raw(GET), replaced(DESCRIPTION, hostname="second"))
+
+
+def has_watch(device) -> bool:
+    return any("inotify wd:" in entry.read_text() for entry in pathlib.Path(f"/proc/{device.pid}/fdinfo").iterdir())
+
+
+def test_a_watch_that_is_set_up_later_makes_up_no_change(start_device, ssdp, tmp_path):
+    failing = Failing(tmp_path, times=20)
+    failing.order("inotify_add_watch", errno.ENOSPC)
+    device = start_device(program=failing.program)
+    wait_for(lambda: has_watch(device), what="the file is watched")
+    assert failing.failed == 1
+    device.call("getUdpPort")
+    assert device.call("getHostname") == b"kelta"
+    assert not [datagram for datagram in ssdp.received if b"ssdp:byebye" in datagram.data]
 
 
 @pytest.mark.parametrize("function", ["open", "read"])
