@@ -39,6 +39,10 @@ class Browser:
         assert "Traceback" not in err, err
         return subprocess.CompletedProcess(running.args, running.returncode, out, err)
 
+    def wait_until_it_listens(self) -> None:
+        """Whatever runs on this host, to the announcements of the devices."""
+        wait_for(lambda: ":31416" in self.host.command(["ss", "-Hlun"]).stdout, what="it listens")
+
     def objects(self, *arguments: str) -> list:
         """What --json prints."""
         return [json.loads(line) for line in self.run("--json", *arguments).stdout.splitlines()]

@@ -11,7 +11,6 @@ import pytest
 from browsing import Browser
 from fakedevice import FakeDevice, RootDevice, addresses_of
 from simdevice.controlpoint import ANNOUNCEMENTS, SSDP
-from simdevice.waiting import wait_for
 from texts import ALIVE, BYEBYE, UUID
 
 HEAD = ["NAME", "SERIAL", "TYPE", "FIRMWARE", "ADDRESSES", "CONFIGURED", "SERVICES"]
@@ -29,10 +28,6 @@ RUNS = {"plain": [], "json": ["--json"], "all": ["--json", "--all"], "by name": 
         "nobody": ["--address", "kelta-77"], "several": ["--address", "twin"], "seen on eth1": ["--json", "--interface", "eth1"],
         "seen on 10.77.0.4": ["--json", "--interface", "10.77.0.4"], "seen on eth2": ["--json", "--interface", "eth2"]}
 TERMINALS = {"40": {"columns": 40}, "80": {"columns": 80}, "100": {"columns": 100}, "NO_COLOR": {"NO_COLOR": "1"}, "dumb": {"TERM": "dumb"}}
-
-
-def wait_until_it_listens(pc: Browser) -> None:
-    wait_for(lambda: ":31416" in pc.host.command(["ss", "-Hlun"]).stdout, what="it listens")
 
 
 def words(text: str) -> list:
@@ -195,7 +190,7 @@ def test_real_devices_one_row_each(start_device, pc):
     first = start_device(addresses=["10.77.0.2/24", "169.254.1.2/16"])
     second = second_device(start_device)
     with pc.start() as running:
-        wait_until_it_listens(pc)
+        pc.wait_until_it_listens()
         for device in (first, second):
             device.call("configureIp")
             device.call("sendAnnouncement", path="/zorvscan", interface="local.ZorvScan")
@@ -302,7 +297,7 @@ def test_a_closed_output(pc):
 
 def test_interrupted(pc):
     with pc.start() as running:
-        wait_until_it_listens(pc)
+        pc.wait_until_it_listens()
         running.send_signal(signal.SIGINT)
         assert running.wait(timeout=10) == 130
         assert (running.stdout.read(), running.stderr.read()) == ("", "")

@@ -9,7 +9,6 @@ import pytest
 from browsing import Browser, Lines
 from clocks import LIBRARY
 from simdevice.controlpoint import ANNOUNCEMENTS
-from test_list import wait_until_it_listens
 from texts import BYEBYE
 
 
@@ -86,7 +85,7 @@ def test_a_network_that_goes_away(pc):
         pytest.skip("the package libfaketime is not installed")
     with Browser(pc.host, LD_PRELOAD=str(LIBRARY), FAKETIME="+0 x60").start("--watch", stdout=subprocess.DEVNULL,
                                                                             stderr=subprocess.PIPE) as running:
-        wait_until_it_listens(pc)
+        pc.wait_until_it_listens()
         pc.host.link_down()
         running.stdout = running.stderr
         said = Lines(running).wait_for("Nobody can be asked")
