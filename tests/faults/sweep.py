@@ -171,7 +171,8 @@ class Bench:
         broken = self._broken_doors()
         if not self.device.running and "SIGTERM" not in broken:
             lines = [line.text for line in self.device.syslog.lines if line.level <= 2]
-            return Outcome("ended", lines[-1]) if lines else Outcome("BAD", f"ended without a line, {self._seen()}")
+            return Outcome("ended", lines[-1]) if lines else Outcome(
+                "BAD", f"ended with {self.device.exit_status} without a line, {broken}, log {self._seen()}")
         if not broken:
             return Outcome("recovered")
         reasons = [self._reason(point, door) for door in broken]
