@@ -25,13 +25,13 @@ _FUNCTION = struct.Struct("24si")
 _SIZE = _ORDER.size + _COUNT.size + 64 * _FUNCTION.size
 
 
-def library() -> pathlib.Path:
+def preloaded_file() -> pathlib.Path:
     """Where the build of the tested daemon has put it."""
     return pathlib.Path(os.environ.get("FAILING_LIBRARY")
                         or pathlib.Path(default_program()).parent / "tests" / "faults" / "libfailing.so")
 
 
-needs_failing = [pytest.mark.skipif(not library().exists(), reason="the library that lets calls fail is not built"),
+needs_failing = [pytest.mark.skipif(not preloaded_file().exists(), reason="the library that lets calls fail is not built"),
                  pytest.mark.skipif(is_sanitized(), reason="the sanitizers want to be loaded before any other library")]
 
 
@@ -53,7 +53,7 @@ class Failing:
         self._write_program(times)
 
     def _write_program(self, times: int) -> None:
-        preloaded = [str(library())]
+        preloaded = [str(preloaded_file())]
         lines = ["#!/bin/sh", f'export FAILING="{self._file}"']
         if times != 1:
             preloaded.append(str(CLOCK))

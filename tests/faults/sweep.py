@@ -351,7 +351,7 @@ class Bench:
 
 def is_possible() -> bool:
     """Whether the libraries are there and can be preloaded."""
-    return failing.library().exists() and clocks.LIBRARY is not None and not is_sanitized()
+    return failing.preloaded_file().exists() and clocks.LIBRARY is not None and not is_sanitized()
 
 
 def points_of(bench: Bench, phase: str, functions: tuple = (), errors: str = "all") -> list:
