@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 static const int probePeriod = 1000; // ms
-static const int restfulProbePeriod = 10000; // ms
+static const int longProbePeriod = 10000; // ms
 static const int maximalFailedProbes = 60; // in a row, before the longer period
 static const int maximalProbesWithoutService = 60;
 
@@ -68,7 +68,7 @@ void BusLoss::adjustPeriod(bool isConnected)
         m_probeTimer.start(probePeriod, this);
     m_failedProbes = isConnected ? 0 : m_failedProbes + 1;
     if (m_failedProbes == maximalFailedProbes)
-        m_probeTimer.start(restfulProbePeriod, this);
+        m_probeTimer.start(longProbePeriod, this);
 }
 
 // Returns only when that fails; the next probe tries again.

@@ -79,7 +79,7 @@ bool UpnpHttp::isPortTaken() const
 }
 
 // A port that is taken stays taken. It is tried twice, since without SO_REUSEADDR, which may have been refused, old
-// connections take it as well. What else fails is a want of the moment, of descriptors or of memory.
+// connections take it as well. What else fails is taken for a want of the moment.
 void UpnpHttp::startListening()
 {
     if (tryToListen() || (isPortTaken() && tryToListen())) {

@@ -167,7 +167,7 @@ void UpnpReceiver::answer(const QByteArray &datagram, const QHostAddress &reques
 
 void UpnpReceiver::timerEvent(QTimerEvent *)
 {
-    setupMulticast();
+    setupMulticast(); // nothing, once the group is joined
     qDebug("sending alive datagram:");
     sendAlive();
 }
