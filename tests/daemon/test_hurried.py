@@ -19,7 +19,7 @@ def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_wit
     device = start_device(program=hurried_program(tmp_path, 20))
     take_away(device)
     bring_back(device, fwconfig=False)
-    device.bus.wait_for_name(BUS_NAME, 30)
+    device.bus.wait_for_name(BUS_NAME, 90)
     # It looks every second, each time with a connection of its own, and the bus counts these: ":1.<number>".
     assert 60 <= int(device.bus.owner(BUS_NAME).split(".")[1]) <= 70
     device.wait_until_ready()
