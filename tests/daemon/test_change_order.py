@@ -28,7 +28,7 @@ def traced(device, trace, what) -> list:
 
 def steps(lines: list) -> list:
     """What the calls are good for; several in a row for the same count once."""
-    marks = {CODESYS: "rebuild", "ssdp:alive": "alive",
+    marks = {CODESYS: "rebuild", "ssdp:alive": "alive", "ssdp:byebye": "byebye",
              'IP_ADD_MEMBERSHIP, {imr_multiaddr=inet_addr("239.255.255.250")': "join SSDP",
              'IP_ADD_MEMBERSHIP, {imr_multiaddr=inet_addr("239.255.77.76")': "join scan"}
     own = [line for line in lines if "recv" not in line]  # its messages come back from the group
@@ -41,6 +41,18 @@ def test_one_change_rebuilds_the_announcement_before_and_after_the_alive_message
     calls = traced(device, tmp_path / "trace", lambda: device.call("configureIp"))
     assert steps(calls) == ["rebuild", "alive", "rebuild"]
     wait_for(lambda: heard.matching(b"ssdp:alive"), what="the alive message")
+
+
+def test_before_a_change_nobody_but_the_responder_is_told(device, peer, tmp_path):
+    heard = peer.listen_ssdp()
+
+    def change():
+        device.connman.ipv4("10.77.0.9")
+        wait_for(lambda: heard.matching(b"ssdp:alive"), what="the alive message")
+        assert device.answers()
+    calls = traced(device, tmp_path / "trace", change)
+    assert steps(calls)[-4:] == ["byebye", "rebuild", "alive", "rebuild"]
+    assert steps(calls).count("rebuild") == 2
 
 
 def test_a_ready_network_reaches_the_responder_before_the_scan(start_device, tmp_path):

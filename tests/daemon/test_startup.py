@@ -2,6 +2,7 @@
 
 import contextlib
 import re
+import shutil
 import socket
 
 import dbus
@@ -42,6 +43,19 @@ def refused(device) -> None:
     assert re.fullmatch(rb"<178>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d upnp: registering dbus connection failed\.",
                         line.raw)
     assert len(device.syslog.lines) == 1
+
+
+def test_a_second_instance_opens_no_socket_but_those_of_bus_and_log(device, tmp_path):
+    if not shutil.which("strace"):
+        pytest.skip("strace is not installed")
+    trace, traced = tmp_path / "trace", tmp_path / "upnpvelorn"
+    traced.write_text(f'#!/bin/sh\nexport ASAN_OPTIONS=detect_leaks=0\n'
+                      f'exec strace -f -e trace=socket,socketpair -o "{trace}" "{device.program}"\n')
+    traced.chmod(0o755)
+    device.program = str(traced)
+    assert device.start_another().wait(30) == 255
+    calls = [line for line in trace.read_text().splitlines() if "socket" in line]
+    assert calls and not [line for line in calls if "AF_UNIX" not in line]
 
 
 def test_a_second_instance_logs_one_critical_line_and_ends_with_255(ssdp, device, peer):
