@@ -198,6 +198,7 @@ private slots:
 
     void oneChildForEachUuid();
     void pendingDatagramsReadsOneAtMost();
+    void pendingDatagramsReadsOneAtMostOfKnownDevicesToo();
     void pendingDatagramsWithoutADatagram();
     void burstOfKnownDevicesIsOneReport();
     void newcomerEndsTheReport();
@@ -610,6 +611,21 @@ void tst_ZorvScan::pendingDatagramsReadsOneAtMost()
     for (int i = 1; i <= 3; ++i) {
         scan.pendingDatagrams();
         QCOMPARE(devicesOf(scan).size(), i);
+    }
+}
+
+void tst_ZorvScan::pendingDatagramsReadsOneAtMostOfKnownDevicesToo()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    const QByteArray text = announcing("A");
+    loopback.feed(scan, text);
+    QVERIFY(loopback.send(text + ' '));
+    QVERIFY(loopback.send(text + "  "));
+    for (int blanks = 1; blanks <= 2; ++blanks) {
+        scan.pendingDatagrams();
+        QCOMPARE(deviceNamed(scan, "A")->rawJson(), QString::fromLatin1(text.constData()) + QString(blanks, QLatin1Char(' ')));
     }
 }
 
