@@ -73,6 +73,7 @@ private slots:
     void familyTypeIsTheAnnouncedOne();
     void summaryTellsItsSize();
     void moreSummariesAndValuesThanAreKept();
+    void whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged();
 
     void nameIsTheUuid();
     void methodsOfTheInterface();
@@ -701,6 +702,24 @@ void tst_ZorvDevice::moreSummariesAndValuesThanAreKept()
                 QCOMPARE(devices.at(i)->jsonValue(latin1("params/device/name")), latin1("n") + QString::number(i));
             }
         }
+    }
+}
+
+// What is kept shares its memory with what was given out before; what is made again does not.
+void tst_ZorvDevice::whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged()
+{
+    const QByteArray filler(60000, 'f');
+    const QString path = latin1("params/device/name");
+    ZorvDevice listed(latin1("A"), named("n", "{}"), defaultExpiration, 0);
+    ZorvDevice lookedAt(latin1("B"), named("n", "{}"), defaultExpiration, 0);
+    for (int round = 0; round < 400; ++round) {
+        const QByteArray json = named("n" + QByteArray::number(round), "{\"mtu\":\"" + filler + "\"}");
+        listed.update(json);
+        lookedAt.update(json);
+        const QString name = listed.summary().value(latin1("name")).toString();
+        const QString value = lookedAt.value(path).toString();
+        QVERIFY(listed.summary().value(latin1("name")).toString().constData() == name.constData());
+        QVERIFY(lookedAt.value(path).toString().constData() == value.constData());
     }
 }
 
