@@ -9,6 +9,7 @@ import subprocess
 import pytest
 
 from codeblocks import ROOT
+from qtversion import as_qt_writes
 from scanning import scan
 from simdevice.device import ADDRESS
 from simdevice.waiting import wait_for
@@ -111,7 +112,7 @@ def test_codesys_and_several_addresses(start_device, peer, dissect):
     found, = dissect(sent_by(device, peer))
     assert found["type"] == ["Kelta CODESYS"] and found["family"] == ["Kelta"]
     assert found["ipv4"] == [ADDRESS, "169.254.1.2"]
-    assert (found["ipv6"], found["prefix"]) == (["fd00::2"], ["64"])
+    assert (found["ipv6"], found["prefix"]) == ([as_qt_writes(device, "fd00::2")], ["64"])
     assert "invalid" not in found
 
 
