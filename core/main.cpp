@@ -5,6 +5,7 @@
 #include "device.h"
 #include "fwconfigglobals.h"
 #include "keltalog.h"
+#include "monitor.h"
 #include "qtmessages.h"
 #include "termsignal.h"
 #include "upnphttp.h"
@@ -110,6 +111,11 @@ int main(int argc, char *argv[])
     // Meant: the second connection of the two (test_change_order). Each change rebuilds the announcement twice,
     // before and after the alive messages.
     wire(settings, SIGNAL(changed()), scan, SLOT(configChanged()), "upnpreceiver configChanged connect failed");
+
+    Monitor monitor(scan, &receiver, &http, &application);
+    scan->setListener(&monitor);
+    QDBusConnection::systemBus().registerObject(QLatin1String("/monitor"), &monitor,
+        QDBusConnection::ExportScriptableSignals | QDBusConnection::ExportScriptableProperties);
 
     settings->configureIp();
     giveMemoryBack();

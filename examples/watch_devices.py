@@ -5,7 +5,7 @@
     in the demonstration:       ./run exec kelta-1 python3 examples/watch_devices.py
                                 and in another terminal:  ./run join,  ./run unplug kelta-2
 
-Needs python3-dbus. The daemon sends no signal when its list changes, so it is asked every second.
+Needs python3-dbus and python3-gi. The daemon's signal says when its list has changed; only then it is asked.
 """
 
 import signal
@@ -13,6 +13,10 @@ import sys
 import time
 
 import dbus
+from dbus.mainloop.glib import DBusGMainLoop
+from gi.repository import GLib
+
+DAEMON = "com.zorv.upnpvelorn"
 
 
 def printable(text: str) -> str:
@@ -29,7 +33,7 @@ def addresses(device: dict) -> list:
 
 def devices(bus: dbus.Bus) -> dict:
     """Serial number -> what to print of the device."""
-    daemon = bus.get_object("com.zorv.upnpvelorn", "/zorvscan", introspect=False)
+    daemon = bus.get_object(DAEMON, "/zorvscan", introspect=False)
     found = daemon.allChilds("", dbus_interface="local.ZorvScan", signature="s")
     return {one["uuid"]: printable(" ".join([one["name"], *addresses(one)])) for one in found}
 
@@ -38,34 +42,49 @@ def tell(text: str) -> None:
     print(time.strftime("%H:%M:%S"), text, flush=True)
 
 
-def watch(bus: dbus.Bus) -> None:
-    """Returns when the bus has gone. A daemon that is away for a while is waited for."""
-    before, answering = {}, True
-    while bus.get_is_connected():
+class Watch:
+    """Tells what has changed in the list since it was looked at last. A daemon that is away for a while is waited for."""
+
+    def __init__(self, bus: dbus.Bus):
+        self._bus, self._before, self._missed = bus, {}, False
+        # Which devices the signal names does not matter here: all are asked for, so it may say that there were more.
+        bus.add_signal_receiver(lambda *_uuids: self.look(), "DevicesChanged", f"{DAEMON}.Monitor", DAEMON, "/monitor")
+        bus.watch_name_owner(DAEMON, self._owned)
+
+    def _owned(self, _owner: str) -> None:
+        if not self.look():
+            GLib.timeout_add_seconds(1, lambda: not self.look())  # it has its name a moment before its objects
+
+    def look(self) -> bool:
+        """False while the daemon does not answer."""
         try:
-            now = devices(bus)
+            now = devices(self._bus)
         except dbus.DBusException as error:
-            if answering:
+            if not self._missed and self._bus.get_is_connected():
                 tell(f"The daemon does not answer: {printable(error.get_dbus_message())}")
-            answering = False
-        else:
-            for text in [f"- {before[uuid]}" for uuid in before if now.get(uuid) != before[uuid]]:
-                tell(text)
-            for text in [f"+ {now[uuid]}" for uuid in now if before.get(uuid) != now[uuid]]:
-                tell(text)
-            before, answering = now, True
-        time.sleep(1)
+            self._missed = True
+            return not self._bus.get_is_connected()
+        for text in [f"- {text}" for uuid, text in self._before.items() if now.get(uuid) != text]:
+            tell(text)
+        for text in [f"+ {text}" for uuid, text in now.items() if self._before.get(uuid) != text]:
+            tell(text)
+        self._before, self._missed = now, False
+        return True
 
 
 def main() -> int:
     sys.stdout.reconfigure(errors="replace")
     try:
-        bus = dbus.SystemBus()
+        bus = dbus.SystemBus(mainloop=DBusGMainLoop())
     except dbus.DBusException as error:
         print(f"There is no system bus: {printable(error.get_dbus_message())}", file=sys.stderr)
         return 1
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # ignored since the bus was connected to
-    watch(bus)
+    bus.set_exit_on_disconnect(False)
+    ended = GLib.MainLoop()
+    bus.call_on_disconnection(lambda _bus: ended.quit())
+    Watch(bus)
+    ended.run()
     print("The system bus has gone.", file=sys.stderr)
     return 1
 

@@ -159,6 +159,7 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
     , m_expiration(defaultExpiration)
     , m_place(0)
     , m_index(nullptr)
+    , m_isLeaving(false)
     , m_hasNoValues(false)
     , m_summarySize(0)
     , m_keptSize(0)
@@ -172,7 +173,7 @@ ZorvDevice::ZorvDevice(const QString &uuid, const QByteArray &json, int defaultE
     if (isWholeNumber)
         m_expiration = threeTimes(announced);
     else
-        deleteLater();
+        leave();
 }
 
 ZorvDevice::~ZorvDevice()
@@ -196,11 +197,58 @@ void ZorvDevice::touch()
     m_lastSeen = QDateTime::currentMSecsSinceEpoch();
 }
 
-void ZorvDevice::checkExpired()
+void ZorvDevice::leave()
+{
+    m_isLeaving = true;
+    deleteLater();
+}
+
+bool ZorvDevice::checkExpired()
 {
     const qint64 wholeSeconds = (QDateTime::currentMSecsSinceEpoch() - m_lastSeen) / 1000;
-    if (wholeSeconds > m_expiration)
-        deleteLater();
+    if (m_isLeaving || wholeSeconds <= m_expiration)
+        return false;
+    leave();
+    return true;
+}
+
+static bool areSame(const QVariant &a, const QVariant &b);
+
+static bool areSame(const QVariantList &a, const QVariantList &b)
+{
+    bool same = a.size() == b.size();
+    for (int i = 0; same && i < a.size(); ++i)
+        same = areSame(a.at(i), b.at(i));
+    return same;
+}
+
+static bool areSame(const QVariantMap &a, const QVariantMap &b)
+{
+    bool same = a.size() == b.size();
+    QVariantMap::const_iterator left = a.constBegin();
+    QVariantMap::const_iterator right = b.constBegin();
+    for (; same && left != a.constEnd(); ++left, ++right)
+        same = left.key() == right.key() && areSame(left.value(), right.value());
+    return same;
+}
+
+// QVariant itself takes 1 and "1" for the same, and those within containers too.
+static bool areSame(const QVariant &a, const QVariant &b)
+{
+    if (a.userType() != b.userType())
+        return false;
+    if (a.userType() == QMetaType::QVariantMap)
+        return areSame(a.toMap(), b.toMap());
+    if (a.userType() == QMetaType::QVariantList)
+        return areSame(a.toList(), b.toList());
+    return a == b;
+}
+
+bool ZorvDevice::hasSameValues(const QByteArray &json)
+{
+    JsonReader reader;
+    reader.parse(json);
+    return areSame(parsed(), reader.result().toMap());
 }
 
 // What holds no values is not parsed again before the next announcement.

@@ -33,8 +33,13 @@ public:
     // Of the last announcement, in bytes.
     int textSize() const { return m_raw.size(); }
 
-    // Has the object deleted, once the event loop is reached, when the device was last seen too long ago.
-    void checkExpired();
+    // Has the object deleted, once the event loop is reached, when the device was last seen too long ago. True if it was
+    // to stay until now.
+    bool checkExpired();
+    // It will be deleted once the event loop is reached.
+    bool isLeaving() const { return m_isLeaving; }
+    // Whether this announcement holds the values that the last one holds, however it is written. Reads both.
+    bool hasSameValues(const QByteArray &json);
 
     // The value at a path of keys parted by slashes. A path that leads through a list gives the list of what
     // the path's remainder, from the first place on where the path has the current key, finds in each element.
@@ -56,6 +61,7 @@ public slots:
 private:
     QVariantMap parsed();
     QVariantMap newSummary(QString *familyType);
+    void leave();
     void forgetParsed();
 
     static int s_parsedSize; // bytes of all announcements whose parsed form is kept
@@ -72,6 +78,7 @@ private:
     DeviceIndex *m_index; // null: in none
     QString m_enteredName; // under which it is there
     QVariantMap m_parsed; // empty until a value is asked for
+    bool m_isLeaving;
     bool m_hasNoValues; // the last announcement was found to be no object, or not to parse
     QVariantMap m_summary; // empty until asked for
     QString m_familyType; // of the summary, as announced

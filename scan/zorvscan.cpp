@@ -3,6 +3,7 @@
 #include "announcement.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
+#include "registrylistener.h"
 #include "sharedport.h"
 #include "upnpsettings.h"
 #include "zorvdevice.h"
@@ -32,6 +33,10 @@ static const int maximalRegistrySize = 32 * 1024 * 1024;
 static const int alwaysAcceptedSize = 2048; // bytes of one announcement of a known device
 static const qint64 fullWarningPeriod = 3600000; // ms, an hour
 
+// Whether another text has other values too is found by reading both. Of so many bytes between two ticks; beyond that, other
+// text counts as other values.
+static const int maximalComparedSize = 64 * 1024;
+
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;
 
@@ -45,6 +50,9 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_multicastPending(true)
     , m_connections(0)
     , m_callsOfReport(0)
+    , m_counts()
+    , m_listener(nullptr)
+    , m_comparedSize(0)
     , m_hasNewcomer(false)
 {
     m_sinceFullWarning.invalidate(); // Qt 4 does not
@@ -151,6 +159,7 @@ void ZorvScan::timerEvent(QTimerEvent *)
 {
     if (m_multicastPending)
         setupMulticast();
+    m_comparedSize = 0;
     checkDevices();
     sendAnnouncement();
 }
@@ -164,7 +173,8 @@ void ZorvScan::checkDevices()
         if (!device)
             continue;
         m_devices.enter(device);
-        device->checkExpired();
+        if (device->checkExpired() && m_listener)
+            m_listener->deviceGone(device->objectName());
     }
 }
 
@@ -204,8 +214,10 @@ void ZorvScan::takeBacklog()
 void ZorvScan::takeIn()
 {
     const announcement::Place uuid = announcement::uuidIn(m_received.datagram());
-    if (uuid.size == 0)
+    if (uuid.size == 0) {
+        ++m_counts.withoutUuid;
         return;
+    }
     m_uuid.setRawData(m_received.datagram().constData() + uuid.begin, uint(uuid.size));
     refresh();
 }
@@ -213,21 +225,27 @@ void ZorvScan::takeIn()
 // Nearly every device says the same every time: then only its time is new.
 void ZorvScan::refresh()
 {
-    if (ZorvDevice *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram()))
+    if (ZorvDevice *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram())) {
         unchanged->touch();
-    else if (ZorvDevice *known = m_devices.find(m_uuid))
+        ++m_counts.taken;
+    } else if (ZorvDevice *known = m_devices.find(m_uuid)) {
         replaceText(known);
-    else if (m_devices.size() < maximalDevices && m_devices.textSize() + m_received.datagram().size() <= maximalRegistrySize)
+    } else if (m_devices.size() < maximalDevices && m_devices.textSize() + m_received.datagram().size() <= maximalRegistrySize) {
         add();
-    else
-        warnOfFullRegistry();
+    } else {
+        refuseForWantOfRoom();
+    }
 }
 
 void ZorvScan::add()
 {
     const QString name = QString::fromLatin1(m_uuid.constData(), m_uuid.size());
-    m_devices.enter(new ZorvDevice(name, m_received.datagram(), m_interval, this));
+    ZorvDevice *device = new ZorvDevice(name, m_received.datagram(), m_interval, this);
+    m_devices.enter(device);
     m_hasNewcomer = true;
+    ++(device->isLeaving() ? m_counts.unusable : m_counts.taken);
+    if (m_listener && !device->isLeaving())
+        m_listener->deviceAppeared(name);
 }
 
 // A known device never expires for want of room, at the worst its last announcement stays.
@@ -237,14 +255,28 @@ void ZorvScan::replaceText(ZorvDevice *known)
     const int oldSize = known->textSize();
     if (size > qMax(oldSize, alwaysAcceptedSize) && m_devices.textSize() + size - oldSize > maximalRegistrySize) {
         known->touch();
-        warnOfFullRegistry();
+        refuseForWantOfRoom();
         return;
     }
+    ++m_counts.taken;
+    const bool isToldOf = m_listener && !known->isLeaving() && isChange(known);
     known->update(m_received.datagram());
+    if (isToldOf)
+        m_listener->deviceChanged(known->objectName());
 }
 
-void ZorvScan::warnOfFullRegistry()
+bool ZorvScan::isChange(ZorvDevice *known)
 {
+    const int size = known->textSize() + m_received.datagram().size();
+    if (m_comparedSize + size > maximalComparedSize)
+        return true;
+    m_comparedSize += size;
+    return !known->hasSameValues(m_received.datagram());
+}
+
+void ZorvScan::refuseForWantOfRoom()
+{
+    ++m_counts.withoutRoom;
     if (m_sinceFullWarning.isValid() && m_sinceFullWarning.elapsed() < fullWarningPeriod)
         return;
     qWarning("zorvscan: too many devices announce themselves, further ones are ignored");

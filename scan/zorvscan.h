@@ -12,6 +12,7 @@
 #include <QtNetwork/QHostAddress>
 
 class QUdpSocket;
+class RegistryListener;
 class UpnpSettings;
 class ZorvDevice;
 
@@ -32,6 +33,19 @@ public:
     // The settings are not owned and must outlive the scan.
     // Ends the process with a fatal message when connman's signals cannot be subscribed.
     ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
+
+    // What has become of the datagrams received so far.
+    struct Counts
+    {
+        quint64 taken; // announcements of new and known devices, this one's own included
+        quint64 withoutUuid; // so that nobody could be meant
+        quint64 unusable; // do not parse, or name no whole number of seconds as their expiration
+        quint64 withoutRoom; // beyond the bounds of number and memory
+    };
+    const Counts &counts() const { return m_counts; }
+    int deviceCount() const { return m_devices.size(); }
+    // One, or null. Not owned; it must outlive the scan, or its event loop.
+    void setListener(RegistryListener *listener) { m_listener = listener; }
 
 public slots:
     // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
@@ -69,7 +83,8 @@ private:
     void refresh();
     void add();
     void replaceText(ZorvDevice *known);
-    void warnOfFullRegistry();
+    bool isChange(ZorvDevice *known);
+    void refuseForWantOfRoom();
     void checkDevices();
 
     QUdpSocket *m_socket;
@@ -83,6 +98,9 @@ private:
     bool m_multicastPending; // the last set-up failed
     int m_connections; // from the socket to pendingDatagrams()
     int m_callsOfReport; // of pendingDatagrams(), by the socket's present report
+    Counts m_counts;
+    RegistryListener *m_listener; // or null
+    int m_comparedSize; // bytes of the texts whose values were compared since the last tick
     bool m_hasNewcomer; // a device was added, and the socket has not finished a report since
     DeviceIndex m_devices; // the children that are devices
     QElapsedTimer m_sinceFullWarning;

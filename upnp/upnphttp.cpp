@@ -59,6 +59,8 @@ UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     , settings(deviceSettings)
     , m_date(http::dateText)
     , m_quiet(nullptr)
+    , m_descriptionsServed(0)
+    , m_iconsServed(0)
 {
     signal(SIGPIPE, SIG_IGN); // sendfile(2) has no other way not to raise it
     startListening();
@@ -265,6 +267,7 @@ QByteArray UpnpHttp::answerTo(const http::Request &request, const QHostAddress &
 
 QByteArray UpnpHttp::description(const QHostAddress &peer)
 {
+    ++m_descriptionsServed;
     rootdesc::Values values;
     values.presentationUrl = settings->getPresentationUrl(peer);
     values.hostname = settings->getHostname();
@@ -288,6 +291,7 @@ void UpnpHttp::sendIcon(HttpConnection *connection)
         sendAndClose(connection, http::iconNotFound());
         return;
     }
+    ++m_iconsServed;
     const qint64 size = icon->size();
     const QByteArray header = http::iconHeader(size, settings->getServerHeader(), m_date.now());
     if (FileSender::send(int(connection->socketDescriptor()), header, icon, size, this))

@@ -36,6 +36,10 @@ public:
     UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
     ~UpnpHttp();
 
+    // To peers that asked for them; what a peer did not wait for counts as well.
+    quint64 descriptionsServed() const { return m_descriptionsServed; }
+    quint64 iconsServed() const { return m_iconsServed; }
+
 protected:
     void incomingConnection(qtcompat::SocketDescriptor socketDescriptor) override;
     void timerEvent(QTimerEvent *event) override;
@@ -72,6 +76,8 @@ private:
     QScopedPointer<QSocketNotifier> m_acceptable;
     QuietConnections *m_quiet;
     QWeakPointer<QFile> m_icon; // there while peers are reading it
+    quint64 m_descriptionsServed;
+    quint64 m_iconsServed;
     QBasicTimer m_retryTimer; // runs while accepting is paused
     QBasicTimer m_listenTimer; // runs while the port could not be listened on
 };

@@ -30,6 +30,7 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     , termNotifier(nullptr)
     , joinResult(1)
     , m_answerDate(ssdp::answerDate)
+    , m_searchesAnswered(0)
 {
     bindPort();
     setupMulticast();
@@ -159,6 +160,7 @@ void UpnpReceiver::answer(const QByteArray &datagram, const QHostAddress &reques
     const ssdp::AnswerKind kind = ssdp::answerKind(datagram, [&] { return settings->getUuid(requester); });
     if (kind == ssdp::NoAnswer)
         return;
+    ++m_searchesAnswered;
     const ssdp::Answer answer = { settings->getHttpUrl(requester), settings->getServerHeader(), settings->getUuid(requester),
         m_answerDate.now() };
     send(int(udpSocket->socketDescriptor()), kind == ssdp::RootDeviceAnswer ? ssdp::rootDeviceAnswer(answer) : ssdp::uuidAnswer(answer),

@@ -28,6 +28,8 @@ public:
     // The settings are not owned and must outlive the receiver.
     UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent);
 
+    quint64 searchesAnswered() const { return m_searchesAnswered; }
+
 public slots:
     // Joins the SSDP group on eth0, with multicast TTL 32. Does nothing once that succeeded; until then it is tried
     // again before every announcement of the timer.
@@ -55,6 +57,7 @@ private:
     qint32 joinResult; // 0 once the group is joined
     DatagramBuffer m_received;
     DateCache m_answerDate;
+    quint64 m_searchesAnswered;
 };
 
 #endif

@@ -9,7 +9,8 @@ from simdevice.waiting import wait_for
 
 FILES = pathlib.Path(__file__).resolve().parent.parent.parent / "packaging" / "interfaces"
 SERIAL = "912345678"
-OBJECTS = {"local.UpnpSettings": "/settings", "local.ZorvScan": "/zorvscan", "local.ZorvDevice": f"/zorvscan/{SERIAL}"}
+OBJECTS = {"local.UpnpSettings": "/settings", "local.ZorvScan": "/zorvscan", "local.ZorvDevice": f"/zorvscan/{SERIAL}",
+           "com.zorv.upnpvelorn.Monitor": "/monitor"}
 
 
 def described(text: str) -> list:

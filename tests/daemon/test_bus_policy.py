@@ -14,7 +14,9 @@ import shortlived
 
 from simdevice import namespaces as ns
 from simdevice import sandbox
+from scanning import announcing
 from simdevice.bus import PROPERTIES, RESTRICTED
+from simdevice.controlpoint import ControlPoint
 from simdevice.device import ADDRESS, BUS_NAME, Device, default_program
 from simdevice.sandbox import PYTHON
 from simdevice.values import Typed, to_dbus
@@ -22,8 +24,9 @@ from simdevice.waiting import wait_for
 
 USER, STRANGER = 64001, 64002
 SERIAL = "912345678"
-SETTINGS, SCAN, DEVICE = "/settings", "/zorvscan", f"/zorvscan/{SERIAL}"
-OWN = {SETTINGS: "local.UpnpSettings", SCAN: "local.ZorvScan", DEVICE: "local.ZorvDevice"}
+SETTINGS, SCAN, DEVICE, MONITOR = "/settings", "/zorvscan", f"/zorvscan/{SERIAL}", "/monitor"
+OWN = {SETTINGS: "local.UpnpSettings", SCAN: "local.ZorvScan", DEVICE: "local.ZorvDevice",
+       MONITOR: "com.zorv.upnpvelorn.Monitor"}
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BUILT = pathlib.Path(default_program())
 INTROSPECTABLE, PEER = "org.freedesktop.DBus.Introspectable", "org.freedesktop.DBus.Peer"
@@ -188,6 +191,21 @@ def test_examples_work_for_anybody(device, program):
                           env=shortlived.environment(DBUS_SYSTEM_BUS_ADDRESS=device.bus.address), capture_output=True, text=True,
                           timeout=20)
     assert (done.stderr, done.stdout.split()) == ("", ["kelta", SERIAL, "Kelta", "1.4.2", ADDRESS])
+
+
+def test_anybody_is_told_of_devices(device, stranger):
+    told = []
+    stranger.raw.add_signal_receiver(lambda *lists: told.append([str(uuid) for uuid in lists[0]]), "DevicesChanged", OWN[MONITOR],
+                                     BUS_NAME, MONITOR)
+    socket = ControlPoint(device.host)
+    socket.announce(announcing("visitor", 0))
+    wait_for(lambda: any("visitor" in one for one in told), what="the visitor is told of", seen=lambda: told)
+
+
+@pytest.mark.parametrize("name", ["Version", "Devices", "AnnouncementsTaken"])
+def test_anybody_may_read_what_the_daemon_has_done(stranger, name):
+    assert isinstance(call(stranger, MONITOR, PROPERTIES, "Get", "ss", (OWN[MONITOR], name)), list)
+    assert call(stranger, MONITOR, PROPERTIES, "Set", "ssv", (OWN[MONITOR], name, Typed("s", "x"))) == DENIED
 
 
 def test_denied_calls_have_no_effect(device, stranger):

@@ -29,3 +29,9 @@ def test_every_method_has_a_command(documented, path):
     methods = set(re.findall(r'<method name="(\w+)"', own))
     shown = {command.split()[5] for command, _ in COMMANDS if command.startswith(f"busctl call com.zorv.upnpvelorn {path} ")}
     assert shown == methods
+
+
+def test_every_property_has_a_command_or_is_said_to_be_read_in_the_same_way(documented):
+    text = documented.call("Introspect", path="/monitor", interface="org.freedesktop.DBus.Introspectable")
+    shown = {command.split()[5] for command, _ in COMMANDS if command.startswith("busctl get-property com.zorv.upnpvelorn /monitor ")}
+    assert shown | {"Since", "AnnouncementsTaken"} == set(re.findall(r'<property name="(\w+)"', text))

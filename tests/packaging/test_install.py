@@ -20,6 +20,7 @@ FILES = {
     "share/dbus-1/interfaces/local.UpnpSettings.xml",
     "share/dbus-1/interfaces/local.ZorvScan.xml",
     "share/dbus-1/interfaces/local.ZorvDevice.xml",
+    f"share/dbus-1/interfaces/{BUS_NAME}.Monitor.xml",
     "share/man/man8/upnpvelorn.8",
     "share/man/man1/upnpvelorn-browse.1",
     "share/bash-completion/completions/upnpvelorn-browse",
