@@ -1,11 +1,12 @@
 #include "upnphttp.h"
 
+#include "connectionacceptor.h"
 #include "debugmessages.h"
+#include "device.h"
 #include "filesender.h"
 #include "httpconnection.h"
 #include "httpmessages.h"
 #include "lingeringclose.h"
-#include "quietconnections.h"
 #include "rootdesc.h"
 #include "upnpsettings.h"
 
@@ -18,47 +19,23 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 static const char descriptionPath[] = "/rootDesc.xml";
-static const char iconPath[] = "/icons/kelta_icon48.png";
-static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
+static const char iconPath[] = DEVICE_ICON_PATH;
+static const char iconFile[] = DEVICE_ICON_FILE;
 
-// Descriptors that stay free for the log, for files and for asking the kernel about interfaces.
-static const rlim_t reservedDescriptors = 16;
-static const int acceptRetryPeriod = 200; // ms
 static const int listenRetryPeriod = 1000; // ms
-static const int maximalAcceptsPerPass = 50;
 
 // Those of control points have 100 to 500 bytes.
 static const int maximalShortRequestSize = 4096;
-
-// The kernel gives out the lowest free number, so a number tells how many are in use.
-static bool isNearTheLimit(int descriptor)
-{
-    struct rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return false;
-    return rlim_t(descriptor) + qMin(reservedDescriptors, limit.rlim_cur / 4) >= limit.rlim_cur;
-}
-
-static bool areDescriptorsScarce(int anyDescriptor)
-{
-    const int lowestFree = fcntl(anyDescriptor, F_DUPFD_CLOEXEC, 0);
-    if (lowestFree == -1)
-        return true;
-    close(lowestFree);
-    return isNearTheLimit(lowestFree);
-}
 
 UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     : QTcpServer(parent)
     , settings(deviceSettings)
     , m_date(http::dateText)
-    , m_quiet(nullptr)
     , m_descriptionsServed(0)
     , m_iconsServed(0)
 {
@@ -94,54 +71,20 @@ void UpnpHttp::startListening()
     }
 }
 
-// When descriptors run out, QTcpServer either stops for good or takes the whole processor, so it is not left to it.
+// When descriptors run out, QTcpServer either stops for good or takes the whole processor, so accepting is not left to it.
+// This relies on listen() having made the one notifier that Qt accepts by, below the server, and on nothing enabling it
+// again (tst_upnphttp).
 void UpnpHttp::takeOverAccepting()
 {
     const QList<QSocketNotifier *> own = findChildren<QSocketNotifier *>();
     for (int i = 0; i < own.size(); ++i)
         own.at(i)->setEnabled(false);
-    m_acceptable.reset(new QSocketNotifier(int(socketDescriptor()), QSocketNotifier::Read));
-    connect(m_acceptable.data(), SIGNAL(activated(int)), this, SLOT(acceptConnections()));
-    m_quiet = new QuietConnections(this);
-    connect(m_quiet, SIGNAL(stirred(int)), this, SLOT(serve(int)));
+    m_acceptor.reset(new ConnectionAcceptor(int(socketDescriptor()), this, nullptr));
 }
 
-void UpnpHttp::acceptConnections()
+void UpnpHttp::timerEvent(QTimerEvent *)
 {
-    for (int i = 0; i < maximalAcceptsPerPass; ++i) {
-        const int descriptor = accept4(int(socketDescriptor()), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (descriptor == -1) {
-            if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR)
-                stopAccepting();
-            return;
-        }
-        if (!serveNow(descriptor) && isNearTheLimit(descriptor)) {
-            stopAccepting();
-            return;
-        }
-    }
-}
-
-void UpnpHttp::stopAccepting()
-{
-    m_acceptable->setEnabled(false);
-    m_retryTimer.start(acceptRetryPeriod, this);
-}
-
-void UpnpHttp::tryAcceptingAgain()
-{
-    if (areDescriptorsScarce(int(socketDescriptor())))
-        return;
-    m_retryTimer.stop();
-    m_acceptable->setEnabled(true);
-}
-
-void UpnpHttp::timerEvent(QTimerEvent *event)
-{
-    if (event->timerId() == m_retryTimer.timerId())
-        tryAcceptingAgain();
-    else if (event->timerId() == m_listenTimer.timerId())
-        startListening();
+    startListening();
 }
 
 static QHostAddress peerOf(int descriptor)
@@ -159,66 +102,50 @@ static QByteArray firstLine(const char *bytes, ssize_t size)
     return lineEnd ? QByteArray(bytes, int(static_cast<const char *>(lineEnd) - bytes) + 1) : QByteArray();
 }
 
-void UpnpHttp::serve(int descriptor)
-{
-    serveNow(descriptor);
-}
-
 // Nearly every request comes whole and gets a short answer: it is answered without a QTcpSocket, which would cost several
 // times as much as all the rest. The bytes of everything else are left to the QTcpSocket.
-bool UpnpHttp::serveNow(int descriptor)
+ConnectionServer::Outcome UpnpHttp::serve(int descriptor)
 {
     char bytes[maximalShortRequestSize];
     const ssize_t size = recv(descriptor, bytes, sizeof bytes, MSG_PEEK);
-    if (size == -1 && errno == EAGAIN) {
-        waitForBytes(descriptor);
-        return false;
-    }
+    if (size == -1 && errno == EAGAIN)
+        return NothingReceived;
     if (size <= 0) {
-        closeConnection(descriptor);
-        return true;
+        ::close(descriptor);
+        return Closed;
     }
     const http::Request request = http::parseRequestLine(firstLine(bytes, size));
     if (request.method != "GET" || request.path == iconPath || size == maximalShortRequestSize) {
-        incomingConnection(descriptor);
-        return false;
+        takeOver(descriptor);
+        return TakenOver;
     }
     // Closing would reset the connection if something were left unread.
     const ssize_t taken = recv(descriptor, bytes, sizeof bytes, 0);
     return answerAndClose(descriptor, answerTo(request, peerOf(descriptor)), http::isRequestEnd(bytes, int(taken)));
 }
 
-void UpnpHttp::waitForBytes(int descriptor)
-{
-    if (!m_quiet->add(descriptor))
-        incomingConnection(descriptor);
-}
-
-bool UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole)
+ConnectionServer::Outcome UpnpHttp::answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole)
 {
     const ssize_t sent = send(descriptor, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
-    if (sent == answer.size() || (sent == -1 && errno != EAGAIN)) {
+    if (sent == answer.size() || (sent == -1 && errno != EAGAIN))
         return closeAnswered(descriptor, isRequestWhole);
-    }
     // More than the kernel takes at once
     sendAndClose(makeSocket(descriptor), answer.mid(qMax(0, int(sent))));
-    return false;
+    return TakenOver;
 }
 
 // Where more of the request is to come, closing would reset the connection.
-bool UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
+ConnectionServer::Outcome UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
 {
     if (!isRequestWhole)
-        return LingeringClose::close(descriptor, this);
-    closeConnection(descriptor);
-    return true;
+        return LingeringClose::close(descriptor, this) ? Closed : TakenOver;
+    ::close(descriptor);
+    return Closed;
 }
 
-void UpnpHttp::closeConnection(int descriptor)
+void UpnpHttp::takeOver(int descriptor)
 {
-    ::close(descriptor);
-    if (m_retryTimer.isActive())
-        tryAcceptingAgain();
+    incomingConnection(descriptor);
 }
 
 void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
@@ -233,13 +160,6 @@ HttpConnection *UpnpHttp::makeSocket(qtcompat::SocketDescriptor socketDescriptor
     connect(socket, SIGNAL(disconnected()), this, SLOT(disconnected()));
     socket->setSocketDescriptor(socketDescriptor, QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
     return socket;
-}
-
-void UpnpHttp::disconnected()
-{
-    sender()->deleteLater();
-    if (m_retryTimer.isActive())
-        tryAcceptingAgain();
 }
 
 // Meant: one line for each signal. What stands behind a line that is no GET waits for the next signal and is
@@ -350,4 +270,11 @@ void UpnpHttp::closeAnswered(HttpConnection *connection)
     connection->close();
     if (duplicate != -1)
         LingeringClose::close(duplicate, this);
+}
+
+void UpnpHttp::disconnected()
+{
+    sender()->deleteLater();
+    if (m_acceptor)
+        m_acceptor->descriptorClosed();
 }

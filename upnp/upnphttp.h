@@ -1,6 +1,7 @@
 #ifndef UPNPHTTP_H
 #define UPNPHTTP_H
 
+#include "connectionacceptor.h"
 #include "datecache.h"
 #include "qtcompat.h"
 
@@ -11,8 +12,6 @@
 
 class HttpConnection;
 class QFile;
-class QSocketNotifier;
-class QuietConnections;
 class UpnpSettings;
 
 namespace http
@@ -23,9 +22,8 @@ struct Request;
 // The description server: answers one GET per connection, with the device description, with the icon or with 404,
 // and closes the connection. Everything else a peer sends is read and never answered.
 //
-// Any number of peers may hold connections open; when the descriptors of the process become scarce, further ones
-// wait in the kernel until one is free again.
-class UpnpHttp : public QTcpServer
+// Any number of peers may hold connections open (ConnectionAcceptor).
+class UpnpHttp : public QTcpServer, private ConnectionServer
 {
     Q_OBJECT
 
@@ -47,23 +45,17 @@ protected:
 private slots:
     void readyRead();
     void disconnected();
-    void acceptConnections();
-    void serve(int descriptor);
 
 private:
     void startListening();
     bool tryToListen();
     bool isPortTaken() const;
     void takeOverAccepting();
-    // True when the connection is done with, also below.
-    bool serveNow(int descriptor);
-    void waitForBytes(int descriptor);
-    bool answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole);
-    bool closeAnswered(int descriptor, bool isRequestWhole);
-    void closeConnection(int descriptor);
+    Outcome serve(int descriptor) override;
+    Outcome answerAndClose(int descriptor, const QByteArray &answer, bool isRequestWhole);
+    Outcome closeAnswered(int descriptor, bool isRequestWhole);
+    void takeOver(int descriptor) override;
     HttpConnection *makeSocket(qtcompat::SocketDescriptor socketDescriptor);
-    void stopAccepting();
-    void tryAcceptingAgain();
     QByteArray answerTo(const http::Request &request, const QHostAddress &peer);
     QByteArray description(const QHostAddress &peer);
     void sendIcon(HttpConnection *connection);
@@ -73,12 +65,10 @@ private:
 
     UpnpSettings *settings;
     DateCache m_date;
-    QScopedPointer<QSocketNotifier> m_acceptable;
-    QuietConnections *m_quiet;
+    QScopedPointer<ConnectionAcceptor> m_acceptor; // null until the port is listened on
     QWeakPointer<QFile> m_icon; // there while peers are reading it
     quint64 m_descriptionsServed;
     quint64 m_iconsServed;
-    QBasicTimer m_retryTimer; // runs while accepting is paused
     QBasicTimer m_listenTimer; // runs while the port could not be listened on
 };
 

@@ -14,6 +14,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QScopedPointer>
+#include <QtCore/QSocketNotifier>
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
 
@@ -63,6 +64,7 @@ private slots:
     void requestsOfEverySizeAreServed();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
     void takenPortGoesUnnoticed();
+    void qtDoesNotAcceptByItself();
 
 private:
     bool isServed();
@@ -503,6 +505,15 @@ void TestUpnpHttp::takenPortGoesUnnoticed()
     QCOMPARE(m_server->serverPort(), quint16(8200));
     QCOMPARE(m_server->serverAddress().protocol(), QAbstractSocket::IPv4Protocol);
     QCOMPARE(log.lines(), QStringList());
+}
+
+void TestUpnpHttp::qtDoesNotAcceptByItself()
+{
+    const QList<QSocketNotifier *> ofQt = m_server->findChildren<QSocketNotifier *>();
+    QCOMPARE(ofQt.size(), 1);
+    QCOMPARE(qint64(ofQt.first()->socket()), qint64(m_server->socketDescriptor()));
+    QVERIFY(isServed());
+    QVERIFY(!ofQt.first()->isEnabled());
 }
 
 // Another process that holds connections to the server, until its standard input ends.

@@ -1,5 +1,5 @@
-#ifndef QUIETCONNECTIONS_H
-#define QUIETCONNECTIONS_H
+#ifndef IDLECONNECTIONS_H
+#define IDLECONNECTIONS_H
 
 #include <QtCore/QObject>
 #include <QtCore/QSet>
@@ -8,24 +8,24 @@ class QSocketNotifier;
 
 // Connections of which nothing has come yet. They wait in the kernel (epoll(7)): each costs its descriptor, but no object
 // and no place in the list that the event loop hands to the kernel on every pass.
-class QuietConnections : public QObject
+class IdleConnections : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit QuietConnections(QObject *parent);
+    explicit IdleConnections(QObject *parent);
     // Closes those that are left.
-    ~QuietConnections();
+    ~IdleConnections();
 
     // Takes over the descriptor of a connection. False, and nothing taken, when the kernel refuses.
     bool add(int descriptor);
 
 signals:
     // Bytes have come, or the peer has left. The descriptor is the receiver's again.
-    void stirred(int descriptor);
+    void readable(int descriptor);
 
 private slots:
-    void giveBack();
+    void takeReadable();
 
 private:
     int m_epoll;

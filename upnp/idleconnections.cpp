@@ -1,4 +1,4 @@
-#include "quietconnections.h"
+#include "idleconnections.h"
 
 #include <QtCore/QSocketNotifier>
 
@@ -7,7 +7,7 @@
 
 static const int maximalEventsPerPass = 64;
 
-QuietConnections::QuietConnections(QObject *parent)
+IdleConnections::IdleConnections(QObject *parent)
     : QObject(parent)
     , m_epoll(epoll_create1(EPOLL_CLOEXEC))
     , m_notifier(nullptr)
@@ -15,10 +15,10 @@ QuietConnections::QuietConnections(QObject *parent)
     if (m_epoll == -1)
         return;
     m_notifier = new QSocketNotifier(m_epoll, QSocketNotifier::Read, this);
-    connect(m_notifier, SIGNAL(activated(int)), this, SLOT(giveBack()));
+    connect(m_notifier, SIGNAL(activated(int)), this, SLOT(takeReadable()));
 }
 
-QuietConnections::~QuietConnections()
+IdleConnections::~IdleConnections()
 {
     delete m_notifier;
     for (QSet<int>::const_iterator i = m_descriptors.constBegin(); i != m_descriptors.constEnd(); ++i)
@@ -27,7 +27,7 @@ QuietConnections::~QuietConnections()
         close(m_epoll);
 }
 
-bool QuietConnections::add(int descriptor)
+bool IdleConnections::add(int descriptor)
 {
     struct epoll_event event = {};
     // Once is enough: afterwards the kernel says nothing more of the connection, and forgets it when it is closed.
@@ -39,12 +39,12 @@ bool QuietConnections::add(int descriptor)
     return true;
 }
 
-void QuietConnections::giveBack()
+void IdleConnections::takeReadable()
 {
     struct epoll_event events[maximalEventsPerPass];
     const int count = epoll_wait(m_epoll, events, maximalEventsPerPass, 0);
     for (int i = 0; i < count; ++i) {
         m_descriptors.remove(events[i].data.fd);
-        emit stirred(events[i].data.fd);
+        emit readable(events[i].data.fd);
     }
 }

@@ -1,0 +1,63 @@
+#ifndef CONNECTIONACCEPTOR_H
+#define CONNECTIONACCEPTOR_H
+
+#include <QtCore/QBasicTimer>
+#include <QtCore/QObject>
+
+class IdleConnections;
+class QSocketNotifier;
+
+// Who serves the connections that a ConnectionAcceptor has accepted.
+class ConnectionServer
+{
+public:
+    enum Outcome {
+        Closed, // the descriptor is closed
+        TakenOver, // the descriptor is the server's, until it closes it
+        NothingReceived // the descriptor is still the acceptor's
+    };
+
+    virtual ~ConnectionServer() { }
+
+    // A connection was accepted, or bytes have come on it, or its peer has left. Non-blocking.
+    virtual Outcome serve(int descriptor) = 0;
+    // Nothing has come yet, and there is no other place where the connection can wait for it.
+    virtual void takeOver(int descriptor) = 0;
+};
+
+// Accepts the connections of a listening socket and keeps those of which nothing has come. It knows descriptors only.
+//
+// When the descriptors of the process become scarce, further connections wait in the kernel. Whether one is free again is
+// looked at five times a second, and when one is told to be.
+class ConnectionAcceptor : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The listening socket is non-blocking and not owned, the server is not owned; both must outlive the acceptor.
+    ConnectionAcceptor(int listeningDescriptor, ConnectionServer *server, QObject *parent);
+
+    // To be called when the server has closed a descriptor that it had taken over.
+    void descriptorClosed();
+
+protected:
+    void timerEvent(QTimerEvent *event) override;
+
+private slots:
+    void acceptConnections();
+    void serveReadable(int descriptor);
+
+private:
+    ConnectionServer::Outcome serve(int descriptor);
+    void keep(int descriptor);
+    void pause();
+    void resumeIfPossible();
+
+    int m_listeningDescriptor;
+    ConnectionServer *m_server;
+    QSocketNotifier *m_acceptable;
+    IdleConnections *m_idle;
+    QBasicTimer m_pause; // runs while nothing is accepted
+};
+
+#endif
