@@ -1,6 +1,7 @@
 #include "zorvscan.h"
 
 #include "announcement.h"
+#include "device.h"
 #include "fwconfigglobals.h"
 #include "qtcompat.h"
 #include "registrylistener.h"
@@ -19,11 +20,11 @@
 
 static const char groupAddress[] = "239.255.77.76";
 static const quint16 announcementPort = 31416;
-static const char ownFamily[] = "Kelta";
+static const char ownFamily[] = DEVICE_MODEL_NAME;
 
-// Each join adds a connection, and there may be many in the life of a device. More than this would change nothing
-// but the time a datagram takes.
-static const int maximalConnections = 16;
+// Each set-up adds one, and there may be many in the life of a device. More than this would change nothing but the time
+// a datagram takes.
+static const int maximalReadsPerSignal = 16;
 
 // More than a socket holds by default. Under a lasting flood the event loop still gets its turn.
 static const int maximalBacklog = 1000;
@@ -48,8 +49,7 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_settings(deviceSettings)
     , m_interval(announcementInterval)
     , m_multicastPending(true)
-    , m_connections(0)
-    , m_callsOfReport(0)
+    , m_readsPerSignal(0)
     , m_counts()
     , m_listener(nullptr)
     , m_comparedSize(0)
@@ -84,12 +84,12 @@ int ZorvScan::setupMulticast()
         qWarning("join multicast failed: %s", m_socket->errorString().toLocal8Bit().constData());
         return -2;
     }
-    // Meant: one more connection each time (tst_zorvscan).
-    if (m_connections < maximalConnections && !connect(m_socket, SIGNAL(readyRead()), this, SLOT(pendingDatagrams()))) {
+    if (m_readsPerSignal == 0 && !connect(m_socket, SIGNAL(readyRead()), this, SLOT(readSocket()))) {
         qWarning("connect to multicast readyRead slot failed!");
         return -3;
     }
-    m_connections = qMin(m_connections + 1, maximalConnections);
+    // Meant: each set-up adds a read (tst_zorvscan).
+    m_readsPerSignal = qMin(m_readsPerSignal + 1, maximalReadsPerSignal);
     m_multicastPending = false;
     // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
     pendingDatagrams();
@@ -192,28 +192,34 @@ bool ZorvScan::receiveMore()
 
 void ZorvScan::pendingDatagrams()
 {
-    const bool hasReceived = receive();
+    if (receive())
+        handleDatagram();
+}
+
+void ZorvScan::readSocket()
+{
+    bool hasReceived = false;
+    for (int i = 0; i < m_readsPerSignal; ++i) {
+        hasReceived = receive();
+        if (hasReceived)
+            handleDatagram();
+    }
     if (hasReceived)
-        takeIn();
-    if (sender() != m_socket || ++m_callsOfReport < m_connections)
-        return;
-    m_callsOfReport = 0;
-    if (hasReceived)
-        takeBacklog();
+        readBacklog();
     m_hasNewcomer = false;
 }
 
 // So that a burst costs one turn of the event loop, not one for each datagram. It ends with a device that was not known:
 // its announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
-void ZorvScan::takeBacklog()
+void ZorvScan::readBacklog()
 {
     for (int i = 0; i < maximalBacklog && !m_hasNewcomer && receiveMore(); ++i)
-        takeIn();
+        handleDatagram();
 }
 
-void ZorvScan::takeIn()
+void ZorvScan::handleDatagram()
 {
-    const announcement::Place uuid = announcement::uuidIn(m_received.datagram());
+    const announcement::Span uuid = announcement::uuidIn(m_received.datagram());
     if (uuid.size == 0) {
         ++m_counts.withoutUuid;
         return;
@@ -222,7 +228,7 @@ void ZorvScan::takeIn()
     refresh();
 }
 
-// Nearly every device says the same every time: then only its time is new.
+// Nearly every announcement repeats the last one, and then only last-seen is updated.
 void ZorvScan::refresh()
 {
     if (ZorvDevice *unchanged = m_devices.findUnchanged(m_uuid, m_received.datagram())) {
@@ -248,7 +254,7 @@ void ZorvScan::add()
         m_listener->deviceAppeared(name);
 }
 
-// A known device never expires for want of room, at the worst its last announcement stays.
+// A full registry never expires a known device: its last announcement stays.
 void ZorvScan::replaceText(ZorvDevice *known)
 {
     const int size = m_received.datagram().size();

@@ -48,7 +48,8 @@ public:
     void setListener(RegistryListener *listener) { m_listener = listener; }
 
 public slots:
-    // Binds the port, joins the group on the default interface and connects the reception, once more for every call.
+    // Binds the port, joins the group on the default interface and connects the reception. Every successful call adds one
+    // datagram to those that are read at once for each readyRead() of the socket.
     // Returns 0, or -1 (port not bound), -2 (group not joined), -3 (not connected), each with a warning.
     // A failure is tried again at every announcement.
     int setupMulticast();
@@ -61,12 +62,15 @@ public slots:
     QVariantList allChilds(const QString &type);
     // The devices of the family "Kelta".
     QVariantList allChilds();
-    // Takes one received datagram, if there is one, into the registry. The last call of a report of the socket goes on
-    // with what else waits there.
+    // Takes one received datagram, if there is one, into the registry.
     void pendingDatagrams();
     // Builds the announcement anew from the settings; the next tick sends it.
     void configChanged();
     void connmanServicePropertyChanged(const QString &name, const QDBusVariant &map);
+
+private slots:
+    // The socket's readyRead(): one datagram for each set-up, then the backlog.
+    void readSocket();
 
 protected:
     void timerEvent(QTimerEvent *event) override;
@@ -78,8 +82,8 @@ private:
     bool joinGroup();
     bool receive();
     bool receiveMore();
-    void takeIn();
-    void takeBacklog();
+    void handleDatagram();
+    void readBacklog();
     void refresh();
     void add();
     void replaceText(ZorvDevice *known);
@@ -96,12 +100,11 @@ private:
     QByteArray m_uuid; // the part of it that names the device, not a copy
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
-    int m_connections; // from the socket to pendingDatagrams()
-    int m_callsOfReport; // of pendingDatagrams(), by the socket's present report
+    int m_readsPerSignal; // of the socket; 0: not connected yet
     Counts m_counts;
     RegistryListener *m_listener; // or null
     int m_comparedSize; // bytes of the texts whose values were compared since the last tick
-    bool m_hasNewcomer; // a device was added, and the socket has not finished a report since
+    bool m_hasNewcomer; // a device was added since the socket was last read to the end
     DeviceIndex m_devices; // the children that are devices
     QElapsedTimer m_sinceFullWarning;
 };

@@ -1362,7 +1362,8 @@ void tst_ZorvScan::methodsOfTheInterface()
     QCOMPARE(latin1(meta->superClass()->className()), latin1("QObject"));
     QCOMPARE(meta->classInfoCount(), 0);
     QCOMPARE(meta->propertyCount(), meta->propertyOffset());
-    QCOMPARE(meta->methodCount() - meta->methodOffset(), 8);
+    for (int i = meta->methodOffset() + 8; i < meta->methodCount(); ++i)
+        QCOMPARE(meta->method(i).access(), QMetaMethod::Private); // the bus does not see it
     for (int i = 0; i < 8; ++i) {
         const int index = meta->methodOffset() + i;
         const QMetaMethod method = meta->method(index);
