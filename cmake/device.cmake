@@ -6,6 +6,13 @@ set(DEVICE_MODEL_NAME "Kelta")
 set(DEVICE_MODEL_DESCRIPTION "Zorv Kelta industrial measurement")
 set(DEVICE_MODEL_URL "${DEVICE_MANUFACTURER_URL}/kelta")
 
+# The wired interface, whose addresses are announced, and where searches are received
+set(DEVICE_INTERFACE "eth0")
+
+# The icon, on the description server and in the device's file system
+set(DEVICE_ICON_PATH "/icons/kelta_icon48.png")
+set(DEVICE_ICON_FILE "/var/www${DEVICE_ICON_PATH}")
+
 set(DEVICE_BUS_NAME "com.zorv.upnpvelorn")
 # The user that the daemon runs as, who alone may own that name
 set(DEVICE_USER "upnpvelorn")

@@ -3,6 +3,7 @@
 #include "addresstext.h"
 #include "bareboxconfigproxy.h"
 #include "debugmessages.h"
+#include "device.h"
 #include "fwconfigglobals.h"
 #include "fwversionproxy.h"
 #include "interfaces.h"
@@ -137,7 +138,7 @@ void UpnpSettings::makeUuid(BareboxConfigProxy &bootloader)
 
 void UpnpSettings::readMacAddress()
 {
-    const QString colons = networkInterface(QLatin1String("eth0")).hardwareAddress();
+    const QString colons = networkInterface(QLatin1String(DEVICE_INTERFACE)).hardwareAddress();
     macAddress = QLatin1String("0x") + QString(colons).remove(QLatin1Char(':'));
 }
 

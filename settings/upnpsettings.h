@@ -13,7 +13,7 @@
 class BareboxConfigProxy;
 
 // Who the device is and how it is reached: the one source of every identity and network value that the
-// daemon sends. Readers ask at the moment of sending; nothing is kept elsewhere.
+// daemon sends. Readers ask at the moment of sending, or anew at every changed().
 //
 // The identity is gathered once, in the constructor, from the device's configuration service and from /proc;
 // afterwards only the host name and the four network values change.

@@ -5,6 +5,7 @@
 #include "addresstext.h"
 #include "dbusmap.h"
 #include "debugmessages.h"
+#include "device.h"
 #include "fwconfigglobals.h"
 #include "interfaces.h"
 
@@ -42,7 +43,7 @@ void UpnpSettings::configureIp()
 
 void UpnpSettings::readInterfaceAddresses()
 {
-    const QList<QNetworkAddressEntry> entries = networkInterface(QLatin1String("eth0")).addressEntries();
+    const QList<QNetworkAddressEntry> entries = networkInterface(QLatin1String(DEVICE_INTERFACE)).addressEntries();
     if (entries.size() == 1) {
         // Meant: an only address counts as the regular one, even when it is link-local or IPv6 (tst_networkstate).
         address = entries.first().ip();
