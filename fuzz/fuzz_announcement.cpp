@@ -211,7 +211,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     const QByteArray first = paths.takeFirst();
     const QByteArray second = paths.isEmpty() ? first.mid(first.size() / 2) : paths.takeFirst();
 
-    const announcement::Place found = announcement::uuidIn(first);
+    const announcement::Span found = announcement::uuidIn(first);
     const QString uuid = QString::fromLatin1(first.constData() + found.begin, found.size);
     REQUIRE(uuid == expectedUuid(first));
 

@@ -1,7 +1,7 @@
 #include "jsonlexer.h"
 
-#include "handover.h"
 #include "jsongrammar_p.h"
+#include "moveinto.h"
 
 #include <QVarLengthArray>
 
@@ -334,7 +334,7 @@ int JsonLexer::parseString()
         m_symbolValue = QVariant(keyTable().key(text + start, size));
     } else {
         QString string = toString(text + start, size);
-        handOver(string, m_symbolValue);
+        moveInto(string, m_symbolValue);
     }
     return JsonGrammar::T_STRING;
 }
@@ -359,7 +359,7 @@ int JsonLexer::parseEscapedString(int start, int backslash)
         return JsonGrammar::T_ERROR;
     value.append(plain, int(p - plain));
     QString string = toString(value.constData(), value.size());
-    handOver(string, m_symbolValue);
+    moveInto(string, m_symbolValue);
     ++m_pos;
     return JsonGrammar::T_STRING;
 }

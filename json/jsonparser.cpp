@@ -1,8 +1,8 @@
 #include "jsonparser.h"
 
-#include "handover.h"
 #include "jsongrammar_p.h"
 #include "jsonlexer.h"
+#include "moveinto.h"
 
 #include <QStringList>
 
@@ -167,7 +167,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Object: { Members }
     case 1:
-        handOver(m_maps[slot + 1], m_values[slot]);
+        moveInto(m_maps[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Members: string : Value
@@ -193,7 +193,7 @@ inline void JsonParser::runAction(int rule)
         break;
     // Array: [ Values ]
     case 12:
-        handOver(m_lists[slot + 1], m_values[slot]);
+        moveInto(m_lists[slot + 1], m_values[slot]);
         --m_depth;
         break;
     // Values: Value

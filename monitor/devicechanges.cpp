@@ -40,7 +40,7 @@ QStringList DeviceChanges::listed(Kind kind) const
     QMap<QString, Kind>::const_iterator i = m_kinds.constBegin();
     for (; i != m_kinds.constEnd(); ++i) {
         if (i.value() == kind)
-            uuids.append(dbusvalue::carriable(i.key()));
+            uuids.append(dbusvalue::sanitized(i.key()));
     }
     return uuids;
 }

@@ -1,5 +1,6 @@
 #include "announcement.h"
 
+#include "device.h"
 #include "interfaces.h"
 
 #include <QtCore/QByteArrayMatcher>
@@ -29,7 +30,7 @@ static void appendIpv4(QByteArray *text, const QList<Ipv4Address> &addresses)
 static void appendIpv6(QByteArray *text, const QList<Ipv6Address> &addresses)
 {
     for (int i = 0; i < addresses.size(); ++i) {
-        *text += "{\"address\":\"" + addresses.at(i).address.toLatin1().replace("%eth0", "");
+        *text += "{\"address\":\"" + addresses.at(i).address.toLatin1().replace("%" DEVICE_INTERFACE, "");
         *text += "\",\"prefix\":" + QByteArray::number(addresses.at(i).prefixLength);
         *text += "},";
     }
@@ -109,23 +110,23 @@ QList<Interface> interfacesOfThisMachine()
     return interfaces;
 }
 
-Place uuidIn(const QByteArray &datagram)
+Span uuidIn(const QByteArray &datagram)
 {
-    const Place nowhere = { 0, 0 };
+    const Span none = { 0, 0 };
     static const QByteArrayMatcher paramsKey("\"params\"");
     static const QByteArrayMatcher uuidKey("\"uuid\"");
     const int params = paramsKey.indexIn(datagram);
     if (params <= 0)
-        return nowhere;
+        return none;
     // Meant: without the key the search for the colon begins at position 5 (tst_announcement).
     const int colon = datagram.indexOf(':', uuidKey.indexIn(datagram, params) + uuidKey.pattern().size());
     if (colon == -1)
-        return nowhere;
+        return none;
     const int opening = datagram.indexOf('"', colon);
     const int closing = opening == -1 ? -1 : datagram.indexOf('"', opening + 1);
     if (closing <= opening + 1)
-        return nowhere;
-    return Place{ opening + 1, closing - opening - 1 };
+        return none;
+    return Span{ opening + 1, closing - opening - 1 };
 }
 
 } // namespace announcement

@@ -53,16 +53,16 @@ QByteArray text(const Values &values);
 // The interfaces of this machine, in the order of the operating system.
 QList<Interface> interfacesOfThisMachine();
 
-// Where in a datagram something is: size 0 stands for nowhere.
-struct Place
+// A part of a datagram. Size 0: there is none.
+struct Span
 {
     int begin;
     int size; // bytes
 };
 
 // The announcing device's uuid, found by the datagram's text alone: the first string behind the first "uuid" behind
-// "params". Nowhere when the datagram is none of this protocol.
-Place uuidIn(const QByteArray &datagram);
+// "params". Empty when there is none.
+Span uuidIn(const QByteArray &datagram);
 
 } // namespace announcement
 

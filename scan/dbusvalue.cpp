@@ -10,7 +10,7 @@ static const int depthOfList = 2; // array, variant
 static const int depthOfObject = 3; // array, entry, variant
 
 // Some clients refuse a whole message over one of Unicode's noncharacters, D-Bus itself only over a zero.
-static bool canBeCarried(uint codePoint)
+static bool isRepresentable(uint codePoint)
 {
     const bool isNoncharacter = (codePoint >= 0xfdd0 && codePoint <= 0xfdef) || (codePoint & 0xfffe) == 0xfffe;
     return codePoint != 0 && !isNoncharacter;
@@ -23,8 +23,8 @@ static int carriableLength(const QString &text, int i)
     if (c.unicode() < 0xd800 && c.unicode() != 0) // below surrogates and noncharacters
         return 1;
     if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
-        return canBeCarried(QChar::surrogateToUcs4(c, text.at(i + 1))) ? 2 : 0;
-    return !c.isHighSurrogate() && !c.isLowSurrogate() && canBeCarried(c.unicode()) ? 1 : 0;
+        return isRepresentable(QChar::surrogateToUcs4(c, text.at(i + 1))) ? 2 : 0;
+    return !c.isHighSurrogate() && !c.isLowSurrogate() && isRepresentable(c.unicode()) ? 1 : 0;
 }
 
 // How many units of the text, from its begin on, can all be carried.
@@ -45,7 +45,7 @@ static bool isCarriable(const QString &text)
     return carriablePrefix(text) == text.size();
 }
 
-QString carriable(const QString &text)
+QString sanitized(const QString &text)
 {
     const int prefix = carriablePrefix(text);
     if (prefix == text.size())
@@ -102,7 +102,7 @@ static QVariantMap carriableObject(const QVariantMap &object, int depth)
     for (QVariantMap::const_iterator entry = object.constBegin(); entry != object.constEnd(); ++entry) {
         const QVariant value = carriableValue(entry.value(), depth);
         if (value.isValid())
-            result.insert(carriable(entry.key()), value);
+            result.insert(sanitized(entry.key()), value);
     }
     return result;
 }
@@ -127,15 +127,15 @@ static QVariant carriableValue(const QVariant &value, int depth)
     case QMetaType::QVariantList:
         return depth < depthOfList ? QVariant() : QVariant(carriableList(value.toList(), depth - depthOfList));
     case QMetaType::QString:
-        return carriable(value.toString());
+        return sanitized(value.toString());
     default:
         return value;
     }
 }
 
-QVariantMap carriable(const QVariantMap &object)
+QVariantMap sanitized(const QVariantMap &object)
 {
-    // As good as always there is nothing to leave out and nothing to copy.
+    // Nearly always everything is representable, and nothing is copied.
     return isCarriableObject(object, maximalDepth) ? object : carriableObject(object, maximalDepth);
 }
 

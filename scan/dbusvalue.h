@@ -10,10 +10,10 @@ namespace dbusvalue
 // The object without the entries that the bus cannot carry: nulls, and lists and objects nested so deeply that the
 // bus would drop the connection. Such elements of lists are left out too; zero characters, surrogates without their
 // other half and Unicode's noncharacters (U+FFFE, U+FFFF, ...) are left out of texts.
-QVariantMap carriable(const QVariantMap &object);
+QVariantMap sanitized(const QVariantMap &object);
 
 // The text without the characters that a D-Bus string cannot hold.
-QString carriable(const QString &text);
+QString sanitized(const QString &text);
 
 // About how many bytes the value takes in a message; never less than it really takes.
 int marshalledSize(const QVariant &value);

@@ -53,7 +53,7 @@ inline void rounds(State *s)
 }
 
 template <int Count>
-inline void takeIn(State *s, quint64 word)
+inline void compress(State *s, quint64 word)
 {
     s->v3 ^= word;
     rounds<Count>(s);
@@ -78,8 +78,8 @@ inline quint64 hash(const Key &key, const QByteArray &text)
         key.low ^ Q_UINT64_C(0x6c7967656e657261), key.high ^ Q_UINT64_C(0x7465646279746573) };
     const uchar *p = reinterpret_cast<const uchar *>(text.constData());
     for (int words = text.size() / 8; words > 0; --words, p += 8)
-        detail::takeIn<RoundsOfAWord>(&s, qFromLittleEndian<quint64>(p));
-    detail::takeIn<RoundsOfAWord>(&s, detail::lastWord(p, text.size()));
+        detail::compress<RoundsOfAWord>(&s, qFromLittleEndian<quint64>(p));
+    detail::compress<RoundsOfAWord>(&s, detail::lastWord(p, text.size()));
     s.v2 ^= 0xff;
     detail::rounds<RoundsAtTheEnd>(&s);
     return s.v0 ^ s.v1 ^ s.v2 ^ s.v3;

@@ -324,12 +324,12 @@ QVariantMap ZorvDevice::newSummary(QString *familyType)
     summary.insert(keys().version, textOf(lookUp(device, keys().firmwareVersion)));
     summary.insert(keys().type, textOf(lookUp(device, keys().type)));
     summary.insert(keys().familyType, *familyType);
-    return dbusvalue::carriable(summary);
+    return dbusvalue::sanitized(summary);
 }
 
 QString ZorvDevice::jsonValue(const QString &path)
 {
-    return dbusvalue::carriable(textOf(value(path)));
+    return dbusvalue::sanitized(textOf(value(path)));
 }
 
 QString ZorvDevice::rawJson() const

@@ -12,7 +12,7 @@ HttpConnection::HttpConnection(QObject *parent)
 
 HttpConnection::~HttpConnection()
 {
-    takeKept();
+    takeLineBeginning();
 }
 
 bool HttpConnection::takeLine(QByteArray *line)
@@ -23,7 +23,7 @@ bool HttpConnection::takeLine(QByteArray *line)
         return false;
     }
     keep(readLine());
-    *line = takeKept();
+    *line = takeLineBeginning();
     return true;
 }
 
@@ -44,7 +44,7 @@ void HttpConnection::keep(const QByteArray &piece)
     s_kept += room;
 }
 
-QByteArray HttpConnection::takeKept()
+QByteArray HttpConnection::takeLineBeginning()
 {
     QByteArray kept = m_lineBeginning;
     m_lineBeginning = QByteArray();

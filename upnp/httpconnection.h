@@ -30,7 +30,7 @@ public:
 
 private:
     void keep(const QByteArray &piece);
-    QByteArray takeKept();
+    QByteArray takeLineBeginning();
 
     static int s_kept; // bytes of all line beginnings
 

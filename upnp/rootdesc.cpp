@@ -1,5 +1,7 @@
 #include "rootdesc.h"
 
+#include "device.h"
+
 namespace rootdesc
 {
 
@@ -22,7 +24,7 @@ QByteArray document(const Values &v)
     d.append("<serialNumber>").append(v.serialNumber).append("</serialNumber>");
     d.append("<UDN>uuid:Upnp-BasicDevice-1_0-").append(v.uuid).append("</UDN><UPC></UPC>");
     d += "<iconList><icon><mimetype>image/png</mimetype><width>48</width><height>48</height><depth>24</depth>";
-    d += "<url>/icons/kelta_icon48.png</url></icon></iconList>";
+    d += "<url>" DEVICE_ICON_PATH "</url></icon></iconList>";
     d += "<serviceList></serviceList>";
     d.append("<presentationURL>").append(v.presentationUrl).append("/</presentationURL>");
     d += "</device></root>";

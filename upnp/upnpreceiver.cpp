@@ -1,5 +1,6 @@
 #include "upnpreceiver.h"
 
+#include "device.h"
 #include "interfaces.h"
 #include "qtcompat.h"
 #include "sharedport.h"
@@ -15,7 +16,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-static const char multicastInterface[] = "eth0";
 static const unsigned char multicastTtl = 32;
 static const int announcementPeriod = 100000; // ms
 static const int maximalBindTries = 4;
@@ -64,7 +64,7 @@ void UpnpReceiver::setupMulticast()
     if (setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_TTL, &multicastTtl, sizeof multicastTtl) != 0)
         qWarning("setsocketopt ttl failed");
 
-    const QNetworkInterface interface = networkInterface(QLatin1String(multicastInterface));
+    const QNetworkInterface interface = networkInterface(QLatin1String(DEVICE_INTERFACE));
     if (!interface.isValid()) {
         qWarning("setsockopt: interface invalid");
         return;

@@ -436,7 +436,7 @@ def cpu_seconds(device) -> float:
     return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
-def cost_of_other_doors(device, peer, rounds: int = 30) -> float:
+def cost_of_other_sockets(device, peer, rounds: int = 30) -> float:
     """The processor time that the daemon uses while searches and bus calls are answered, about a second and a half."""
     before = cpu_seconds(device)
     for _ in range(rounds):
@@ -448,11 +448,11 @@ def cost_of_other_doors(device, peer, rounds: int = 30) -> float:
 
 def test_limit_lowered_below_use_and_raised_again(plain_build, device, peer):
     """Not so low that the kernel refuses to wait for the descriptors that there are."""
-    usual = cost_of_other_doors(device, peer)
+    usual = cost_of_other_sockets(device, peer)
     device.limit_open_files(len(device.open_files()) - 2)
     with peer.connect() as waiting:
         waiting.send(GET)
-        assert cost_of_other_doors(device, peer) < 2 * usual + 0.2
+        assert cost_of_other_sockets(device, peer) < 2 * usual + 0.2
         assert waiting.nothing_to_read()
         device.limit_open_files(1024)
         compare_bytes(waiting.receive_until_close(), DESCRIPTION)
@@ -461,23 +461,23 @@ def test_limit_lowered_below_use_and_raised_again(plain_build, device, peer):
 
 def test_limit_lowered_below_use_after_a_served_connection(plain_build, device, peer):
     served(peer)
-    usual = cost_of_other_doors(device, peer)
+    usual = cost_of_other_sockets(device, peer)
     device.limit_open_files(len(device.open_files()) - 2)
     with peer.connect() as waiting:
         waiting.send(GET)
-        assert cost_of_other_doors(device, peer) < 2 * usual + 0.2
+        assert cost_of_other_sockets(device, peer) < 2 * usual + 0.2
         assert waiting.nothing_to_read()
         device.limit_open_files(1024)
         compare_bytes(waiting.receive_until_close(), DESCRIPTION)
     served(peer)
 
 
-def test_out_of_descriptors_the_daemon_rests_and_keeps_some_for_its_other_doors(start_device, peer):
+def test_out_of_descriptors_the_daemon_rests_and_keeps_some_for_its_other_sockets(start_device, peer):
     device = start_device(nofile=64)
-    usual = cost_of_other_doors(device, peer)
+    usual = cost_of_other_sockets(device, peer)
     with contextlib.ExitStack() as stack:
         connections = [stack.enter_context(peer.connect()) for _ in range(80)]
-        assert cost_of_other_doors(device, peer, rounds=90) < 6 * usual + 0.2
+        assert cost_of_other_sockets(device, peer, rounds=90) < 6 * usual + 0.2
         assert connections[-1].nothing_to_read()
         connections[0].send(GET_ICON)
         compare_bytes(connections[0].receive_until_close(), icon_answer(png()))

@@ -145,7 +145,7 @@ def test_service_that_goes_wrong_while_the_network_is_asked_for(device, peer, ho
 
 
 def test_service_that_hangs_delays_and_does_not_stop(device, peer):
-    """All doors wait as long as the bus library does, and what arrived meanwhile is answered then."""
+    """Everything waits as long as the bus library does, and what arrived meanwhile is answered then."""
     device.fwconfig.forget_calls()
     device.fwconfig.behave("silent", "/network.GetAll")
     asking = device.bus.connect()

@@ -53,7 +53,7 @@ def flood(peer, data: bytes, to: tuple):
     pytest.param(announcing("flood"), PORT, id="announcements"),
     pytest.param(b"junk", PORT, id="junk"),
 ])
-def test_a_flood_leaves_the_other_doors_their_turn(device, peer, data, port):
+def test_a_flood_leaves_the_other_sockets_their_turn(device, peer, data, port):
     with flood(peer, data, (ADDRESS, port)) as sent:
         for _ in range(20):
             before = sent[0]

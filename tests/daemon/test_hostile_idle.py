@@ -8,7 +8,7 @@ from serving import GET_ICON, answers_within_a_second, served
 from simdevice.waiting import wait_for
 
 
-def other_doors_serve(device, peer) -> float:
+def other_sockets_serve(device, peer) -> float:
     """The processor time that it costs to use them for about a second and a half."""
     before = cpu_seconds(device)
     for _ in range(30):
@@ -20,11 +20,11 @@ def other_doors_serve(device, peer) -> float:
 def test_two_thousand_idle_connections_and_room_for_them(many_descriptors, start_device, peer):
     device = start_device(nofile=4096)
     count = min(2000, capacity(device))
-    usual = other_doors_serve(device, peer)
+    usual = other_sockets_serve(device, peer)
     before = len(device.open_files())
     with connections(peer, count):
         wait_for(lambda: len(device.open_files()) >= before + count, 30, "all are let in", lambda: len(device.open_files()))
-        assert other_doors_serve(device, peer) < 3 * usual + 0.3
+        assert other_sockets_serve(device, peer) < 3 * usual + 0.3
         served(peer)
     wait_for(lambda: len(device.open_files()) <= before, 30, "all are forgotten", lambda: len(device.open_files()))
     served(peer)
@@ -32,11 +32,11 @@ def test_two_thousand_idle_connections_and_room_for_them(many_descriptors, start
 
 def test_two_thousand_idle_connections_and_no_room_for_them(many_descriptors, start_device, peer):
     device = start_device(nofile=1024)
-    usual = other_doors_serve(device, peer)
+    usual = other_sockets_serve(device, peer)
     before = len(device.open_files())
     with connections(peer, 980, 1020) as idle:
         wait_for(lambda: len(device.open_files()) > 980, 30, "they have taken what there is", lambda: len(device.open_files()))
-        assert other_doors_serve(device, peer) < 3 * usual + 0.3
+        assert other_sockets_serve(device, peer) < 3 * usual + 0.3
         assert len(device.open_files()) <= 1024 - 8
         let_in = idle[0]
         let_in.settimeout(10)

@@ -27,7 +27,7 @@ def say_a_byte(talkers: list) -> None:
 
 
 @pytest.mark.parametrize("limit", [pytest.param(4096, id="4,096 descriptors"), pytest.param(None, id="the machine's own limit")])
-def test_talking_connections_leave_the_other_doors_their_turn(many_descriptors, start_device, peer, limit):
+def test_talking_connections_leave_the_other_sockets_their_turn(many_descriptors, start_device, peer, limit):
     device = start_device(nofile=limit)
     before = len(device.open_files())
     count = min(COUNT, capacity(device))
@@ -44,7 +44,7 @@ def test_talking_connections_leave_the_other_doors_their_turn(many_descriptors, 
     assert device.syslog.lines == []
 
 
-def test_answered_requests_without_an_end_leave_descriptors_for_the_other_doors(many_descriptors, start_device, peer):
+def test_answered_requests_without_an_end_leave_descriptors_for_the_other_sockets(many_descriptors, start_device, peer):
     """Each is answered at once, and its connection stays for a while, for what may still come of it."""
     device = start_device(nofile=256)
     before = len(device.open_files())

@@ -23,7 +23,7 @@ KINDS = ("recovered", "ended", "by design", "unreached", "BAD")
 
 def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--phase", action="append", choices=("start", "doors", "changes", "bus"),
+    parser.add_argument("--phase", action="append", choices=("start", "requests", "changes", "bus"),
                         help="what the daemon does meanwhile; may be repeated; all without it")
     parser.add_argument("--function", action="append", help="of the C library; may be repeated; all without it")
     parser.add_argument("--calls", default="1-", help="from the first to the last number, such as 3-7 or 3; all without it")

@@ -1,7 +1,7 @@
 """Lets every call of the daemon's fail once and looks at what becomes of it.
 
 A point is one call: in a phase (what the daemon does meanwhile), of a function, the n-th one, with an error. Each point
-gets a daemon of its own, whose time goes a hundred times faster. After the failure every door of the daemon is tried until
+gets a daemon of its own, whose time goes a hundred times faster. After the failure every service of the daemon is tried until
 all of them are as ever, or five minutes of the daemon's time have passed.
 """
 
@@ -28,7 +28,7 @@ from wirebytes import compare_bytes
 
 TIMES = 100
 LONGEST_RECOVERY = 300 / TIMES + 1  # seconds: three of the longest timer, and one for this machine
-PHASES = ("start", "doors", "changes", "bus")
+PHASES = ("start", "requests", "changes", "bus")
 
 # What can happen to each function; the first is the usual one.
 ERRORS = {
@@ -70,7 +70,7 @@ class Outcome(NamedTuple):
 
 FIRST_LOCATION = b"LOCATION:http://:8200/"  # before the daemon has read its address
 
-# What stays as it is after one failure, and why: function, error, door that stays shut, reason. None stands for any.
+# What stays as it is after one failure, and why: function, error, service that stays broken, reason. None stands for any.
 BY_DESIGN = (
     ("bind", "EADDRINUSE", None, "a port that another program has taken is left to it"),
     ("listen", "EADDRINUSE", None, "a port that another program has taken is left to it"),
@@ -80,7 +80,7 @@ BY_DESIGN = (
 
 
 class Broken(Exception):
-    """A door that is not as ever."""
+    """A service that is not as ever."""
 
 
 class Bench:
@@ -168,34 +168,34 @@ class Bench:
         return [file for file in self.device.open_files() if "faketime" not in file]
 
     def _judge(self, point: Point) -> Outcome:
-        broken = self._broken_doors()
+        broken = self._broken_services()
         if not self.device.running and "SIGTERM" not in broken:
             lines = [line.text for line in self.device.syslog.lines if line.level <= 2]
             return Outcome("ended", lines[-1]) if lines else Outcome(
                 "BAD", f"ended with {self.device.exit_status} without a line, {broken}, log {self._seen()}")
         if not broken:
             return Outcome("recovered")
-        reasons = [self._reason(point, door) for door in broken]
+        reasons = [self._reason(point, service) for service in broken]
         if all(reasons):
             return Outcome("by design", "; ".join(dict.fromkeys(reasons)))
-        return Outcome("BAD", f"{', '.join(f'{door} ({why})' for door, why in broken.items())}; log {self._seen()}")
+        return Outcome("BAD", f"{', '.join(f'{service} ({why})' for service, why in broken.items())}; log {self._seen()}")
 
     def _seen(self) -> str:
         return f"{self.device.syslog.texts} {self.device.output[-300:]!r}"
 
     @staticmethod
-    def _reason(point: Point, door: str) -> str:
+    def _reason(point: Point, service: str) -> str:
         for function, error, shut, reason in BY_DESIGN:
-            if function == point.function and error in (None, point.error) and shut in (None, door):
+            if function == point.function and error in (None, point.error) and shut in (None, service):
                 return reason
         return ""
 
     # The phases
 
-    def _doors(self) -> None:
-        for door in (self.search, self.description, self.icon, self.large_icon, self.split_request, self.listing):
+    def _requests(self) -> None:
+        for service in (self.search, self.description, self.icon, self.large_icon, self.split_request, self.listing):
             with contextlib.suppress(AssertionError, OSError, dbus.DBusException, Broken):
-                door()
+                service()
 
     def _changes(self) -> None:
         self.device.connman.state("ready")
@@ -223,9 +223,9 @@ class Bench:
         device.bus.wait_for_name(BUS_NAME, 3)
         device.wait_until_ready(3)
 
-    # The doors
+    # The services
 
-    def _broken_doors(self) -> dict:
+    def _broken_services(self) -> dict:
         """Tries all until they are as ever. Returns what is wrong in the end."""
         self.ssdp.clear()
         deadline = time.monotonic() + LONGEST_RECOVERY
@@ -233,7 +233,7 @@ class Bench:
                 "list": self.listing, "own announcement": self.own_announcement, "connman": self.connman,
                 "host name": self.host_name, "alive": self.alive, "idle": self.idle, "descriptors": self.descriptors}
         while True:
-            broken = {name: why for name, door in left.items() if (why := self._why_broken(door)) is not None}
+            broken = {name: why for name, service in left.items() if (why := self._why_broken(service)) is not None}
             if not self.device.running:
                 return broken
             if not broken:
@@ -245,11 +245,11 @@ class Bench:
         why = self._why_broken(self.term)
         return {} if why is None else {"SIGTERM": why}
 
-    def _why_broken(self, door: Callable) -> str:
+    def _why_broken(self, service: Callable) -> str:
         if not self.device.running:
             return "the daemon has ended"
         try:
-            door()
+            service()
         except (AssertionError, OSError, dbus.DBusException, Broken) as why:
             return (str(why).splitlines() or [type(why).__name__])[0][:200]
         return None

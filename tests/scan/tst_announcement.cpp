@@ -278,7 +278,7 @@ void tst_Announcement::missingKeyRows()
 
 static QString uuidText(const QByteArray &datagram)
 {
-    const announcement::Place uuid = announcement::uuidIn(datagram);
+    const announcement::Span uuid = announcement::uuidIn(datagram);
     return QString::fromLatin1(datagram.constData() + uuid.begin, uuid.size);
 }
 

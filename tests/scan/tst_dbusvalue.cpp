@@ -305,9 +305,9 @@ void tst_DbusValue::leavesOutWhatTheBusCannotCarry()
 {
     QFETCH(QVariantMap, value);
     QFETCH(QVariantMap, expected);
-    QCOMPARE(dbusvalue::carriable(value), expected);
+    QCOMPARE(dbusvalue::sanitized(value), expected);
     Conversation conversation;
-    QCOMPARE(conversation.answer(dbusvalue::carriable(value)).toMap(), expected);
+    QCOMPARE(conversation.answer(dbusvalue::sanitized(value)).toMap(), expected);
 }
 
 void tst_DbusValue::texts_data()
@@ -347,23 +347,23 @@ void tst_DbusValue::texts()
 {
     QFETCH(QString, text);
     QFETCH(QString, expected);
-    QCOMPARE(dbusvalue::carriable(text), expected);
+    QCOMPARE(dbusvalue::sanitized(text), expected);
     QVariantMap value;
     value.insert(text, QVariantList() << text << object("k", text));
     QVariantMap kept;
     kept.insert(expected, QVariantList() << expected << object("k", expected));
-    QCOMPARE(dbusvalue::carriable(value), kept);
+    QCOMPARE(dbusvalue::sanitized(value), kept);
     Conversation conversation;
-    QCOMPARE(conversation.answer(dbusvalue::carriable(value)).toMap(), kept);
+    QCOMPARE(conversation.answer(dbusvalue::sanitized(value)).toMap(), kept);
 }
 
 // All devices are listed together: a copy of every text would be a multiple of the work.
 void tst_DbusValue::whatCanBeCarriedIsNotCopied()
 {
     const QString text = latin1("a text") + QChar(0xd83d) + QChar(0xde00) + QChar(0xe000);
-    QVERIFY(dbusvalue::carriable(text).constData() == text.constData());
+    QVERIFY(dbusvalue::sanitized(text).constData() == text.constData());
     const QVariantMap value = object("list", list(object("k", text)));
-    const QVariantMap carried = dbusvalue::carriable(value);
+    const QVariantMap carried = dbusvalue::sanitized(value);
     QCOMPARE(carried, value);
     QVERIFY(carried.constBegin().key().constData() == value.constBegin().key().constData());
     const QVariantMap inner = carried.value(latin1("list")).toList().first().toMap();
@@ -377,7 +377,7 @@ void tst_DbusValue::whatIsLeftArrivesUnchanged()
     QVariantMap value = object("ipv4", list(address));
     value.insert(latin1("ipv6"), QVariantList());
     value.insert(latin1("more"), QVariantList() << true << Q_INT64_C(1) << 0.5 << latin1("t") << QVariant(list(false)));
-    QCOMPARE(dbusvalue::carriable(value), value);
+    QCOMPARE(dbusvalue::sanitized(value), value);
     Conversation conversation;
     QCOMPARE(conversation.answer(value).toMap(), value);
 }
@@ -409,7 +409,7 @@ void tst_DbusValue::nestingUpToWhatTheBusCarries()
     for (int depth = 1; depth <= carried + 5; ++depth) {
         const QVariantMap value = object("deep", nesting(depth));
         Conversation conversation;
-        const QVariant answer = conversation.answer(dbusvalue::carriable(value));
+        const QVariant answer = conversation.answer(dbusvalue::sanitized(value));
         QVERIFY(answer.isValid());
         QVERIFY(conversation.isConnected());
         QCOMPARE(depthOf(answer), depth <= carried ? depth + 1 : -1);
@@ -425,7 +425,7 @@ void tst_DbusValue::deeperNestingIsLeftOutAlone()
             QVariantMap value = object("name", latin1("n"));
             value.insert(latin1("deep"), nestings[kind](depth));
             value.insert(latin1("list"), QVariantList() << 1 << nestings[kind](depth) << 2);
-            const QVariantMap answer = conversation.answer(dbusvalue::carriable(value)).toMap();
+            const QVariantMap answer = conversation.answer(dbusvalue::sanitized(value)).toMap();
             QCOMPARE(answer.value(latin1("name")), QVariant(latin1("n")));
             const QVariantList elements = answer.value(latin1("list")).toList();
             QVERIFY(elements.size() == 2 || elements.size() == 3);
@@ -442,7 +442,7 @@ void tst_DbusValue::thousandsOfLevelsAreLeftOut()
     QVariantMap value = object("deep", nestedLists(4090));
     value.insert(latin1("objects"), nestedObjects(4090));
     value.insert(latin1("name"), latin1("n"));
-    QCOMPARE(conversation.answer(dbusvalue::carriable(value)).toMap().value(latin1("name")), QVariant(latin1("n")));
+    QCOMPARE(conversation.answer(dbusvalue::sanitized(value)).toMap().value(latin1("name")), QVariant(latin1("n")));
     QVERIFY(conversation.isConnected());
 }
 

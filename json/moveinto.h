@@ -1,5 +1,5 @@
-#ifndef HANDOVER_H
-#define HANDOVER_H
+#ifndef MOVEINTO_H
+#define MOVEINTO_H
 
 #include <QVariant>
 
@@ -7,7 +7,7 @@
 // would count the users of the content up and down again, and atomic counting takes longer than most of what is done
 // to a token.
 template <class Content>
-inline void handOver(Content &content, QVariant &value)
+inline void moveInto(Content &content, QVariant &value)
 {
     value = QVariant(Content());
     static_cast<Content *>(value.data())->swap(content);
