@@ -183,7 +183,8 @@ class ControlPoint:
     def _udp(self, from_address: str = None, from_port: int = 0) -> socket.socket:
         with self.host.inside():
             made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        if from_port:  # for a chosen one it may be set; two sockets whose ports the kernel chooses could get the same
+            made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         made.bind((from_address or "0.0.0.0", from_port))
         if from_address:
             made.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(from_address))

@@ -143,8 +143,16 @@ class Device:
         def ready() -> bool:
             if not self.running:
                 raise AssertionError(f"the daemon ended with status {self.exit_status}:\n{self.output}")
-            return self.answers() and (not http or self.listens(HTTP_PORT))
+            return self.answers() and (not http or self.listens(HTTP_PORT)) and self._all_threads_sleep()
         wait_for(ready, seconds, "the daemon is ready", lambda: self.output)
+
+    def _all_threads_sleep(self) -> bool:
+        """False while one has not run yet: with Qt 4 the one that watches files opens a pipe when it does."""
+        states = []
+        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
+            with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # it has ended in the meantime
+                states.append((task / "stat").read_text().rpartition(")")[2].split()[0])
+        return set(states) == {"S"}
 
     def answers(self, seconds: float = 5) -> bool:
         """Whether the daemon's event loop runs: /settings answers only from there."""

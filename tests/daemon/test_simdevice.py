@@ -127,6 +127,11 @@ def test_link_down_takes_the_way_out_and_up_gives_it_back(bare, peer):
     listener.wait_for(b"heard")
 
 
+def test_a_search_asks_from_a_port_of_its_own(device, peer):
+    peer.host.sysctl("net/ipv4/ip_local_port_range", "40000 40003")
+    assert [len(peer.search()) for _ in range(30)] == [1] * 30
+
+
 def test_a_link_local_peer_is_seen_as_such(start_device, peer):
     device = start_device(daemon="off", addresses=["10.77.0.2/24", "169.254.1.2/16"])
     peer.host.add_address("169.254.7.7/16")

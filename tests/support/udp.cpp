@@ -23,7 +23,9 @@ Udp::Udp(const char *address, quint16 port)
     , m_timeToLive(-1)
 {
     const int on = 1;
-    setsockopt(m_descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    // Two sockets with the option could get the same port from the kernel.
+    if (port != 0)
+        setsockopt(m_descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     setsockopt(m_descriptor, IPPROTO_IP, IP_RECVTTL, &on, sizeof on);
     const struct sockaddr_in local = socketAddress(address, port);
     if (bind(m_descriptor, reinterpret_cast<const struct sockaddr *>(&local), sizeof local) != 0)
