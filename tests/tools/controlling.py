@@ -1,5 +1,6 @@
 """Runs upnpvelornctl on a device, with or without a terminal."""
 
+import os
 import pathlib
 
 import pytest
@@ -7,7 +8,7 @@ import pytest
 from browsing import Browser
 from simdevice.device import Device, default_program
 
-PROGRAM = pathlib.Path(default_program()).parent / "upnpvelornctl"
+PROGRAM = pathlib.Path(os.environ.get("UPNPVELORNCTL") or pathlib.Path(default_program()).parent / "upnpvelornctl")
 
 # An emulated daemon has its tool beside it, but nothing that runs it.
 runs_here = pytest.mark.skipif(default_program().endswith("-emulated"), reason="upnpvelornctl is built for another processor")
