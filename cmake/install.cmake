@@ -17,15 +17,18 @@ install(CODE "
     configure_file(\"${CMAKE_SOURCE_DIR}/packaging/upnpvelorn.service.in\" \"${packaging}/upnpvelorn.service\" @ONLY)")
 
 install(TARGETS upnpvelorn RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}")
+install(TARGETS upnpvelornctl RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(FILES "${packaging}/upnpvelorn.service" DESTINATION "${SYSTEMD_UNIT_DIR}")
 install(FILES "${packaging}/upnpvelorn.conf" DESTINATION "${SYSUSERS_DIR}")
 install(FILES "${packaging}/${DEVICE_BUS_NAME}.conf" DESTINATION "${DBUS_DIR}/system.d")
 install(DIRECTORY packaging/interfaces/ DESTINATION "${DBUS_DIR}/interfaces" FILES_MATCHING PATTERN "*.xml")
 install(FILES man/upnpvelorn.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
 install(PROGRAMS tools/upnpvelorn-browse DESTINATION "${CMAKE_INSTALL_BINDIR}")
-install(FILES man/upnpvelorn-browse.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(FILES man/upnpvelorn-browse.1 man/upnpvelornctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES tools/upnpvelorn-browse.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
     RENAME upnpvelorn-browse)
+install(FILES tools/ctl/upnpvelornctl.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME upnpvelornctl)
 install(FILES wireshark/kelta.lua DESTINATION "${CMAKE_INSTALL_DATADIR}/upnpvelorn")
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 # What those two and docs/ lead to

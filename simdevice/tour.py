@@ -1,5 +1,7 @@
 """What the demonstration shows, step by step. Each step waits until it has really seen what it tells of."""
 
+import os
+import pathlib
 import re
 import subprocess
 import tempfile
@@ -7,12 +9,17 @@ import time
 import xml.etree.ElementTree
 
 from simdevice.controlpoint import ANNOUNCEMENTS, SSDP
-from simdevice.device import ICON, png
+from simdevice.device import ICON, default_program, png
 from simdevice.plant import PC_ADDRESS, Node
+from simdevice.sandbox import PYTHON
 
 EXPIRATION = 66   # seconds: three times the 22 that every announcement says
 TICK = 10         # seconds between two announcements of a device, and between its looks at what has expired
 SLACK = 10        # seconds granted to a slow machine
+
+# What the demonstration calls by name though it is not installed
+TOOLS = {"upnpvelorn-browse": [PYTHON, str(pathlib.Path(__file__).resolve().parent.parent / "tools" / "upnpvelorn-browse")],
+         "upnpvelornctl": [str(pathlib.Path(default_program()).parent / "upnpvelornctl")]}
 
 
 class NotSeen(Exception):
@@ -35,10 +42,12 @@ class Tour:
         self._search()
         self._describe(self._nodes[0])
         self._see_each_other()
+        self._show_tools(self._nodes[0])
         gone = self._nodes[-1]
         self._unplug(gone)
         self._move(self._nodes[0], "10.77.0.99")
         self._join()
+        self._check(self._nodes[1])
         self._forget(gone)
         self._screen.heading(f"Everything was seen, in {time.monotonic() - begun:.0f} seconds.")
 
@@ -105,10 +114,16 @@ class Tour:
 
     def _on_pc(self, command: list, quote: bool = True) -> str:
         """What a program prints that runs on the PC."""
-        self._screen.event("On the PC:  " + " ".join(command))
+        return self._run("the PC", ["nsenter", f"--net={self._plant.pc.host.path}", "--"], command, {}, quote)
+
+    def _on_device(self, node: Node, command: list) -> str:
+        return self._run(node.name, node.device.room.prefix, command, {"DBUS_SYSTEM_BUS_ADDRESS": node.device.bus.address})
+
+    def _run(self, where: str, prefix: list, command: list, environment: dict, quote: bool = True) -> str:
+        self._screen.event(f"On {where}:  " + " ".join(command))
         with tempfile.TemporaryFile("w+") as output, tempfile.TemporaryFile("w+") as errors:
-            process = subprocess.Popen(["nsenter", f"--net={self._plant.pc.host.path}", "--", *command],
-                                       stdin=subprocess.DEVNULL, stdout=output, stderr=errors)
+            process = subprocess.Popen([*prefix, *TOOLS.get(command[0], command[:1]), *command[1:]], stdin=subprocess.DEVNULL,
+                                       stdout=output, stderr=errors, env={**os.environ, **environment})
             self._show.until(lambda: process.poll() is not None, 60, f"{command[0]} ends")
             output.seek(0)
             errors.seek(0)
@@ -156,8 +171,25 @@ class Tour:
 
     # 5
 
+    def _show_tools(self, node: Node) -> None:
+        self._screen.heading("5. People see them")
+        self._screen.text("Two tools come with the daemon. The first needs none: it runs on any PC with Python, searches, and "
+                          "listens to both protocols.")
+        self._check_shown(self._on_pc(["upnpvelorn-browse"]), "upnpvelorn-browse")
+        self._screen.text("The second runs on a device and asks its daemon.")
+        self._check_shown(self._on_device(node, ["upnpvelornctl", "list"]), "upnpvelornctl")
+
+    def _check_shown(self, text: str, program: str) -> None:
+        rows = [line.split() for line in text.splitlines()]
+        missing = [node.name for node in self._nodes if not any({node.name, node.serial, node.address} <= set(row) for row in rows)]
+        if missing:
+            raise NotSeen(f"{', '.join(missing)} in what {program} prints")
+        self._screen.good(f"{program} shows all {len(self._nodes)} devices.")
+
+    # 6
+
     def _unplug(self, node: Node) -> None:
-        self._screen.heading(f"5. {node.name} loses its network cable")
+        self._screen.heading(f"6. {node.name} loses its network cable")
         self._show.until(lambda: self._last_announcement(node), TICK + SLACK, f"{node.name} announces itself")
         self._plant.unplug(node.name)
         self._screen.event(f"The cable of {node.name} is out.")
@@ -173,10 +205,10 @@ class Tour:
                     self._last[one.name] = datagram.time
         return self._last.get(node.name, 0)
 
-    # 6
+    # 7
 
     def _move(self, node: Node, address: str) -> None:
-        self._screen.heading(f"6. {node.name} gets another address")
+        self._screen.heading(f"7. {node.name} gets another address")
         old_url, before = node.description_url, time.monotonic()
         self._plant.move(node.name, address)
         self._screen.event(f"The network manager of {node.name} signals the new address {address}.")
@@ -193,10 +225,10 @@ class Tour:
                          f"everybody lists {node.name} at {address}")
         self._screen.good(f"With its next announcement the others list {node.name} at {address}.")
 
-    # 7
+    # 8
 
     def _join(self) -> None:
-        self._screen.heading("7. A device joins")
+        self._screen.heading("8. A device joins")
         node = self._add()
         self._wait_for_alive(node)
         others = [one for one in self._nodes if one.plugged]
@@ -206,10 +238,21 @@ class Tour:
                          f"{node.name} lists {', '.join(one.name for one in others)}")
         self._screen.good(f"{node.name} has heard all others that have a cable, and lists them.")
 
-    # 8
+    # 9
+
+    def _check(self, node: Node) -> None:
+        self._screen.heading(f"9. Is {node.name} as it should be?")
+        self._screen.text("The same tool looks at what the daemon needs around it and does. (upnpvelorn-browse check asks everything "
+                          "that can be asked from outside, which takes longer.)")
+        lines = self._on_device(node, ["upnpvelornctl", "check"]).splitlines()
+        if not lines or not all(line.startswith("✓") for line in lines):
+            raise NotSeen(f"nothing but ✓ in what upnpvelornctl check prints on {node.name}")
+        self._screen.good(f"Everything is right on {node.name}: {len(lines)} things were looked at.")
+
+    # 10
 
     def _forget(self, node: Node) -> None:
-        self._screen.heading(f"8. {node.name} is forgotten")
+        self._screen.heading(f"10. {node.name} is forgotten")
         last = self._last_announcement(node)
 
         def silent() -> float:

@@ -208,6 +208,22 @@ def test_anybody_may_read_what_the_daemon_has_done(stranger, name):
     assert call(stranger, MONITOR, PROPERTIES, "Set", "ssv", (OWN[MONITOR], name, Typed("s", "x"))) == DENIED
 
 
+@pytest.mark.parametrize("words, status, text", [
+    (["list"], 0, SERIAL), (["status"], 0, "Devices known"), (["show", SERIAL], 0, "daqStream:7411"),
+    (["announce"], 1, "only root may change something"), (["reconfigure"], 1, "only root may change something")],
+    ids=lambda value: value[0] if isinstance(value, list) else "")
+def test_the_tool_works_for_anybody(device, words, status, text):
+    if BUILT.name.endswith("-emulated"):
+        pytest.skip("upnpvelornctl is built for another processor")
+    reachable = shutil.copy(BUILT.parent / "upnpvelornctl", "/run/simdevice/upnpvelornctl")
+    done = subprocess.run(["setpriv", f"--reuid={STRANGER}", f"--regid={STRANGER}", "--clear-groups", reachable, *words],
+                          env=shortlived.environment(DBUS_SYSTEM_BUS_ADDRESS=device.bus.address), capture_output=True, text=True,
+                          timeout=20)
+    assert done.returncode == status
+    assert text in (done.stderr if status else done.stdout)
+    assert (done.stdout if status else done.stderr) == ""
+
+
 def test_denied_calls_have_no_effect(device, stranger):
     device.fwconfig.forget_calls()
     for interface in (OWN[SETTINGS], None):

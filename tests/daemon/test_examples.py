@@ -15,7 +15,7 @@ from simdevice.device import default_program
 from simdevice.sandbox import PYTHON
 from simdevice.waiting import wait_for
 
-EXAMPLES = pathlib.Path(__file__).resolve().parent.parent.parent / "examples"
+EXAMPLES = pathlib.Path(os.environ.get("UPNPVELORN_EXAMPLES") or pathlib.Path(__file__).resolve().parent.parent.parent / "examples")
 COMPILED = pathlib.Path(default_program()).parent / "examples" / "list_devices"
 
 

@@ -78,17 +78,20 @@ def listed_by(device: str) -> dict:
 def test_tour_sees_everything(show, output):
     status = show("--once").wait(150)
     assert status == 0, output()
-    seen = [line.split("✓ ", 1)[1] for line in output().splitlines() if "✓" in line]
+    seen = re.findall(r"^ *[\d.]+ s  ✓ (.*)$", output(), re.MULTILINE)
     assert seen[:-1] == [
         "The PC has heard all 3 devices.",
         "gssdp-discover has found all 3 devices.",
         "upnpc has found all 3 devices.",
         "The description is that of the device that announced it.",
         "Everybody lists everybody, and itself.",
+        "upnpvelorn-browse shows all 3 devices.",
+        "upnpvelornctl shows all 3 devices.",
         "First farewell under the old address, then the new one.",
         "With its next announcement the others list kelta-1 at 10.77.0.99.",
         "Everybody lists kelta-4.",
-        "kelta-4 has heard all others that have a cable, and lists them."]
+        "kelta-4 has heard all others that have a cable, and lists them.",
+        "Everything is right on kelta-2: 19 things were looked at."]
     assert seen[-1].startswith("Nobody else lists kelta-3 any more, ")
     assert "✗" not in output() and "\x1b" not in output()
     assert max(len(line) for line in output().splitlines()) <= 100

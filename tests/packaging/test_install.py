@@ -14,6 +14,7 @@ BUS_NAME = "com.zorv.upnpvelorn"
 FILES = {
     "sbin/upnpvelorn",
     "bin/upnpvelorn-browse",
+    "bin/upnpvelornctl",
     "lib/systemd/system/upnpvelorn.service",
     "lib/sysusers.d/upnpvelorn.conf",
     f"share/dbus-1/system.d/{BUS_NAME}.conf",
@@ -23,7 +24,9 @@ FILES = {
     f"share/dbus-1/interfaces/{BUS_NAME}.Monitor.xml",
     "share/man/man8/upnpvelorn.8",
     "share/man/man1/upnpvelorn-browse.1",
+    "share/man/man1/upnpvelornctl.1",
     "share/bash-completion/completions/upnpvelorn-browse",
+    "share/bash-completion/completions/upnpvelornctl",
     "share/upnpvelorn/kelta.lua",
     "share/doc/upnpvelorn/README.md",
     "share/doc/upnpvelorn/CHANGELOG.md",
@@ -78,7 +81,7 @@ def test_every_file_is_in_a_debian_package_or_left_out_on_purpose(installed):
 
 def test_only_programs_are_executable_and_nothing_is_empty(installed):
     modes = {name: (installed / name).stat() for name in files_below(installed)}
-    assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn", "bin/upnpvelorn-browse"}
+    assert {name for name, one in modes.items() if one.st_mode & stat.S_IXUSR} == {"sbin/upnpvelorn", "bin/upnpvelorn-browse", "bin/upnpvelornctl"}
     assert all(one.st_size > 0 and one.st_mode & stat.S_IROTH for one in modes.values())
 
 
@@ -90,13 +93,19 @@ def test_service_starts_the_daemon_of_its_prefix(tmp_path, prefix):
 
 
 def test_stripped_it_has_no_symbols(installed, tmp_path):
-    def symbols(prefix: pathlib.Path) -> bool:
-        done = subprocess.run(["readelf", "--wide", "--section-headers", prefix / "sbin/upnpvelorn"], check=True, text=True,
-                              capture_output=True)
+    def symbols(program: pathlib.Path) -> bool:
+        done = subprocess.run(["readelf", "--wide", "--section-headers", program], check=True, text=True, capture_output=True)
         return " .symtab " in done.stdout
 
-    assert symbols(installed)
-    assert not symbols(install(tmp_path, "/usr", "--strip"))
+    stripped = install(tmp_path, "/usr", "--strip")
+    for name in ("sbin/upnpvelorn", "bin/upnpvelornctl"):
+        assert symbols(installed / name)
+        assert not symbols(stripped / name)
+
+
+def test_the_tool_needs_no_network_library(installed):
+    done = subprocess.run(["readelf", "--dynamic", installed / "bin/upnpvelornctl"], check=True, text=True, capture_output=True)
+    assert "DBus.so" in done.stdout and "Network.so" not in done.stdout
 
 
 def slug(heading: str) -> str:
@@ -140,7 +149,7 @@ def test_descriptors_are_as_many_as_the_event_loop_can_watch(installed):
 
 def test_no_placeholder_is_left(installed):
     tool = {"bin/upnpvelorn-browse", "share/man/man1/upnpvelorn-browse.1"}  # which say root@ADDRESS
-    for name in files_below(installed) - {"sbin/upnpvelorn"} - tool:
+    for name in files_below(installed) - {"sbin/upnpvelorn", "bin/upnpvelornctl"} - tool:
         assert "@" not in (installed / name).read_text().replace("@system-service", "").replace("@privileged", "").replace(
             "@resources", ""), name
 

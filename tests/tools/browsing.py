@@ -15,7 +15,8 @@ from simdevice.network import Host
 from simdevice.sandbox import PYTHON
 from simdevice.waiting import wait_for
 
-TOOL = pathlib.Path(__file__).resolve().parent.parent.parent / "tools" / "upnpvelorn-browse"
+TOOL = pathlib.Path(os.environ.get("UPNPVELORN_BROWSE")
+                    or pathlib.Path(__file__).resolve().parent.parent.parent / "tools" / "upnpvelorn-browse")
 
 
 class Browser:

@@ -1,0 +1,59 @@
+#include "announcementear.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+static const char group[] = "239.255.77.76";
+static const quint16 port = 31416;
+static const int maximalSize = 65536;
+
+static struct sockaddr_in groupAddress()
+{
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    inet_pton(AF_INET, group, &address.sin_addr);
+    return address;
+}
+
+AnnouncementEar::AnnouncementEar()
+    : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+{
+    if (m_socket == -1 || !open())
+        m_problem = QString::fromLocal8Bit(std::strerror(errno));
+}
+
+AnnouncementEar::~AnnouncementEar()
+{
+    if (m_socket != -1)
+        close(m_socket);
+}
+
+// Shared as the daemon shares it, and joined where the daemon joins: on the interface that the route names.
+bool AnnouncementEar::open()
+{
+    const int on = 1;
+    const struct sockaddr_in address = groupAddress();
+    struct ip_mreq membership = {};
+    membership.imr_multiaddr = address.sin_addr;
+    return setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0
+        && setsockopt(m_socket, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on) == 0
+        && bind(m_socket, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) == 0
+        && setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
+}
+
+QByteArray AnnouncementEar::next(int patience)
+{
+    struct pollfd readable = { m_socket, POLLIN, 0 };
+    if (poll(&readable, 1, patience) <= 0)
+        return QByteArray();
+    QByteArray datagram(maximalSize, '\0');
+    const ssize_t size = recv(m_socket, datagram.data(), size_t(datagram.size()), 0);
+    datagram.resize(int(qMax(ssize_t(0), size)));
+    return datagram;
+}

@@ -1,0 +1,307 @@
+#include "announcementear.h"
+#include "bus.h"
+#include "commands.h"
+#include "daemon.h"
+#include "device.h"
+#include "httpget.h"
+#include "output.h"
+#include "ownnetwork.h"
+#include "pngsize.h"
+#include "procnet.h"
+#include "report.h"
+#include "text.h"
+
+#include <QtCore/QElapsedTimer>
+
+static const char wiredInterface[] = "eth0";
+static const char searchGroup[] = "239.255.255.250";
+static const char announcementGroup[] = "239.255.77.76";
+static const quint16 searchPort = 1900;
+static const quint16 announcementPort = 31416;
+static const quint16 httpPort = 8200;
+static const char descriptionPath[] = "/rootDesc.xml";
+static const char iconPath[] = "/icons/kelta_icon48.png";
+static const int iconSize = 48; // points
+static const int hearingTime = 11000; // ms: an announcement's ten seconds, and one more
+static const int progressPeriod = 500; // ms
+
+static QString latin1(const char *text)
+{
+    return QString::fromLatin1(text);
+}
+
+static QString orNone(const QString &text)
+{
+    return text.isEmpty() ? latin1("none") : text;
+}
+
+namespace
+{
+
+// What is asked of the daemon once, and compared with everything else.
+struct Identity
+{
+    QString hostname;
+    QString serial;
+    QString firmware;
+    QString address;
+    QString linkLocal;
+    QString macAddress;
+};
+
+class Check
+{
+public:
+    Check()
+        : m_user(-1)
+        , m_hasIdentity(false)
+    {
+    }
+
+    int run();
+
+private:
+    void checkName();
+    void checkConfigurationService();
+    void checkConnman();
+    void readIdentity();
+    void checkIdentity();
+    void checkPort(const char *what, const char *table, quint16 port, bool isTcp);
+    void checkGroups();
+    void checkAddresses();
+    void checkAddress(const QStringList &there);
+    void checkDescription();
+    void checkIcon();
+    void checkList();
+    void checkAnnouncement();
+    bool hearsItself(AnnouncementEar *ear);
+    QString serverAddress() const;
+
+    Report m_report;
+    qint64 m_user; // that the daemon runs as; -1: it does not run
+    Identity m_identity;
+    bool m_hasIdentity;
+};
+
+} // namespace
+
+int Check::run()
+{
+    checkName();
+    checkConfigurationService();
+    checkConnman();
+    readIdentity();
+    checkIdentity();
+    checkPort("UDP port 1900", "udp", searchPort, false);
+    checkPort("UDP port 31416", "udp", announcementPort, false);
+    checkPort("TCP port 8200", "tcp", httpPort, true);
+    checkGroups();
+    checkAddresses();
+    checkDescription();
+    checkIcon();
+    checkList();
+    checkAnnouncement();
+    return m_report.isAllRight() ? 0 : 1;
+}
+
+void Check::checkName()
+{
+    const bool isThere = bus::hasOwner(DEVICE_BUS_NAME);
+    m_user = isThere ? bus::userOf(DEVICE_BUS_NAME) : -1;
+    m_report.judge(isThere, "bus name " DEVICE_BUS_NAME,
+        isThere ? latin1("process %1 of user %2").arg(bus::processOf(DEVICE_BUS_NAME)).arg(ownnetwork::userName(m_user)) : latin1("nobody has it"),
+        latin1("the daemon has it on a healthy device; start it, and see why it ended: journalctl -t upnp"));
+}
+
+void Check::checkConfigurationService()
+{
+    const bool isThere = bus::hasOwner(DEVICE_CONFIG_SERVICE);
+    m_report.judge(isThere, "configuration service", latin1(isThere ? DEVICE_CONFIG_SERVICE " is on the bus" : "nobody is " DEVICE_CONFIG_SERVICE),
+        latin1("it has to be there before the daemon starts, which asks it once who the device is"));
+}
+
+void Check::checkConnman()
+{
+    if (bus::hasOwner("net.connman"))
+        m_report.right("connman", latin1("is on the bus"));
+    else
+        m_report.skipped("connman", latin1("is not on the bus; whatever configures the network has to call upnpvelornctl reconfigure"));
+}
+
+void Check::readIdentity()
+{
+    QString problem;
+    m_identity.hostname = daemon::setting("strHostname", &problem);
+    m_identity.serial = daemon::setting("getSerial", &problem);
+    m_identity.firmware = daemon::setting("getModelNr", &problem);
+    m_identity.address = daemon::setting("getAddressStr", &problem);
+    m_identity.linkLocal = daemon::setting("getAutoipAddressStr", &problem);
+    m_identity.macAddress = daemon::setting("getMacAddress", &problem);
+    m_hasIdentity = problem.isEmpty();
+    if (m_user != -1)
+        m_report.judge(m_hasIdentity, "object /settings", m_hasIdentity ? latin1("answers") : problem, latin1("a healthy daemon answers"));
+}
+
+void Check::checkIdentity()
+{
+    static const char advice[] = "a healthy device has one; the configuration service has to answer before the daemon starts";
+    if (!m_hasIdentity)
+        return;
+    m_report.judge(!m_identity.serial.isEmpty(), "serial number", orNone(m_identity.serial), latin1(advice));
+    m_report.judge(!m_identity.firmware.isEmpty(), "firmware version", orNone(m_identity.firmware), latin1(advice));
+    const QString hostname = text::clean(ownnetwork::hostname());
+    m_report.judge(m_identity.hostname == hostname, "host name", orNone(m_identity.hostname),
+        latin1(m_identity.hostname.isEmpty() ? "the kernel has %1; the configuration service has to answer before the daemon starts"
+                                             : "the kernel has %1; the daemon has to be able to read /proc/sys/kernel/hostname")
+            .arg(hostname));
+}
+
+void Check::checkPort(const char *what, const char *table, quint16 port, bool isTcp)
+{
+    const QList<procnet::Socket> sockets = procnet::sockets(procnet::table(table));
+    QStringList seen;
+    bool isDaemons = false;
+    for (int i = 0; i < sockets.size(); ++i) {
+        const procnet::Socket &socket = sockets.at(i);
+        if (socket.port != port || socket.isListening != isTcp)
+            continue;
+        isDaemons = isDaemons || (socket.user == m_user && socket.address == latin1("0.0.0.0"));
+        seen += latin1("%1 of user %2").arg(socket.address, ownnetwork::userName(socket.user));
+    }
+    m_report.judge(isDaemons, what, seen.isEmpty() ? latin1("nobody has it") : seen.join(latin1(", ")),
+        latin1(isTcp ? "the daemon listens on 0.0.0.0 on a healthy device; another program must not have it: ss -ltnp"
+                     : "the daemon has it on a healthy device; see who does not share it: ss -lunp"));
+}
+
+static bool isJoined(const QMap<QString, QStringList> &groups, const QString &group, const QString &interface)
+{
+    if (!interface.isEmpty())
+        return groups.value(interface).contains(group);
+    QMap<QString, QStringList>::const_iterator i = groups.constBegin();
+    while (i != groups.constEnd() && !(i.key() != latin1("lo") && i.value().contains(group)))
+        ++i;
+    return i != groups.constEnd();
+}
+
+// Any program's: the kernel does not say whose. It is looked at before this program joins one itself.
+void Check::checkGroups()
+{
+    const QMap<QString, QStringList> groups = procnet::groups(procnet::table("igmp"));
+    const bool searches = isJoined(groups, latin1(searchGroup), latin1(wiredInterface));
+    m_report.judge(searches, "group 239.255.255.250", latin1(searches ? "joined on eth0" : "not joined on eth0"),
+        latin1("a healthy device has joined it; is eth0 up, with an address? It is tried again every 100 seconds"));
+    const bool announcements = isJoined(groups, latin1(announcementGroup), QString());
+    m_report.judge(announcements, "group 239.255.77.76", latin1(announcements ? "joined" : "not joined"),
+        latin1("a healthy device has joined it; there has to be a route for multicast: ip route get 239.255.77.76. It is tried again "
+               "every ten seconds"));
+}
+
+void Check::checkAddresses()
+{
+    const QStringList there = ownnetwork::addresses(wiredInterface);
+    m_report.judge(!there.isEmpty(), "network interface eth0",
+        !ownnetwork::hasInterface(wiredInterface) ? latin1("is not there") : there.isEmpty() ? latin1("has no address")
+                                                                                             : there.join(latin1(", ")),
+        latin1("a healthy device has it, with an address: ip address show dev eth0"));
+    if (!m_hasIdentity)
+        return;
+    checkAddress(there);
+    const QString mac = QLatin1String("0x") + ownnetwork::macAddress(wiredInterface);
+    m_report.judge(m_identity.macAddress == mac, "MAC address", m_identity.macAddress,
+        latin1("the kernel has %1; the daemon reads it when it starts").arg(mac));
+}
+
+void Check::checkAddress(const QStringList &there)
+{
+    static const char advice[] = "eth0 has %1; tell the daemon: upnpvelornctl reconfigure";
+    const QString all = there.isEmpty() ? latin1("no address") : there.join(latin1(", "));
+    m_report.judge(there.contains(m_identity.address, Qt::CaseInsensitive), "address of the daemon", orNone(m_identity.address),
+        latin1(advice).arg(all));
+    if (!m_identity.linkLocal.isEmpty())
+        m_report.judge(there.contains(m_identity.linkLocal), "link-local address of the daemon", m_identity.linkLocal,
+            latin1(advice).arg(all));
+}
+
+// It listens on all of them.
+QString Check::serverAddress() const
+{
+    const bool isIpv4 = m_identity.address.contains(QLatin1Char('.'));
+    return isIpv4 ? m_identity.address : latin1("127.0.0.1");
+}
+
+void Check::checkDescription()
+{
+    QString reason;
+    const QByteArray answer = httpGet(serverAddress(), httpPort, descriptionPath, &reason);
+    const bool isRight = answer.startsWith("HTTP/1.1 200") && answer.contains("</root>");
+    m_report.judge(isRight, "description", isRight ? latin1("served at http://%1:8200/rootDesc.xml").arg(serverAddress()) : answer.isEmpty() ? latin1("not served: %1").arg(reason)
+                                                                                                                                             : latin1("the answer is ") + text::clean(text::fromBytes(answer.left(answer.indexOf('\r')))),
+        latin1("the daemon serves it at TCP port 8200 on a healthy device; does another program have the port? ss -ltnp"));
+}
+
+static QString iconSeen(const QByteArray &answer, const QString &reason)
+{
+    const int end = answer.indexOf("\r\n\r\n");
+    const PngSize size = pngSize(answer.mid(end + 4));
+    if (answer.isEmpty())
+        return latin1("not served: %1").arg(reason);
+    if (!answer.startsWith("HTTP/1.1 200"))
+        return latin1("not found");
+    return size.isPng ? latin1("a PNG of %1 by %2 points").arg(size.width).arg(size.height) : latin1("no PNG");
+}
+
+void Check::checkIcon()
+{
+    QString reason;
+    const QString seen = iconSeen(httpGet(serverAddress(), httpPort, iconPath, &reason), reason);
+    m_report.judge(seen == latin1("a PNG of %1 by %1 points").arg(iconSize), "icon", seen,
+        latin1("a healthy device has a PNG of 48 by 48 points at /var/www/icons/kelta_icon48.png, which %1 may read").arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
+}
+
+void Check::checkList()
+{
+    QString problem;
+    const QList<Neighbour> neighbours = daemon::neighbours(QString(), &problem);
+    if (m_user == -1 || !problem.isEmpty())
+        return;
+    bool isThere = false;
+    for (int i = 0; i < neighbours.size(); ++i)
+        isThere = isThere || text::clean(neighbours.at(i).uuid) == m_identity.serial;
+    m_report.judge(isThere, "list of devices", latin1(isThere ? "has %1, this one among them" : "has %1, this one not among them").arg(neighbours.size()),
+        latin1("a healthy device hears itself within ten seconds of its start"));
+}
+
+bool Check::hearsItself(AnnouncementEar *ear)
+{
+    const QByteArray own = "\"uuid\":\"" + m_identity.serial.toUtf8() + "\"";
+    QElapsedTimer timer;
+    timer.start();
+    while (!timer.hasExpired(hearingTime)) {
+        output::progress(latin1("Waiting for the device's announcement, %1 of at most %2 s").arg(timer.elapsed() / 1000).arg(hearingTime / 1000));
+        if (ear->next(progressPeriod).contains(own))
+            return true;
+    }
+    return false;
+}
+
+void Check::checkAnnouncement()
+{
+    if (!m_hasIdentity) {
+        m_report.skipped("announcement", latin1("not waited for, since the daemon does not say who it is"));
+        return;
+    }
+    AnnouncementEar ear;
+    if (!ear.problem().isEmpty()) {
+        m_report.wrong("announcement", latin1("cannot be listened for: %1").arg(ear.problem()),
+            latin1("there has to be a route for multicast (ip route get 239.255.77.76), and UDP port 31416 has to be shared"));
+        return;
+    }
+    const bool isHeard = hearsItself(&ear);
+    m_report.judge(isHeard, "announcement", latin1(isHeard ? "heard" : "not heard in 11 seconds"),
+        latin1("a healthy device sends one every ten seconds; does a firewall let UDP port 31416 out and in?"));
+}
+
+int checkDevice()
+{
+    return Check().run();
+}

@@ -1,0 +1,16 @@
+#ifndef PNGSIZE_H
+#define PNGSIZE_H
+
+#include <QtCore/QByteArray>
+
+struct PngSize
+{
+    bool isPng;
+    quint32 width; // points
+    quint32 height;
+};
+
+// Of the picture that begins with these bytes.
+PngSize pngSize(const QByteArray &file);
+
+#endif
