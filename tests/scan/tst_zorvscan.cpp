@@ -183,6 +183,7 @@ private slots:
 
     void secondSetupSucceedsSilently();
     void eachSuccessfulSetupConnectsOnceMore();
+    void setupConnectsSixteenTimesAtMost();
     void portTaken();
     void networkDownAtStart();
     void datagramsBeforeTheJoinDoNotMakeItDeaf();
@@ -360,16 +361,32 @@ void tst_ZorvScan::secondSetupSucceedsSilently()
 
 void tst_ZorvScan::eachSuccessfulSetupConnectsOnceMore()
 {
-    for (int setups = 1; setups <= 2; ++setups) {
+    for (int setups = 1; setups <= 16; ++setups) {
         ZorvScan scan(m_settings, interval, 0);
         for (int i = 1; i < setups; ++i)
             QCOMPARE(scan.setupMulticast(), 0);
         drain(scan);
         Loopback loopback;
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 18; ++i)
             QVERIFY(loopback.send(announcing(QByteArray::number(i))));
         QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
         QCOMPARE(devicesOf(scan).size(), setups);
+    }
+}
+
+// A program that sets up again and again does not make each report dearer for ever.
+void tst_ZorvScan::setupConnectsSixteenTimesAtMost()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    for (int i = 0; i < 30; ++i)
+        QCOMPARE(scan.setupMulticast(), 0);
+    drain(scan);
+    Loopback loopback;
+    for (int i = 0; i < 40; ++i)
+        QVERIFY(loopback.send(announcing(QByteArray::number(i))));
+    for (int reports = 1; reports <= 2; ++reports) {
+        QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
+        QCOMPARE(devicesOf(scan).size(), 16 * reports);
     }
 }
 

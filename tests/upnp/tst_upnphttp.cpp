@@ -34,6 +34,7 @@ private slots:
 
     void descriptionIsServed_data();
     void descriptionIsServed();
+    void linkLocalPeersGetTheLinkLocalDescription_data();
     void linkLocalPeersGetTheLinkLocalDescription();
     void valuesAreThoseOfTheMoment();
     void requestInTwoSegmentsIsAnsweredAfterTheSecond();
@@ -61,6 +62,7 @@ private slots:
     void whatFollowsTheRequestIsIgnored();
     void requestsOfEverySizeAreServed_data();
     void requestsOfEverySizeAreServed();
+    void whatStandsBehindTheLargestShortRequestResetsNothing();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
     void takenPortGoesUnnoticed();
 
@@ -141,11 +143,25 @@ void TestUpnpHttp::descriptionIsServed()
     QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
 }
 
+void TestUpnpHttp::linkLocalPeersGetTheLinkLocalDescription_data()
+{
+    QTest::addColumn<int>("firstPiece");
+
+    QTest::newRow("whole request") << 0;
+    QTest::newRow("in two pieces") << 11;
+}
+
 void TestUpnpHttp::linkLocalPeersGetTheLinkLocalDescription()
 {
+    QFETCH(int, firstPiece);
+    const QByteArray request = descriptionRequest;
     QVERIFY(m_device->addLinkLocalAddress());
     Peer peer("169.254.7.8");
-    QVERIFY(peer.send(descriptionRequest));
+    if (firstPiece > 0) {
+        QVERIFY(peer.send(request.left(firstPiece)));
+        QVERIFY(isSilentAndOpen(&peer));
+    }
+    QVERIFY(peer.send(request.mid(firstPiece)));
     QVERIFY(peer.readToEnd());
     QByteArray header = withDateOf(peer.received(), "Date: ", "ddd, dd MMM yyyy hh:mm:ss", testData("description_header.msg"));
     QVERIFY(compareBytes(peer.received(), header.replace("Content-Length: 924\r\n", "Content-Length: 923\r\n") + testData("rootdesc_autoip.xml")));
@@ -450,6 +466,18 @@ void TestUpnpHttp::requestsOfEverySizeAreServed()
     QVERIFY(peer.send(request));
     QVERIFY(peer.readToEnd());
     QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+}
+
+// Its first 4096 bytes end like a request, and there is more: whoever closes behind them resets the connection.
+void TestUpnpHttp::whatStandsBehindTheLargestShortRequestResetsNothing()
+{
+    const QByteArray line = "GET /rootDesc.xml\r\nA:";
+    for (int more = 0; more <= 2; ++more) {
+        Peer peer;
+        QVERIFY(peer.send(line + QByteArray(4096 - line.size() - 4, 'x') + "\r\n\r\n" + QByteArray(more, 'x')));
+        QVERIFY(peer.readToEnd());
+        QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
+    }
 }
 
 // Lowers the number of descriptors that the process may have.
