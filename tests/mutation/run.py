@@ -6,9 +6,10 @@
   run.py --seed 1 --sample 400 --report  what is known of it, without trying anything
 
 A change that does not compile, or of which the compiler makes the same code, does not count. Each of the others meets the
-unit tests of its folder, all unit tests, the fuzzers' seeds, the black-box tests that concern it, and with --thorough the
-remaining ones and the sanitizers, until one fails. A black-box test that fails is run once more. What was found out is kept in
-build-mutation/, so a run that was broken off goes on. equivalents.txt has the changes that nobody can notice, each with a reason.
+unit tests of its folder, those of its users, the fuzzers' seeds, the black-box tests that concern it, and with --thorough the
+remaining ones and the sanitizers, until one fails; with --quick no black-box tests. A black-box test that fails is run once more.
+What was found out is kept in build-mutation/, so a run that was broken off goes on, and one without --quick takes up what is
+left. equivalents.txt has the changes that nobody can notice, each with a reason.
 
 Ends with 0 when every change was noticed, else with 1.
 """
@@ -33,8 +34,8 @@ import stages
 from tree import FOLDERS, ROOT, BuildError, Tree
 
 WORK = ROOT / "build-mutation"
-_FROM_HERE_ON_TWICE = 3  # the stage of the first black-box tests
-_AT_THE_SAME_TIME = 4  # black-box tests, which wait most of the time
+_LAST_UNIT_STAGE, _LAST_NEAR_STAGE, _LAST_TEST_STAGE, _SANITIZERS = 2, 3, 4, 5  # in stages.NAMES
+_AT_THE_SAME_TIME = 4  # tests of one mutant
 
 
 def arguments() -> argparse.Namespace:
@@ -43,6 +44,7 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--sample", type=int, help="how many, chosen by the seed; of --lines and --change as well")
     parser.add_argument("--lines", action="append", default=[], metavar="FILE:FROM-TO")
     parser.add_argument("--change", metavar="REVISION[..REVISION]")
+    parser.add_argument("--quick", action="store_true", help="unit tests and seeds alone")
     parser.add_argument("--thorough", action="store_true", help="all black-box tests and the sanitizers for what is left")
     parser.add_argument("--jobs", type=int, default=1, help="mutants at the same time, each in a build of its own")
     parser.add_argument("--again", action="store_true", help="tries once more what nobody has noticed")
@@ -60,6 +62,10 @@ def chosen(options: argparse.Namespace, mutants: list) -> list:
     elif options.sample is None:
         sys.exit("run.py: --sample, --lines or --change says what to try; see --help")
     return selection.sample(mutants, options.seed, options.sample) if options.sample is not None else mutants
+
+
+def last_stage(options: argparse.Namespace) -> int:
+    return _SANITIZERS if options.thorough else _LAST_UNIT_STAGE if options.quick else _LAST_NEAR_STAGE
 
 
 def key_of(mutant) -> str:
@@ -123,9 +129,9 @@ class Runner:
         if new:
             print(f"measuring {len(new)} tests without a change", flush=True)
         with concurrent.futures.ThreadPoolExecutor(_AT_THE_SAME_TIME) as pool:
-            failed = [test for test, why in zip(new, pool.map(tree.passes, new)) if why]
+            failed = [test for test, why in zip(new, pool.map(tree.failure, new)) if why]
         # A second time alone, since they may have disturbed one another.
-        failed = [test for test in failed if tree.passes(test, tree.folder / f"{test.name}.log")]
+        failed = [test for test in failed if tree.failure(test, log=tree.folder / f"{test.name}.log")]
         if failed:
             print("fails without a change, left out: " + ", ".join(test.name for test in failed), flush=True)
             tree.tests = [test for test in tree.tests if test not in failed]
@@ -153,17 +159,17 @@ class Runner:
         built = tree.apply(mutant)
         if built != "built":
             return built, "", 0
-        depth = 0
+        last = last_stage(self._options)
+        done = -1 if self._options.again else self._known.get(mutant).get("depth", -1)
         for depth, tests in enumerate(stages.of(mutant.file, tree.tests, tree.durations)):
-            if depth == _FROM_HERE_ON_TWICE and tree.is_same_when_optimised(mutant):
+            if done < depth <= last:
+                by = _first_failing(tree, tests, twice=depth > _LAST_UNIT_STAGE)
+                if by:
+                    return "killed", by, depth
+            if depth == _LAST_UNIT_STAGE and tree.is_same_when_optimised(mutant):
                 return "same", "", depth
-            if depth > _FROM_HERE_ON_TWICE and not self._options.thorough:
-                return "survived", "", _FROM_HERE_ON_TWICE
-            by = _first_failing(tree, tests) if depth < _FROM_HERE_ON_TWICE else _first_failing_twice(tree, tests)
-            if by:
-                return "killed", by, depth
-        by = self._with_sanitizers(mutant)
-        return ("killed" if by else "survived"), by, depth + 1
+        by = self._with_sanitizers(mutant) if last == _SANITIZERS else ""
+        return ("killed" if by else "survived"), by, last
 
     def _with_sanitizers(self, mutant) -> str:
         with self._lock:
@@ -175,7 +181,7 @@ class Runner:
             try:
                 if self._sanitized.apply(mutant) != "built":
                     return ""
-                for tests in stages.of(mutant.file, self._sanitized.tests, self._sanitized.durations)[:_FROM_HERE_ON_TWICE]:
+                for tests in stages.of(mutant.file, self._sanitized.tests, self._sanitized.durations)[:_LAST_UNIT_STAGE + 1]:
                     by = _first_failing(self._sanitized, tests)
                     if by:
                         return f"{by} with sanitizers"
@@ -184,24 +190,22 @@ class Runner:
                 self._sanitized.restore()
 
 
-def _first_failing(tree: Tree, tests: list) -> str:
-    return next((f"{test.name} ({why})" for test in tests for why in [tree.passes(test)] if why), "")
-
-
-def _first_failing_twice(tree: Tree, tests: list) -> str:
-    """Some at the same time. One that fails is run again alone: it may have failed over the others."""
+def _first_failing(tree: Tree, tests: list, twice: bool = False) -> str:
+    """Some at the same time, since most of them wait. twice: one that fails is run again alone, as it may have failed over the others."""
     waiting = collections.deque(tests)
+    given_up = threading.Event()
     with concurrent.futures.ThreadPoolExecutor(_AT_THE_SAME_TIME) as pool:
         running = {}
         while waiting or running:
             while waiting and len(running) < _AT_THE_SAME_TIME:
                 test = waiting.popleft()
-                running[pool.submit(tree.passes, test)] = test
+                running[pool.submit(tree.failure, test, given_up)] = test
             done, _ = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)
-            failed = [running.pop(future) for future in done if future.result() or running.pop(future) is None]
-            for test in failed:
-                why = tree.passes(test)
-                if why:
+            for future in done:
+                test = running.pop(future)
+                why = future.result()
+                if why and (not twice or tree.failure(test)):
+                    given_up.set()
                     return f"{test.name} ({why})"
     return ""
 
@@ -264,7 +268,7 @@ def main() -> int:
     known = Known(WORK / "outcomes.jsonl")
     waiting = [mutant for mutant in mutants if not equivalents.reason(mutant) and
                (known.get(mutant).get("outcome") is None or
-                known.get(mutant).get("outcome") == "survived" and (options.again or options.thorough and known.get(mutant)["depth"] < len(stages.NAMES) - 1))]
+                known.get(mutant)["outcome"] == "survived" and (options.again or known.get(mutant)["depth"] < last_stage(options)))]
     if waiting and not options.report:
         runner = Runner(options, known)
         try:

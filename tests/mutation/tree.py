@@ -80,8 +80,8 @@ class Tree:
                 path.unlink()
 
     def _read_build(self) -> None:
-        self._commands = {entry["output"]: entry["command"] for entry in json.loads((self.build / "compile_commands.json").read_text())
-                          if "output" in entry}
+        commands = [entry["command"] for entry in json.loads((self.build / "compile_commands.json").read_text())]
+        self._commands = {re.search(r" -o (\S+)", command)[1]: command for command in commands}
         self._users = {}  # objects by source and header
         object_name = ""
         for line in self._ninja("-t", "deps").splitlines():
@@ -114,7 +114,7 @@ class Tree:
         path.write_text(mutant.applied(path.read_text()))
         objects = [name for name in self._users.get(str(path), []) if name in self._commands]
         if not objects:
-            return "same"
+            raise BuildError(f"nothing is compiled from {mutant.file}")
         changed = False
         outputs = []
         for name in objects:
@@ -175,15 +175,15 @@ class Tree:
 
     # Its tests
 
-    def passes(self, test: Test, log: pathlib.Path = None) -> str:
-        """"" for a test that passes, or that was skipped, else why not."""
+    def failure(self, test: Test, given_up: threading.Event = None, log: pathlib.Path = None) -> str:
+        """"" for a test that passes, or that was skipped, else why not. Ends early when it is given up."""
         environment = dict(item.split("=", 1) for item in test.environment)
         command = list(test.command)
         if not test.command[0].endswith(("python3", "sh")):
             command = [*_ALONE, *([] if os.geteuid() == 0 else ["--map-root-user"]), *_WITH_LOOPBACK, *command]
-        limit = min(test.time_limit, 15 + 5 * self.durations.get(test.name, test.time_limit))
+        limit = min(test.time_limit, 10 + 3 * self.durations.get(test.name, test.time_limit))
         started = time.monotonic()
-        status, output = self._spawn(command, self.build, environment, limit)
+        status, output = self._spawn(command, self.build, environment, limit, given_up)
         if log:
             log.write_bytes(output)
         if status in (0, 77):
@@ -191,15 +191,13 @@ class Tree:
             return ""
         return "no end" if status is None else f"status {status}"
 
-    def _spawn(self, command: list, folder: pathlib.Path, environment: dict, time_limit: float) -> tuple:
+    def _spawn(self, command: list, folder: pathlib.Path, environment: dict, time_limit: float, given_up: threading.Event = None) -> tuple:
         """The status, None after the time limit, and the last of the output."""
         with open(self.folder / f"output.{threading.get_ident()}", "w+b") as output:
             process = subprocess.Popen(command, cwd=folder, env={**os.environ, **environment}, stdin=subprocess.DEVNULL, stdout=output,
                                        stderr=subprocess.STDOUT, start_new_session=True, preexec_fn=self._limit)
             try:
-                status = process.wait(time_limit)
-            except subprocess.TimeoutExpired:
-                status = None
+                status = _wait(process, time_limit, given_up)
             finally:
                 try:
                     os.killpg(process.pid, signal.SIGKILL)
@@ -216,6 +214,17 @@ class Tree:
         resource.setrlimit(resource.RLIMIT_FSIZE, (_FILE_SIZE, _FILE_SIZE))
         resource.setrlimit(resource.RLIMIT_CPU, (_PROCESSOR_TIME, _PROCESSOR_TIME))
         os.nice(5)
+
+
+def _wait(process: subprocess.Popen, time_limit: float, given_up: threading.Event):
+    """The status; None when it is given up or the time is over."""
+    end = time.monotonic() + time_limit
+    while time.monotonic() < end and not (given_up and given_up.is_set()):
+        try:
+            return process.wait(0.1 if given_up else time_limit)
+        except subprocess.TimeoutExpired:
+            pass
+    return None
 
 
 def _replace(path: pathlib.Path, content: bytes) -> None:
