@@ -17,6 +17,14 @@ _CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": 
 # Whose unit tests a folder's code is in, apart from its own
 _USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "upnp": (), "scan": (), "json": ("scan",)}
 
+# What no unit test is linked with, and the black-box tests of it
+_IN_THE_DAEMON_ALONE = {
+    "core/main.cpp": "startup log change_order sigterm bus_restart bus_interface bus_lost_at_start hostile_start",
+    "core/busloss.cpp": "bus_restart bus_lost_at_start hurried hostile_bus",
+    "core/commandline.cpp": "command_line",
+    "core/qtmessages.cpp": "log startup bus_lost_at_start",
+}
+
 NAMES = ("unit tests of the folder", "unit tests", "fuzz seeds", "black-box tests that concern it", "black-box tests", "sanitizers")
 
 
@@ -24,17 +32,18 @@ def of(file: str, tests: list, durations: dict) -> list:
     """A list of lists of tests, one for each stage without sanitizers."""
     folder = file.split("/")[0]
     stem = pathlib.Path(file).stem
-    near = {f"daemon.{name}" for name in _CONCERNED[folder].split()} | {f"faults.{name}" for name in _CONCERNED_FAULTS[folder].split()}
+    near = {f"daemon.{name}" for name in _IN_THE_DAEMON_ALONE.get(file, _CONCERNED[folder]).split()}
+    near |= {f"faults.{name}" for name in _CONCERNED_FAULTS[folder].split()}
 
     def quick_first(test) -> tuple:
         return not _is_of(stem, test.name), durations.get(test.name, 1000)
 
-    # main() is in the daemon alone.
-    unit = [test for test in tests if test.name.startswith("tst_")] if file != "core/main.cpp" else []
+    has_unit_tests = file not in _IN_THE_DAEMON_ALONE
+    unit = [test for test in tests if test.name.startswith("tst_") and has_unit_tests]
     chosen = [
         [test for test in unit if test.folder == folder],
         [test for test in unit if test.folder in _USERS[folder]],
-        [test for test in tests if test.name.startswith("fuzz.")],
+        [test for test in tests if test.name.startswith("fuzz.") and folder != "core"],
         [test for test in tests if test.name in near],
         [test for test in tests if re.match(r"(daemon|faults)\.", test.name) and test.name not in near],
     ]
