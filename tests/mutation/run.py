@@ -191,7 +191,13 @@ class Runner:
 
 
 def _first_failing(tree: Tree, tests: list, twice: bool = False) -> str:
-    """Some at the same time, since most of them wait. twice: one that fails is run again alone, as it may have failed over the others."""
+    """The nearest alone, the others some at the same time, since most of them wait. twice: one that fails is run again alone,
+    as it may have failed over the others."""
+    if tests and not twice:
+        why = tree.failure(tests[0])
+        if why:
+            return f"{tests[0].name} ({why})"
+        tests = tests[1:]
     waiting = collections.deque(tests)
     given_up = threading.Event()
     with concurrent.futures.ThreadPoolExecutor(_AT_THE_SAME_TIME) as pool:
