@@ -67,6 +67,7 @@ private slots:
     void linkLocalSearcherGetsTheLinkLocalAnswer();
     void multicastSearchIsAnswered();
     void burstIsAnsweredInOrderInOneCall();
+    void emptyDatagramIsNotTheEndOfABurst();
     void everySearcherOfABurstGetsItsOwnVariant();
     void otherDatagramsAreDroppedSilently_data();
     void otherDatagramsAreDroppedSilently();
@@ -533,6 +534,22 @@ void TestUpnpReceiver::burstIsAnsweredInOrderInOneCall()
     }
     for (Udp *searcher : searchers)
         QCOMPARE(searcher->receiveNow(), QByteArray());
+}
+
+void TestUpnpReceiver::emptyDatagramIsNotTheEndOfABurst()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams")); // its own announcement
+    Udp searcher("10.77.0.2");
+    QVERIFY(searcher.send("", "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send("", "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+    for (int i = 0; i < 2; ++i) {
+        const QByteArray received = searcher.receiveNow();
+        QVERIFY(compareBytes(received, answer("rootdevice_answer.msg", received)));
+    }
 }
 
 void TestUpnpReceiver::everySearcherOfABurstGetsItsOwnVariant()
