@@ -35,7 +35,8 @@ from tree import FOLDERS, ROOT, BuildError, Tree
 
 WORK = ROOT / "build-mutation"
 _LAST_UNIT_STAGE, _LAST_NEAR_STAGE, _LAST_TEST_STAGE, _SANITIZERS = 2, 3, 4, 5  # in stages.NAMES
-_AT_THE_SAME_TIME = 4  # tests of one mutant
+_UNIT_TESTS_AT_ONCE = 3  # of one mutant
+_BLACK_BOX_TESTS_AT_ONCE = 6  # they wait most of the time
 
 
 def arguments() -> argparse.Namespace:
@@ -128,7 +129,7 @@ class Runner:
         new = [test for test in tests if test.name not in tree.durations]
         if new:
             print(f"measuring {len(new)} tests without a change", flush=True)
-        with concurrent.futures.ThreadPoolExecutor(_AT_THE_SAME_TIME) as pool:
+        with concurrent.futures.ThreadPoolExecutor(_BLACK_BOX_TESTS_AT_ONCE) as pool:
             failed = [test for test, why in zip(new, pool.map(tree.failure, new)) if why]
         # A second time alone, since they may have disturbed one another.
         failed = [test for test in failed if tree.failure(test, log=tree.folder / f"{test.name}.log")]
@@ -200,10 +201,11 @@ def _first_failing(tree: Tree, tests: list, twice: bool = False) -> str:
         tests = tests[1:]
     waiting = collections.deque(tests)
     given_up = threading.Event()
-    with concurrent.futures.ThreadPoolExecutor(_AT_THE_SAME_TIME) as pool:
+    at_once = _BLACK_BOX_TESTS_AT_ONCE if twice else _UNIT_TESTS_AT_ONCE
+    with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
         running = {}
         while waiting or running:
-            while waiting and len(running) < _AT_THE_SAME_TIME:
+            while waiting and len(running) < at_once:
                 test = waiting.popleft()
                 running[pool.submit(tree.failure, test, given_up)] = test
             done, _ = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)

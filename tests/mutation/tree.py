@@ -213,7 +213,6 @@ class Tree:
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         resource.setrlimit(resource.RLIMIT_FSIZE, (_FILE_SIZE, _FILE_SIZE))
         resource.setrlimit(resource.RLIMIT_CPU, (_PROCESSOR_TIME, _PROCESSOR_TIME))
-        os.nice(5)
 
 
 def _wait(process: subprocess.Popen, time_limit: float, given_up: threading.Event):
