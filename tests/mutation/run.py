@@ -7,7 +7,7 @@
 
 A change that does not compile, or of which the compiler makes the same code, does not count. Each of the others meets the
 unit tests of its folder, those of its users, the fuzzers' seeds, the black-box tests that concern it, and with --thorough the
-remaining ones and the sanitizers, until one fails; with --quick no black-box tests. A black-box test that fails is run once more.
+remaining ones and the sanitizers, until one fails; with --quick no black-box tests. A test that fails beside others is run once more.
 What was found out is kept in build-mutation/, so a run that was broken off goes on, and one without --quick takes up what is
 left. equivalents.txt has the changes that nobody can notice, each with a reason.
 
@@ -164,7 +164,7 @@ class Runner:
         done = -1 if self._options.again else self._known.get(mutant).get("depth", -1)
         for depth, tests in enumerate(stages.of(mutant.file, tree.tests, tree.durations)):
             if done < depth <= last:
-                by = _first_failing(tree, tests, twice=depth > _LAST_UNIT_STAGE)
+                by = _first_failing(tree, tests, has_daemon=depth > _LAST_UNIT_STAGE)
                 if by:
                     return "killed", by, depth
             if depth == _LAST_UNIT_STAGE and tree.is_same_when_optimised(mutant):
@@ -191,17 +191,17 @@ class Runner:
                 self._sanitized.restore()
 
 
-def _first_failing(tree: Tree, tests: list, twice: bool = False) -> str:
-    """The nearest alone, the others some at the same time, since most of them wait. twice: one that fails is run again alone,
-    as it may have failed over the others."""
-    if tests and not twice:
+def _first_failing(tree: Tree, tests: list, has_daemon: bool = False) -> str:
+    """The nearest unit test alone, the others some at the same time, since most of them wait. Of those, one that fails is run
+    again alone, as it may have failed over the others."""
+    if tests and not has_daemon:
         why = tree.failure(tests[0])
         if why:
             return f"{tests[0].name} ({why})"
         tests = tests[1:]
     waiting = collections.deque(tests)
     given_up = threading.Event()
-    at_once = _BLACK_BOX_TESTS_AT_ONCE if twice else _UNIT_TESTS_AT_ONCE
+    at_once = _BLACK_BOX_TESTS_AT_ONCE if has_daemon else _UNIT_TESTS_AT_ONCE
     with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
         running = {}
         while waiting or running:
@@ -212,7 +212,7 @@ def _first_failing(tree: Tree, tests: list, twice: bool = False) -> str:
             for future in done:
                 test = running.pop(future)
                 why = future.result()
-                if why and (not twice or tree.failure(test)):
+                if why and tree.failure(test):
                     given_up.set()
                     return f"{test.name} ({why})"
     return ""

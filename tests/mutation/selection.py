@@ -12,9 +12,8 @@ GENERATED = ("json/jsongrammar.cpp", "json/jsongrammar_p.h")
 
 
 def files(root: pathlib.Path = ROOT) -> list:
-    names = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "--", *FOLDERS], cwd=root, check=True, capture_output=True, text=True)
-    return sorted(name for name in names.stdout.splitlines()
-                  if name.endswith((".cpp", ".h")) and name not in GENERATED and (root / name).is_file())
+    found = {str(path.relative_to(root)) for folder in FOLDERS for kind in ("*.cpp", "*.h") for path in (root / folder).rglob(kind)}
+    return sorted(found - set(GENERATED))
 
 
 def every(root: pathlib.Path = ROOT) -> list:

@@ -10,6 +10,7 @@ import shlex
 import shutil
 import signal
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -193,8 +194,9 @@ class Tree:
 
     def _spawn(self, command: list, folder: pathlib.Path, environment: dict, time_limit: float, given_up: threading.Event = None) -> tuple:
         """The status, None after the time limit, and the last of the output."""
-        with open(self.folder / f"output.{threading.get_ident()}", "w+b") as output:
-            process = subprocess.Popen(command, cwd=folder, env={**os.environ, **environment}, stdin=subprocess.DEVNULL, stdout=output,
+        # A test that is ended leaves its files behind, which are not to be found by the next one.
+        with tempfile.TemporaryDirectory() as files, tempfile.TemporaryFile() as output:
+            process = subprocess.Popen(command, cwd=folder, env={**os.environ, **environment, "TMPDIR": files}, stdin=subprocess.DEVNULL, stdout=output,
                                        stderr=subprocess.STDOUT, start_new_session=True, preexec_fn=self._limit)
             try:
                 status = _wait(process, time_limit, given_up)
