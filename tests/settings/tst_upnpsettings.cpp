@@ -315,7 +315,8 @@ void TestUpnpSettings::textsAreInTheLocalEncoding()
     m_service->answerProperty("hostname", text("d\xe9v"));
     m_service->answerProperty("zorvversion", text("1.\xe9"));
     QTextCodec *const before = QTextCodec::codecForLocale();
-    for (const char *encoding : { "UTF-8", "ISO-8859-1" }) {
+    const char *const encodings[] = { "UTF-8", "ISO-8859-1" };
+    for (const char *encoding : encodings) {
         QTextCodec *const codec = QTextCodec::codecForName(encoding);
         QTextCodec::setCodecForLocale(codec);
         makeSettings();
