@@ -542,7 +542,7 @@ void TestUpnpSettings::hostNameIsLoggedAfterTheSignal()
     CaughtLog log;
     QVERIFY(writeHostname("dev2"));
     QVERIFY(waitFor([&] { return log.lines().size() >= 2; }));
-    QCOMPARE(log.lines().mid(0, 2), QStringList() << text("debug: heard changed()") << text("debug: new hostname: \"dev2\""));
+    QCOMPARE(QStringList(log.lines().mid(0, 2)), QStringList() << text("debug: heard changed()") << text("debug: new hostname: \"dev2\""));
 }
 
 void TestUpnpSettings::sameHostNameIsToldAgain()
