@@ -55,6 +55,15 @@ def test_before_a_change_nobody_but_the_responder_is_told(device, peer, tmp_path
     assert steps(calls).count("rebuild") == 2
 
 
+def test_a_ready_network_without_eth0_fails_for_the_responder_before_the_scan(start_device):
+    device = start_device(interface=None)
+    device.syslog.clear()
+    device.connman.state("ready")
+    lines = wait_for(lambda: device.syslog.texts[1:] and device.syslog.texts, what="both have failed")
+    assert lines[0] == "setsockopt: interface invalid"
+    assert lines[1].startswith("join multicast failed: ")
+
+
 def test_a_ready_network_reaches_the_responder_before_the_scan(start_device, tmp_path):
     device = start_device(interface=None)
     device.host.add_interface("eth0", ["10.77.0.2/24"])

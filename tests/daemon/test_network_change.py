@@ -192,6 +192,7 @@ def test_text_of_the_method(device, value, text):
 def test_property_changed_of_another_form_does_no_harm(device, arguments, signature):
     device.connman.connection.send_signal(WIRED_SERVICE, INTERFACE, "PropertyChanged", *arguments, signature=signature)
     settled(device)
+    assert state_of(device) == (ADDRESS, "", "dhcp")
     device.connman.ipv4(**NEW)
     settled(device)
     assert state_of(device) == ("10.0.0.5", "", "manual")

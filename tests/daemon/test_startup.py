@@ -274,6 +274,17 @@ def test_without_the_configuration_service_the_identity_is_empty(start_device, s
     assert device.syslog.lines == []
 
 
+def test_a_service_that_is_not_there_is_asked_for_nothing_but_the_uuid(start_device):
+    """A call to a name that nobody has would let a bus start the service."""
+    device = start_device(daemon="off", fwconfig=False)
+    monitor = device.bus.monitor("type='method_call'")
+    device.start()
+    driver = "org.freedesktop.DBus"
+    asked = [(call.path, call.member) for call in monitor.calls() if (call.path or "").startswith(("/fwversion", "/systemconstants"))]
+    assert asked == []
+    assert [call.member for call in monitor.calls("get") if call.interface != driver] == ["get"]
+
+
 def test_without_the_configuration_service_each_start_makes_a_uuid(start_device, peer):
     device = start_device(fwconfig=False)
     first = uuid_of(peer)

@@ -33,6 +33,8 @@ struct Order
     int32_t failed; // calls that have failed
     int32_t functionCount;
     Function functions[64];
+    int32_t called; // how many of the following there are
+    uint8_t sequence[16384]; // of calls, each by the place of its function in the table
 };
 
 Order nothing;
@@ -67,15 +69,24 @@ __attribute__((constructor)) void openOrder()
         order = reinterpret_cast<Order *>(mapped);
 }
 
-int32_t *callsOf(const char *name)
+int placeOf(const char *name)
 {
     const int count = __atomic_load_n(&order->functionCount, __ATOMIC_ACQUIRE);
     for (int i = 0; i < count; ++i) {
         if (std::strcmp(order->functions[i].name, name) == 0)
-            return &order->functions[i].calls;
+            return i;
     }
-    static int32_t unknown;
-    return &unknown;
+    return -1;
+}
+
+void writeDown(int place)
+{
+    if (place == -1)
+        return;
+    __atomic_add_fetch(&order->functions[place].calls, 1, __ATOMIC_RELAXED);
+    const int number = __atomic_fetch_add(&order->called, 1, __ATOMIC_RELAXED);
+    if (number < int(sizeof order->sequence))
+        order->sequence[number] = uint8_t(place);
 }
 
 bool isDue()
@@ -89,7 +100,7 @@ bool fails(const char *name, const void *caller)
     const uintptr_t address = reinterpret_cast<uintptr_t>(caller);
     if (address >= clockBegin && address < clockEnd)
         return false;
-    __atomic_add_fetch(callsOf(name), 1, __ATOMIC_RELAXED);
+    writeDown(placeOf(name));
     if (std::strcmp(order->name, name) != 0 || !isDue())
         return false;
     if (__atomic_sub_fetch(&order->failures, 1, __ATOMIC_ACQ_REL) > 0)

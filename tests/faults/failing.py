@@ -22,7 +22,9 @@ FUNCTIONS = tuple(dict.fromkeys(
 _ORDER = struct.Struct("24siiii")
 _COUNT = struct.Struct("i")
 _FUNCTION = struct.Struct("24si")
-_SIZE = _ORDER.size + _COUNT.size + 64 * _FUNCTION.size
+_SEQUENCE = _ORDER.size + _COUNT.size + 64 * _FUNCTION.size
+_LONGEST_SEQUENCE = 16384
+_SIZE = _SEQUENCE + _COUNT.size + _LONGEST_SEQUENCE
 
 
 def preloaded_file() -> pathlib.Path:
@@ -87,6 +89,14 @@ class Failing:
         return {name: _FUNCTION.unpack_from(self._map, self._place(number))[1]
                 for number, name in enumerate(FUNCTIONS)}
 
+    @property
+    def sequence(self) -> list:
+        """The names of the functions that were called since forget_calls(), one for each call."""
+        count = min(_COUNT.unpack_from(self._map, _SEQUENCE)[0], _LONGEST_SEQUENCE)
+        begin = _SEQUENCE + _COUNT.size
+        return [FUNCTIONS[number] for number in self._map[begin:begin + count]]
+
     def forget_calls(self) -> None:
+        _COUNT.pack_into(self._map, _SEQUENCE, 0)
         for number in range(len(FUNCTIONS)):
             struct.pack_into("i", self._map, self._place(number) + 24, 0)

@@ -36,6 +36,7 @@ private slots:
     void deepNestingIsAnErrorWithItsPosition_data();
     void deepNestingIsAnErrorWithItsPosition();
     void textsAroundTheSizeThatIsWidenedOnTheStack();
+    void nothingIsReadBehindTheTextThatIsWidenedOnTheStack();
     void longHostileTextsAreReadToTheirEnd_data();
     void longHostileTextsAreReadToTheirEnd();
 };
@@ -413,6 +414,19 @@ void tst_JsonReader::textsAroundTheSizeThatIsWidenedOnTheStack()
         JsonReader reader;
         QVERIFY(reader.parse('"' + content + '"'));
         QCOMPARE(reader.result(), QVariant(QString::fromLatin1(content.constData())));
+    }
+}
+
+void tst_JsonReader::nothingIsReadBehindTheTextThatIsWidenedOnTheStack()
+{
+    const char *const ends[] = { "12", "-3", "1.5", "1.", "1e5", "1.5e-1", "1e", "1e+", "+", "1-2", "true", "\"a\\n\"", "\"a", "\"\\", "\"\\u00" };
+    for (const char *end : ends) {
+        JsonReader alone;
+        alone.parse(QByteArray(end));
+        JsonReader reader;
+        reader.parse(QByteArray(end).rightJustified(2048, ' '));
+        QCOMPARE(reader.result(), alone.result());
+        QCOMPARE(reader.errorString().isEmpty(), alone.errorString().isEmpty());
     }
 }
 

@@ -348,6 +348,12 @@ void tst_DbusValue::texts()
     QFETCH(QString, text);
     QFETCH(QString, expected);
     QCOMPARE(dbusvalue::sanitized(text), expected);
+    // Beside nothing else
+    QVariantMap alone;
+    alone.insert(text, text);
+    QVariantMap aloneKept;
+    aloneKept.insert(expected, expected);
+    QCOMPARE(dbusvalue::sanitized(alone), aloneKept);
     QVariantMap value;
     value.insert(text, QVariantList() << text << object("k", text));
     QVariantMap kept;
@@ -365,6 +371,7 @@ void tst_DbusValue::whatCanBeCarriedIsNotCopied()
     const QVariantMap value = object("list", list(object("k", text)));
     const QVariantMap carried = dbusvalue::sanitized(value);
     QCOMPARE(carried, value);
+    QVERIFY(carried.isSharedWith(value));
     QVERIFY(carried.constBegin().key().constData() == value.constBegin().key().constData());
     const QVariantMap inner = carried.value(latin1("list")).toList().first().toMap();
     QVERIFY(inner.value(latin1("k")).toString().constData() == text.constData());

@@ -335,6 +335,7 @@ static const char document[] = "{\"params\":{\"expiration\":22,"
                                "\"bb\":{\"b\":[{\"bb\":{\"b\":{\"b\":1}}},{\"b\":2}]},"
                                "\"q\":[{\"arams\":{\"q\":{\"a\":5}}},{\"a\":1}],"
                                "\"e\":[{\"params\":{\"e\":{\"\":9}}},{\"\":1}],"
+                               "\"l\":[{\"w\":[{\"a\":1,\"arams\":{\"l\":{\"w\":{\"a\":2}}}}]}],"
                                "\"x/y\":\"unreachable\""
                                "}}";
 
@@ -396,6 +397,7 @@ void tst_ZorvDevice::value_data()
     // Behind a list, the elements are asked for the path from the first place on where it has the part's text.
     QTest::newRow("the part occurs earlier, in another part") << latin1("params/bb/b/b") << QVariant(QVariantList() << one << none);
     QTest::newRow("the part occurs earlier, within a word") << latin1("params/q/a") << QVariant(QVariantList() << Q_INT64_C(5) << none);
+    QTest::newRow("in a list in a list, the part occurs before the first list") << latin1("params/l/w/a") << QVariant(list(list(Q_INT64_C(1))));
     QTest::newRow("an empty part occurs at the beginning") << latin1("params/e/") << QVariant(QVariantList() << Q_INT64_C(9) << none);
 }
 

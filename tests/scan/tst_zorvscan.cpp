@@ -183,6 +183,7 @@ private slots:
 
     void secondSetupSucceedsSilently();
     void eachSuccessfulSetupConnectsOnceMore();
+    void setupConnectsSixteenTimesAtMost();
     void portTaken();
     void networkDownAtStart();
     void datagramsBeforeTheJoinDoNotMakeItDeaf();
@@ -220,6 +221,8 @@ private slots:
     void sameUnusableAnnouncementAgainSavesNothing();
     void childrenThatAreNoDevices();
     void anotherOwnerOfADevice();
+    void roomForAnnouncementsIsUsedToTheLastByte();
+    void twentyThousandDevicesAreKnownAtMost();
     void tenThousandDevices();
     void chosenNamesCostNoMore_data();
     void chosenNamesCostNoMore();
@@ -360,16 +363,32 @@ void tst_ZorvScan::secondSetupSucceedsSilently()
 
 void tst_ZorvScan::eachSuccessfulSetupConnectsOnceMore()
 {
-    for (int setups = 1; setups <= 2; ++setups) {
+    for (int setups = 1; setups <= 16; ++setups) {
         ZorvScan scan(m_settings, interval, 0);
         for (int i = 1; i < setups; ++i)
             QCOMPARE(scan.setupMulticast(), 0);
         drain(scan);
         Loopback loopback;
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 18; ++i)
             QVERIFY(loopback.send(announcing(QByteArray::number(i))));
         QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
         QCOMPARE(devicesOf(scan).size(), setups);
+    }
+}
+
+// A program that sets up again and again does not make each report dearer for ever.
+void tst_ZorvScan::setupConnectsSixteenTimesAtMost()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    for (int i = 0; i < 30; ++i)
+        QCOMPARE(scan.setupMulticast(), 0);
+    drain(scan);
+    Loopback loopback;
+    for (int i = 0; i < 40; ++i)
+        QVERIFY(loopback.send(announcing(QByteArray::number(i))));
+    for (int reports = 1; reports <= 2; ++reports) {
+        QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
+        QCOMPARE(devicesOf(scan).size(), 16 * reports);
     }
 }
 
@@ -1022,6 +1041,85 @@ static double secondsToRefresh(ZorvScan &scan, Loopback &loopback, int total)
         best = qMin(best, double(clock() - begin) / CLOCKS_PER_SEC);
     }
     return best;
+}
+
+static QByteArray ofSize(const QByteArray &uuid, int size)
+{
+    return announcing(uuid).leftJustified(size, ' ');
+}
+
+static int textSizeOf(const ZorvScan &scan)
+{
+    int size = 0;
+    const QList<ZorvDevice *> devices = devicesOf(scan);
+    for (int i = 0; i < devices.size(); ++i)
+        size += devices.at(i)->rawJson().size();
+    return size;
+}
+
+void tst_ZorvScan::roomForAnnouncementsIsUsedToTheLastByte()
+{
+    const int room = 32 * 1024 * 1024;
+    const int large = 60000;
+    const QStringList warning(latin1("zorvscan: too many devices announce themselves, further ones are ignored"));
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    loopback.feed(scan, ofSize("small", 400));
+    for (int left = room - 400; left > 0; left -= large) {
+        const int size = qMin(left, large);
+        if (size < large) {
+            loopback.feed(scan, ofSize("last", size + 1));
+            QVERIFY(!deviceNamed(scan, "last"));
+            QCOMPARE(takeWarnings(), warning);
+        }
+        loopback.feed(scan, ofSize(size < large ? "last" : QByteArray::number(left), size));
+    }
+    QVERIFY(deviceNamed(scan, "last"));
+    QCOMPARE(textSizeOf(scan), room);
+
+    // A known one's text may grow by what another one has given up.
+    const QByteArray known = QByteArray::number(room - 400);
+    const QByteArray another = QByteArray::number(room - 400 - large);
+    loopback.feed(scan, ofSize(another, large - 5));
+    QCOMPARE(textSizeOf(scan), room - 5);
+    loopback.feed(scan, ofSize(known, large + 6));
+    QCOMPARE(textSizeOf(scan), room - 5);
+    loopback.feed(scan, ofSize(known, large + 5));
+    QCOMPARE(textSizeOf(scan), room);
+
+    // So may a small one's in any case.
+    loopback.feed(scan, ofSize("small", 2049));
+    QCOMPARE(textSizeOf(scan), room);
+    loopback.feed(scan, ofSize("small", 2048));
+    QCOMPARE(textSizeOf(scan), room + 1648);
+    loopback.feed(scan, ofSize("small", 2049));
+    QCOMPARE(textSizeOf(scan), room + 1648);
+    // What does not grow needs no room.
+    loopback.feed(scan, ofSize(known, large + 5).replace("2.0", "2.1"));
+    QVERIFY(deviceNamed(scan, known.constData())->rawJson().contains(latin1("2.1")));
+    QCOMPARE(takeWarnings(), QStringList()); // once an hour
+}
+
+void tst_ZorvScan::twentyThousandDevicesAreKnownAtMost()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    for (int i = 0; i < 20000; ++i)
+        loopback.feed(scan, announcing("D" + QByteArray::number(i)));
+    QCOMPARE(devicesOf(scan).size(), 20000);
+    QCOMPARE(takeWarnings(), QStringList());
+    loopback.feed(scan, announcing("late"));
+    QCOMPARE(devicesOf(scan).size(), 20000);
+    QVERIFY(!deviceNamed(scan, "late"));
+    QCOMPARE(takeWarnings(), QStringList(latin1("zorvscan: too many devices announce themselves, further ones are ignored")));
+    loopback.feed(scan, announcing("D7", "30"));
+    QCOMPARE(deviceNamed(scan, "D7")->rawJson(), latin1(announcing("D7", "30").constData()));
+    delete deviceNamed(scan, "D8");
+    loopback.feed(scan, announcing("late"));
+    QVERIFY(deviceNamed(scan, "late"));
+    QCOMPARE(takeWarnings(), QStringList());
 }
 
 void tst_ZorvScan::tenThousandDevices()

@@ -15,6 +15,7 @@
 #include <QtCore/QProcess>
 #include <QtCore/QRegExp>
 #include <QtCore/QScopedPointer>
+#include <QtCore/QTextCodec>
 #include <QtCore/QXmlStreamReader>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
@@ -39,7 +40,8 @@ class Listener : public QObject
 
 public:
     explicit Listener(UpnpSettings *sender)
-        : settings(sender)
+        : speaks(false)
+        , settings(sender)
     {
         connect(settings, SIGNAL(aboutToChange()), this, SLOT(aboutToChange()));
         connect(settings, SIGNAL(changed()), this, SLOT(changed()));
@@ -47,10 +49,16 @@ public:
     }
 
     QList<QByteArray> seen;
+    bool speaks; // of changed(), in the log
 
 public slots:
     void aboutToChange() { seen << "aboutToChange " + settings->getHostname(); }
-    void changed() { seen << "changed " + settings->getHostname(); }
+    void changed()
+    {
+        seen << "changed " + settings->getHostname();
+        if (speaks)
+            qDebug("heard changed()");
+    }
     void networkReady() { seen << "networkReady"; }
 
 private:
@@ -67,7 +75,7 @@ private slots:
     void cleanup();
 
     void constructorArgumentsAreKept();
-    void modelNameIsLoweredInAsciiOnly();
+    void modelNameIsLoweredAsLatin1();
     void servicesAreAskedInOrder();
     void identityComesFromTheServices();
     void missingServicesLeaveTheIdentityEmpty();
@@ -78,6 +86,7 @@ private slots:
     void barePropertyValuesAreNoValues();
     void serialNumberThatIsNoTextIsEmpty_data();
     void serialNumberThatIsNoTextIsEmpty();
+    void textsAreInTheLocalEncoding();
     void textsEndAtTheirFirstZeroByte();
     void hostNameOfTheServiceIsNotTheKernels();
 
@@ -100,6 +109,7 @@ private slots:
     void networkIsUnknownUntilItIsRead();
 
     void changedHostNameFileIsFollowed();
+    void hostNameIsLoggedAfterTheSignal();
     void sameHostNameIsToldAgain();
     void hostNameIsTrimmed();
     void hostNameFileThatCannotBeReadIsIgnored();
@@ -184,11 +194,11 @@ void TestUpnpSettings::constructorArgumentsAreKept()
     QCOMPARE(m_settings->getModelUrl(), QByteArray("http://www.zorv.example/kelta"));
 }
 
-void TestUpnpSettings::modelNameIsLoweredInAsciiOnly()
+void TestUpnpSettings::modelNameIsLoweredAsLatin1()
 {
-    const UpnpSettings settings("", "", "KELTA-X9", "", "", nullptr);
-    QCOMPARE(settings.getModelName(), QByteArray("KELTA-X9"));
-    QCOMPARE(settings.getModelNameLower(), QByteArray("kelta-x9"));
+    const UpnpSettings settings("", "", "KELTA-X9 \xc3\x84\xd7", "", "", nullptr);
+    QCOMPARE(settings.getModelName(), QByteArray("KELTA-X9 \xc3\x84\xd7"));
+    QCOMPARE(settings.getModelNameLower(), QByteArray("kelta-x9 \xe3\x84\xd7"));
 }
 
 void TestUpnpSettings::servicesAreAskedInOrder()
@@ -297,6 +307,24 @@ void TestUpnpSettings::serialNumberThatIsNoTextIsEmpty()
     m_service->answer(readSerial, value);
     makeSettings();
     QCOMPARE(m_settings->getSerial(), QByteArray());
+}
+
+void TestUpnpSettings::textsAreInTheLocalEncoding()
+{
+    m_service->answer(readSerial, text("K-\xe9"));
+    m_service->answerProperty("hostname", text("d\xe9v"));
+    m_service->answerProperty("zorvversion", text("1.\xe9"));
+    QTextCodec *const before = QTextCodec::codecForLocale();
+    const char *const encodings[] = { "UTF-8", "ISO-8859-1" };
+    for (const char *encoding : encodings) {
+        QTextCodec *const codec = QTextCodec::codecForName(encoding);
+        QTextCodec::setCodecForLocale(codec);
+        makeSettings();
+        QTextCodec::setCodecForLocale(before);
+        QCOMPARE(m_settings->getSerial(), codec->fromUnicode(text("K-\xe9")));
+        QCOMPARE(m_settings->getHostname(), codec->fromUnicode(text("d\xe9v")));
+        QCOMPARE(m_settings->getModelNr(), codec->fromUnicode(text("1.\xe9")));
+    }
 }
 
 // A D-Bus text cannot hold a zero byte, but an array of bytes can.
@@ -504,6 +532,17 @@ void TestUpnpSettings::changedHostNameFileIsFollowed()
     QVERIFY(writeHostname("dev3"));
     QVERIFY(waitFor([&] { return listener.seen.last() == "changed dev3"; }));
     QVERIFY(listener.seen.size() == 4 || qtversions::mayReportAWriteTwice());
+}
+
+void TestUpnpSettings::hostNameIsLoggedAfterTheSignal()
+{
+    makeSettings();
+    Listener listener(m_settings.data());
+    listener.speaks = true;
+    CaughtLog log;
+    QVERIFY(writeHostname("dev2"));
+    QVERIFY(waitFor([&] { return log.lines().size() >= 2; }));
+    QCOMPARE(QStringList(log.lines().mid(0, 2)), QStringList() << text("debug: heard changed()") << text("debug: new hostname: \"dev2\""));
 }
 
 void TestUpnpSettings::sameHostNameIsToldAgain()

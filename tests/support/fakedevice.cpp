@@ -48,5 +48,5 @@ QByteArray withDateOf(const QByteArray &message, const char *before, const char 
         if (now.addSecs(-seconds).toString(QLatin1String(format)).toLatin1() == date)
             return expected.replace(valueBehind(before, expected), date);
     }
-    return QByteArray();
+    return expected; // nothing at all would equal a message that has not come
 }

@@ -28,7 +28,7 @@ private:
 };
 
 // The text with its one date replaced by that of the device's message, which stands between `before` and "\r".
-// Empty when the device's message has no such date, or one that is not from the last minute.
+// As it is when the device's message has no such date, or one that is not from the last minute.
 QByteArray withDateOf(const QByteArray &message, const char *before, const char *format, QByteArray expected);
 
 #endif

@@ -22,6 +22,7 @@ static struct sockaddr_in socketAddress(const char *address, quint16 port)
 Peer::Peer(const char *from)
     : m_descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     , m_atEnd(false)
+    , m_wasReset(false)
 {
     const struct sockaddr_in local = socketAddress(from, 0);
     const struct sockaddr_in server = socketAddress("10.77.0.2", 8200);
@@ -60,8 +61,10 @@ void Peer::read(int maximum)
     const ssize_t result = recv(m_descriptor, buffer.data(), size_t(maximum), 0);
     if (result > 0)
         m_received += buffer.left(int(result));
-    else
-        m_atEnd = result == 0;
+    else if (result == 0)
+        m_atEnd = true;
+    else if (errno == ECONNRESET)
+        m_wasReset = true;
 }
 
 bool Peer::isAtEnd()
@@ -72,7 +75,7 @@ bool Peer::isAtEnd()
 
 bool Peer::readToEnd()
 {
-    return waitFor([this] { return isAtEnd(); });
+    return waitFor([this] { return isAtEnd() || m_wasReset; }) && !m_wasReset;
 }
 
 void Peer::endWriting()

@@ -20,7 +20,9 @@ public:
     const QByteArray &received() const { return m_received; }
     // The server closed the connection. True only after everything before was read.
     bool isAtEnd();
-    // Reads while the event loop runs until the server closes; false when it does not.
+    // The server reset the connection instead. Known once everything before was read.
+    bool wasReset() const { return m_wasReset; }
+    // Reads while the event loop runs until the server closes; false when it does not, or resets the connection.
     bool readToEnd();
     // Sends nothing more, which the server is told.
     void endWriting();
@@ -33,6 +35,7 @@ private:
 
     int m_descriptor;
     bool m_atEnd;
+    bool m_wasReset;
     QByteArray m_received;
 };
 

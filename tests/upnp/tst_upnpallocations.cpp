@@ -2,6 +2,7 @@
 #include "allocationcount.h"
 #include "fakeclock.h" // how much a date takes depends on its digits
 #include "fakedevice.h"
+#include "localdate.h"
 #include "udp.h"
 #include "upnpreceiver.h"
 
@@ -11,6 +12,7 @@
 // What it takes today. When it takes less, the limit goes down with it.
 static const int mostForAnAnswer = 8;
 static const int mostForNoAnswer = 4;
+static const int mostForADate = 1;
 
 static const char deviceAddress[] = "10.77.0.2";
 static const quint16 ssdpPort = 1900;
@@ -40,6 +42,7 @@ private slots:
     void allocationsAreCounted();
     void searchIsAnsweredWithFew();
     void whatIsNoSearchIsDroppedWithFew();
+    void dateIsMadeWithoutTheTablesOfOtherLanguages();
 
 private:
     int allocationsFor(const char *datagram);
@@ -104,6 +107,17 @@ void TestUpnpAllocations::whatIsNoSearchIsDroppedWithFew()
     const int made = allocationsFor(announcementOfAnother);
     QVERIFY(m_answer.isEmpty());
     QVERIFY2(made <= mostForNoAnswer, QByteArray::number(made).constData());
+}
+
+void TestUpnpAllocations::dateIsMadeWithoutTheTablesOfOtherLanguages()
+{
+    localdate::text(0, localdate::TwoDigits, localdate::Utf8); // what is made once is made
+    for (qint64 moment = 0; moment < Q_INT64_C(2000000000000); moment += Q_INT64_C(99999999999)) {
+        const int before = allocationCount();
+        localdate::text(moment, localdate::NoLeadingZero, localdate::Local8Bit);
+        const int made = allocationCount() - before;
+        QVERIFY2(made <= mostForADate, QByteArray::number(made).constData());
+    }
 }
 
 QTEST_MAIN(TestUpnpAllocations)

@@ -15,6 +15,7 @@
 #include <QtCore/QScopedPointer>
 #include <QtCore/QTimer>
 #include <QtCore/QTimerEvent>
+#include <QtNetwork/QUdpSocket>
 #include <QtTest/QtTest>
 
 #include <netinet/in.h>
@@ -48,6 +49,9 @@ private slots:
     void interfaceWithoutAddressIsJoinedLater();
     void failedJoinIsTriedAgain();
     void joinedReceiverDoesNothingOnASecondReady();
+    void timeToLiveIsSetUntilTheGroupIsJoined();
+    void refusedTimeToLiveIsAWarning();
+    void firstAddressThatIsNotIpv4LeavesTheInterfaceToTheKernel();
 
     void aliveForOneAddressIsOneDatagram();
     void aliveForTwoAddressesIsTwoDatagrams();
@@ -63,6 +67,7 @@ private slots:
     void linkLocalSearcherGetsTheLinkLocalAnswer();
     void multicastSearchIsAnswered();
     void burstIsAnsweredInOrderInOneCall();
+    void emptyDatagramIsNotTheEndOfABurst();
     void everySearcherOfABurstGetsItsOwnVariant();
     void otherDatagramsAreDroppedSilently_data();
     void otherDatagramsAreDroppedSilently();
@@ -121,22 +126,27 @@ bool TestUpnpReceiver::nothingMoreWasSent()
     return marker.send("mark", group, ssdpPort) && m_listener->receive() == "mark";
 }
 
-// The members of the group on eth0, as the kernel counts them.
-static int membersOnEth0()
+// The members of the group on an interface, as the kernel counts them.
+static int membersOn(const char *interface)
 {
     QFile file(text("/proc/net/igmp"));
     if (!file.open(QIODevice::ReadOnly))
         return -1;
-    bool isEth0 = false;
+    bool isInside = false;
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (int i = 0; i < lines.size(); ++i) {
         const QByteArray &line = lines.at(i);
         if (!line.startsWith('\t'))
-            isEth0 = line.contains("\teth0");
-        else if (isEth0 && line.contains("FAFFFFEF"))
+            isInside = line.simplified().split(' ').value(1) == interface;
+        else if (isInside && line.contains("FAFFFFEF"))
             return line.simplified().split(' ').value(1).toInt();
     }
     return 0;
+}
+
+static int membersOnEth0()
+{
+    return membersOn("eth0");
 }
 
 void TestUpnpReceiver::constructorSendsOneAliveSetBeforeTheEventLoopRuns()
@@ -281,6 +291,67 @@ void TestUpnpReceiver::joinedReceiverDoesNothingOnASecondReady()
     QVERIFY(network::ip("address flush dev eth0"));
     m_receiver->setupMulticast();
     QCOMPARE(log.lines(), QStringList());
+}
+
+static void setTimeToLive(const QUdpSocket *socket, unsigned char hops)
+{
+    QCOMPARE(setsockopt(int(socket->socketDescriptor()), IPPROTO_IP, IP_MULTICAST_TTL, &hops, sizeof hops), 0);
+}
+
+static int timeToLive(const QUdpSocket *socket)
+{
+    unsigned char hops = 0;
+    socklen_t size = sizeof hops;
+    return getsockopt(int(socket->socketDescriptor()), IPPROTO_IP, IP_MULTICAST_TTL, &hops, &size) == 0 ? hops : -1;
+}
+
+void TestUpnpReceiver::timeToLiveIsSetUntilTheGroupIsJoined()
+{
+    m_listener.reset();
+    QVERIFY(network::ip("address flush dev eth0"));
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    const QUdpSocket *const socket = m_receiver->findChild<QUdpSocket *>();
+    setTimeToLive(socket, 7);
+    m_receiver->setupMulticast();
+    QCOMPARE(timeToLive(socket), 32);
+    QVERIFY(network::reset());
+    setTimeToLive(socket, 7);
+    m_receiver->setupMulticast();
+    QCOMPARE(timeToLive(socket), 32);
+    setTimeToLive(socket, 7);
+    m_receiver->setupMulticast();
+    QCOMPARE(timeToLive(socket), 7);
+}
+
+// No descriptor is left for the socket, so there is none to set an option on.
+void TestUpnpReceiver::refusedTimeToLiveIsAWarning()
+{
+    m_listener.reset();
+    QVERIFY(network::ip("address flush dev eth0"));
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    m_receiver->findChild<QUdpSocket *>()->close();
+    CaughtLog log;
+    m_receiver->setupMulticast();
+    QCOMPARE(log.lines(), QStringList() << text("warning: setsocketopt ttl failed") << text("warning: setsockopt: no address"));
+}
+
+// What has no IPv4 address reads as 0.0.0.0: then the route to the group decides.
+void TestUpnpReceiver::firstAddressThatIsNotIpv4LeavesTheInterfaceToTheKernel()
+{
+    m_listener.reset();
+    if (!network::enableIpv6())
+        SKIP("the machine has no such addresses");
+    QVERIFY(network::ip("address flush dev eth0"));
+    QVERIFY(network::ip("-6 address add fd00:77::2/64 dev eth0 nodad"));
+    QVERIFY(network::ip("route add 239.0.0.0/8 dev lo"));
+    CaughtLog log;
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    const int onEth0 = membersOn("eth0");
+    const int onLoopback = membersOn("lo");
+    QVERIFY(network::ip("route del 239.0.0.0/8 dev lo"));
+    QCOMPARE(QStringList(log.lines().mid(0, 1)), QStringList(text("debug: multicast join succeded.")));
+    QCOMPARE(onEth0, 0);
+    QCOMPARE(onLoopback, 1);
 }
 
 void TestUpnpReceiver::aliveForOneAddressIsOneDatagram()
@@ -463,6 +534,22 @@ void TestUpnpReceiver::burstIsAnsweredInOrderInOneCall()
     }
     for (Udp *searcher : searchers)
         QCOMPARE(searcher->receiveNow(), QByteArray());
+}
+
+void TestUpnpReceiver::emptyDatagramIsNotTheEndOfABurst()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams")); // its own announcement
+    Udp searcher("10.77.0.2");
+    QVERIFY(searcher.send("", "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send("", "10.77.0.2", ssdpPort));
+    QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+    for (int i = 0; i < 2; ++i) {
+        const QByteArray received = searcher.receiveNow();
+        QVERIFY(compareBytes(received, answer("rootdevice_answer.msg", received)));
+    }
 }
 
 void TestUpnpReceiver::everySearcherOfABurstGetsItsOwnVariant()
