@@ -9,6 +9,8 @@
    up to its first NUL; NaN and the infinities are null; a double has 15 significant digits. Other types are
    written as a number or a string if QVariant converts them to one.
 
+   The daemon itself only reads JSON; the writer is there for programs that share these classes, and for the tests.
+
    The text is ASCII: units from 0x80 on are written as \uXXXX. A slash is written as \/, and control
    characters without a short escape are written raw. */
 class JsonWriter

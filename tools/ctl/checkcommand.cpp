@@ -13,14 +13,14 @@
 
 #include <QtCore/QElapsedTimer>
 
-static const char wiredInterface[] = "eth0";
+static const char wiredInterface[] = DEVICE_INTERFACE;
 static const char searchGroup[] = "239.255.255.250";
 static const char announcementGroup[] = "239.255.77.76";
 static const quint16 searchPort = 1900;
 static const quint16 announcementPort = 31416;
 static const quint16 httpPort = 8200;
 static const char descriptionPath[] = "/rootDesc.xml";
-static const char iconPath[] = "/icons/kelta_icon48.png";
+static const char iconPath[] = DEVICE_ICON_PATH;
 static const int iconSize = 48; // points
 static const int hearingTime = 11000; // ms: an announcement's ten seconds, and one more
 static const int progressPeriod = 500; // ms
