@@ -2,6 +2,7 @@
 
 #include "waitfor.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
@@ -81,7 +82,7 @@ private slots:
     void connectionThatCannotWaitIsTakenOver();
     void nothingIsAcceptedWhileDescriptorsAreScarce();
     void acceptingGoesOnAsSoonAsADescriptorIsClosed();
-    void acceptingGoesOnByItself();
+    void acceptingGoesOnByItselfBeforeLong();
     void closedConnectionsDoNotPauseAccepting();
     void idleConnectionsEndWithTheAcceptor();
 
@@ -207,14 +208,18 @@ void TestConnectionAcceptor::acceptingGoesOnAsSoonAsADescriptorIsClosed()
     QCOMPARE(m_server.served.size(), 3);
 }
 
-void TestConnectionAcceptor::acceptingGoesOnByItself()
+// Five times a second; the bounds leave a busy machine its time.
+void TestConnectionAcceptor::acceptingGoesOnByItselfBeforeLong()
 {
+    QElapsedTimer sincePause;
+    sincePause.start();
     const int first = fillToTheLimit();
     m_server.kept.removeAll(first);
     close(first);
     QCoreApplication::processEvents();
-    QCOMPARE(m_server.served.size(), 2);
-    QVERIFY(waitFor([this] { return m_server.served.size() == 3; }));
+    QVERIFY(m_server.served.size() == 2 || sincePause.elapsed() >= 180);
+    QVERIFY(waitFor([this] { return m_server.served.size() == 3; }, 1500));
+    QVERIFY(sincePause.elapsed() >= 180); // a coarse timer may be 5 % early
 }
 
 void TestConnectionAcceptor::closedConnectionsDoNotPauseAccepting()
