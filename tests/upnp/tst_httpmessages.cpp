@@ -138,6 +138,10 @@ void TestHttpMessages::requestEndsWithAnEmptyLine()
 {
     QFETCH(QByteArray, bytes);
     QTEST(http::isRequestEnd(bytes.constData(), bytes.size()), "isEnd");
+    // What lies behind the bytes does not count.
+    const QByteArray more = bytes + "\n\nx";
+    QTEST(http::isRequestEnd(more.constData(), bytes.size()), "isEnd");
+    QTEST(http::isRequestEnd((bytes + 'x').constData(), bytes.size()), "isEnd");
 }
 
 QTEST_APPLESS_MAIN(TestHttpMessages)

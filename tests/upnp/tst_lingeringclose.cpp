@@ -21,6 +21,7 @@ private slots:
     void peerThatHasClosedIsNotWaitedFor();
     void peerThatNeverClosesIsLeftAfterAWhile();
     void peerThatNeverStopsIsLeft();
+    void peerIsLeftAfterSoManyBytes();
     void connectionEndsWithTheParent();
 
 private:
@@ -101,6 +102,22 @@ void TestLingeringClose::peerThatNeverStopsIsLeft()
     LingeringClose::close(m_own, m_parent.data());
     QVERIFY(waitFor([this] { return sendMuch(); }));
     QVERIFY(waitFor([this] { return lingering() == 0; }));
+}
+
+// Well before its time is over
+void TestLingeringClose::peerIsLeftAfterSoManyBytes()
+{
+    static const char bytes[4096] = {};
+    LingeringClose::close(m_own, m_parent.data());
+    int left = LingeringClose::maximalBytes;
+    QVERIFY(waitFor([&] {
+        ssize_t sent = 0;
+        while (left > 0 && (sent = send(m_peer, bytes, size_t(qMin(left, int(sizeof bytes))), MSG_NOSIGNAL)) > 0)
+            left -= int(sent);
+        return left == 0;
+    }));
+    QVERIFY(waitFor([this] { return lingering() == 0; }, LingeringClose::maximalTime / 2));
+    QVERIFY(!isOpen(m_own));
 }
 
 void TestLingeringClose::connectionEndsWithTheParent()

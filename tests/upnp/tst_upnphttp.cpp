@@ -57,6 +57,7 @@ private slots:
     void iconIsServed_data();
     void iconIsServed();
     void pausingReaderGetsTheWholeIconWhileOthersAreServed();
+    void peersThatReadTheSameIconShareItsDescriptor();
     void peersThatResetAreNoMatter_data();
     void peersThatResetAreNoMatter();
     void lineWithoutEndIsAnsweredAtItsEnd();
@@ -393,6 +394,26 @@ void TestUpnpHttp::pausingReaderGetsTheWholeIconWhileOthersAreServed()
     QVERIFY(peer.received().size() <= 3000);
     QVERIFY(peer.readToEnd());
     QVERIFY(peer.received() == iconAnswer(peer.received(), icon));
+}
+
+void TestUpnpHttp::peersThatReadTheSameIconShareItsDescriptor()
+{
+    writeIcon(QByteArray(24 * 1024 * 1024, 'i'));
+    QVERIFY(isServed());
+    const int before = openDescriptors();
+    Peer first;
+    Peer second;
+    QVERIFY(first.send(iconRequest));
+    QVERIFY(second.send(iconRequest));
+    QVERIFY(waitFor([this] { return m_server->findChildren<FileSender *>().size() == 2 && m_server->findChildren<QTcpSocket *>().isEmpty(); }));
+    QCOMPARE(openDescriptors(), before + 5); // both ends of both connections, and the icon
+    // Another file in its place is another icon.
+    QVERIFY(QFile::remove(QLatin1String(iconFile)));
+    writeIcon(QByteArray(24 * 1024 * 1024, 'j'));
+    Peer third;
+    QVERIFY(third.send(iconRequest));
+    QVERIFY(waitFor([this] { return m_server->findChildren<FileSender *>().size() == 3 && m_server->findChildren<QTcpSocket *>().isEmpty(); }));
+    QCOMPARE(openDescriptors(), before + 8);
 }
 
 void TestUpnpHttp::peersThatResetAreNoMatter_data()
