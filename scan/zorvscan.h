@@ -83,7 +83,6 @@ private:
     void refresh();
     void add();
     void replaceText(ZorvDevice *known);
-    bool isChange(ZorvDevice *known);
     void refuseForWantOfRoom();
     void checkDevices();
 
@@ -100,7 +99,6 @@ private:
     int m_callsOfReport; // of pendingDatagrams(), by the socket's present report
     Counts m_counts;
     RegistryListener *m_listener; // or null
-    int m_comparedSize; // bytes of the texts whose values were compared since the last tick
     bool m_hasNewcomer; // a device was added, and the socket has not finished a report since
     DeviceIndex m_devices; // the children that are devices
     QElapsedTimer m_sinceFullWarning;
