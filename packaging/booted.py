@@ -121,6 +121,7 @@ class Trial:
         self.scan = self.peer.listen_announcements()
         self.fwconfig = FwConfig(BUS_ADDRESS)
         self.fwconfig.set(constants={"SERIALNUMBER": "912345678"})
+        pathlib.Path("/proc/sys/kernel/hostname").write_text("kelta\n")  # as the configuration service has it
         self.fwconfig.start()
         self.connman = Connman(SystemBus)
         self.connman.start()
