@@ -28,6 +28,7 @@ BUS_ADDRESS = "unix:path=/run/dbus/system_bus_socket"
 SERVICE = "upnpvelorn.service"
 ADDRESS, ADDRESS6, PC_ADDRESS = "10.77.0.2", "fd00:77::2", "10.77.0.3"
 NOBODY = 65534
+AS_NOBODY = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
 
 # The services around the daemon run as root here.
 POLICY = """<busconfig>
@@ -120,6 +121,7 @@ class Trial:
         self.scan = self.peer.listen_announcements()
         self.fwconfig = FwConfig(BUS_ADDRESS)
         self.fwconfig.set(constants={"SERIALNUMBER": "912345678"})
+        pathlib.Path("/proc/sys/kernel/hostname").write_text("kelta\n")  # as the configuration service has it
         self.fwconfig.start()
         self.connman = Connman(SystemBus)
         self.connman.start()
@@ -151,10 +153,21 @@ class Trial:
 
     def browsed(self) -> None:
         """By the tool, on the device itself, and as nobody: it needs no rights."""
-        command = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", "upnpvelorn-browse"]
+        command = [*AS_NOBODY, "upnpvelorn-browse"]
         expect("its address by its serial number", run(*command, "--address", "912345678", "--timeout", "3"), f"{ADDRESS}\n")
         run(*command, "check", ADDRESS, "--timeout", "0")
         print("  nothing wrong with it")
+
+    def controlled(self) -> None:
+        """By the tool of the device, as nobody."""
+        row = run(*AS_NOBODY, "upnpvelornctl", "list", "--json")
+        expect("nobody lists it", '"serial": "912345678"' in row and f'"address": "{ADDRESS}"' in row, True)
+        expect("nobody sees its status", "912345678" in run(*AS_NOBODY, "upnpvelornctl", "status"), True)
+        lines = run(*AS_NOBODY, "upnpvelornctl", "check").splitlines()
+        expect("nobody has it checked", [line for line in lines if not line.startswith("✓")], [])
+        denied = subprocess.run([*AS_NOBODY, "upnpvelornctl", "announce"], capture_output=True, text=True)
+        expect("nobody has it announced", [denied.returncode, "only root" in denied.stderr], [1, True])
+        expect("root has it announced", run("upnpvelornctl", "announce").startswith("Announced: "), True)
 
     def asked(self) -> None:
         expect("nobody asks for the address", ask("getAddressStr", NOBODY), ADDRESS)
@@ -228,7 +241,7 @@ def main() -> None:
     trial = Trial()
     for name, step in {
             "Installed": lambda: trial.install(packages), "Confined": trial.confined, "Found": trial.found,
-            "Browsed": trial.browsed, "Asked": trial.asked,
+            "Browsed": trial.browsed, "Controlled": trial.controlled, "Asked": trial.asked,
             "Follows the network": trial.follows, "Survives the bus": trial.survives_the_bus,
             "Is updated": lambda: trial.is_updated(packages), "Comes back": trial.comes_back, "Stops": trial.stops,
             "Is purged": trial.purges}.items():

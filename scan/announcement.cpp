@@ -110,6 +110,47 @@ QList<Interface> interfacesOfThisMachine()
     return interfaces;
 }
 
+namespace
+{
+
+// The bytes of a JSON text, one after the other, without the white space between its tokens.
+class Visible
+{
+public:
+    // The text must outlive it.
+    explicit Visible(const QByteArray &text)
+        : m_next(text.constData())
+        , m_end(text.constData() + text.size())
+        , m_isInString(false)
+        , m_isEscaped(false)
+    {
+    }
+
+    // -1 at the end
+    int next()
+    {
+        while (!m_isInString && m_next != m_end && isBlank(*m_next))
+            ++m_next;
+        if (m_next == m_end)
+            return -1;
+        const char byte = *m_next++;
+        if (byte == '"' && !m_isEscaped)
+            m_isInString = !m_isInString;
+        m_isEscaped = m_isInString && byte == '\\' && !m_isEscaped;
+        return uchar(byte);
+    }
+
+private:
+    static bool isBlank(char byte) { return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'; }
+
+    const char *m_next;
+    const char *const m_end;
+    bool m_isInString;
+    bool m_isEscaped;
+};
+
+} // namespace
+
 Span uuidIn(const QByteArray &datagram)
 {
     const Span none = { 0, 0 };
@@ -127,6 +168,19 @@ Span uuidIn(const QByteArray &datagram)
     if (closing <= opening + 1)
         return none;
     return Span{ opening + 1, closing - opening - 1 };
+}
+
+bool areSameButForBlanks(const QByteArray &a, const QByteArray &b)
+{
+    Visible left(a);
+    Visible right(b);
+    int byte = left.next();
+    while (byte == right.next()) {
+        if (byte == -1)
+            return true;
+        byte = left.next();
+    }
+    return false;
 }
 
 } // namespace announcement

@@ -64,6 +64,9 @@ struct Span
 // "params". Empty when there is none.
 Span uuidIn(const QByteArray &datagram);
 
+// Whether two JSON texts are the same but for the white space outside their strings. Takes no more time than reading them.
+bool areSameButForBlanks(const QByteArray &a, const QByteArray &b);
+
 } // namespace announcement
 
 #endif

@@ -12,7 +12,7 @@ public:
 
     // It will be in the lists, and stay for its expiration.
     virtual void deviceAppeared(const QString &uuid) = 0;
-    // It announces other values than before. A device that says the same again is not told of.
+    // It announces something else than before, not the same again, not even with other white space.
     virtual void deviceChanged(const QString &uuid) = 0;
     // It has not been heard for too long, and leaves the lists as soon as the event loop is reached.
     virtual void deviceGone(const QString &uuid) = 0;

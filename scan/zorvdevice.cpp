@@ -1,5 +1,6 @@
 #include "zorvdevice.h"
 
+#include "announcement.h"
 #include "dbusvalue.h"
 #include "deviceindex.h"
 #include "jsonreader.h"
@@ -212,43 +213,9 @@ bool ZorvDevice::checkExpired()
     return true;
 }
 
-static bool areSame(const QVariant &a, const QVariant &b);
-
-static bool areSame(const QVariantList &a, const QVariantList &b)
+bool ZorvDevice::isRepeatedBy(const QByteArray &json) const
 {
-    bool same = a.size() == b.size();
-    for (int i = 0; same && i < a.size(); ++i)
-        same = areSame(a.at(i), b.at(i));
-    return same;
-}
-
-static bool areSame(const QVariantMap &a, const QVariantMap &b)
-{
-    bool same = a.size() == b.size();
-    QVariantMap::const_iterator left = a.constBegin();
-    QVariantMap::const_iterator right = b.constBegin();
-    for (; same && left != a.constEnd(); ++left, ++right)
-        same = left.key() == right.key() && areSame(left.value(), right.value());
-    return same;
-}
-
-// QVariant itself takes 1 and "1" for the same, and those within containers too.
-static bool areSame(const QVariant &a, const QVariant &b)
-{
-    if (a.userType() != b.userType())
-        return false;
-    if (a.userType() == QMetaType::QVariantMap)
-        return areSame(a.toMap(), b.toMap());
-    if (a.userType() == QMetaType::QVariantList)
-        return areSame(a.toList(), b.toList());
-    return a == b;
-}
-
-bool ZorvDevice::hasSameValues(const QByteArray &json)
-{
-    JsonReader reader;
-    reader.parse(json);
-    return areSame(parsed(), reader.result().toMap());
+    return announcement::areSameButForBlanks(m_raw, json);
 }
 
 // What holds no values is not parsed again before the next announcement.

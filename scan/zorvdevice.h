@@ -38,8 +38,8 @@ public:
     bool checkExpired();
     // It will be deleted once the event loop is reached.
     bool isLeaving() const { return m_isLeaving; }
-    // Whether this announcement holds the values that the last one holds, however it is written. Reads both.
-    bool hasSameValues(const QByteArray &json);
+    // Whether this announcement says what the last one says, if perhaps with other white space.
+    bool isRepeatedBy(const QByteArray &json) const;
 
     // The value at a path of keys parted by slashes. A path that leads through a list gives the list of what
     // the path's remainder, from the first place on where the path has the current key, finds in each element.

@@ -34,10 +34,6 @@ static const int maximalRegistrySize = 32 * 1024 * 1024;
 static const int alwaysAcceptedSize = 2048; // bytes of one announcement of a known device
 static const qint64 fullWarningPeriod = 3600000; // ms, an hour
 
-// Whether another text has other values too is found by reading both. Of so many bytes between two ticks; beyond that, other
-// text counts as other values.
-static const int maximalComparedSize = 64 * 1024;
-
 // Below the 32 MiB at which a system bus drops the connection of a sender.
 static const int maximalReplySize = 24 * 1024 * 1024;
 
@@ -52,7 +48,6 @@ ZorvScan::ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObje
     , m_readsPerSignal(0)
     , m_counts()
     , m_listener(nullptr)
-    , m_comparedSize(0)
     , m_hasNewcomer(false)
 {
     m_sinceFullWarning.invalidate(); // Qt 4 does not
@@ -159,7 +154,6 @@ void ZorvScan::timerEvent(QTimerEvent *)
 {
     if (m_multicastPending)
         setupMulticast();
-    m_comparedSize = 0;
     checkDevices();
     sendAnnouncement();
 }
@@ -265,19 +259,10 @@ void ZorvScan::replaceText(ZorvDevice *known)
         return;
     }
     ++m_counts.taken;
-    const bool isToldOf = m_listener && !known->isLeaving() && isChange(known);
+    const bool isToldOf = m_listener && !known->isLeaving() && !known->isRepeatedBy(m_received.datagram());
     known->update(m_received.datagram());
     if (isToldOf)
         m_listener->deviceChanged(known->objectName());
-}
-
-bool ZorvScan::isChange(ZorvDevice *known)
-{
-    const int size = known->textSize() + m_received.datagram().size();
-    if (m_comparedSize + size > maximalComparedSize)
-        return true;
-    m_comparedSize += size;
-    return !known->hasSameValues(m_received.datagram());
 }
 
 void ZorvScan::refuseForWantOfRoom()

@@ -87,7 +87,6 @@ private:
     void refresh();
     void add();
     void replaceText(ZorvDevice *known);
-    bool isChange(ZorvDevice *known);
     void refuseForWantOfRoom();
     void checkDevices();
 
@@ -103,7 +102,6 @@ private:
     int m_readsPerSignal; // of the socket; 0: not connected yet
     Counts m_counts;
     RegistryListener *m_listener; // or null
-    int m_comparedSize; // bytes of the texts whose values were compared since the last tick
     bool m_hasNewcomer; // a device was added since the socket was last read to the end
     DeviceIndex m_devices; // the children that are devices
     QElapsedTimer m_sinceFullWarning;

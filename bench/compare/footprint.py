@@ -64,7 +64,7 @@ def _rest(plan: Plan) -> int:
 def _at_rest(all_lanes: list, plan: Plan) -> list:
     """The lanes with processor time and wake-ups of each. The start is over before."""
     started = surviving(all_lanes, Lane.start)
-    time.sleep(5)
+    time.sleep(15)  # the second announcement, ten seconds after the start, is the first with everything in it
     before = {lane: (_processor(lane.pid), _wakeups(lane.pid)) for lane in started}
     seconds = _rest(plan)
     time.sleep(seconds)

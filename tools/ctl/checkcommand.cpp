@@ -151,8 +151,8 @@ void Check::checkIdentity()
     m_report.judge(!m_identity.firmware.isEmpty(), "firmware version", orNone(m_identity.firmware), latin1(advice));
     const QString hostname = text::clean(ownnetwork::hostname());
     m_report.judge(m_identity.hostname == hostname, "host name", orNone(m_identity.hostname),
-        latin1(m_identity.hostname.isEmpty() ? "the kernel has %1; the configuration service has to answer before the daemon starts"
-                                             : "the kernel has %1; the daemon has to be able to read /proc/sys/kernel/hostname")
+        latin1("the kernel has %1; the configuration service has to say the same when the daemon starts, and a new name has to be "
+               "written to /proc/sys/kernel/hostname")
             .arg(hostname));
 }
 

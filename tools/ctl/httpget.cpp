@@ -39,7 +39,7 @@ QByteArray httpGet(const QString &address, quint16 port, const char *path, QStri
     const QByteArray question = QByteArray("GET ") + path + " HTTP/1.0\r\n\r\n";
     errno = 0;
     const bool asked = descriptor != -1 && ask(descriptor, address, port, question);
-    const QByteArray answer = asked ? everythingFrom(descriptor) : QByteArray();
+    QByteArray answer = asked ? everythingFrom(descriptor) : QByteArray();
     if (answer.isEmpty())
         *reason = errno ? QString::fromLocal8Bit(std::strerror(errno)) : QString::fromLatin1("nothing is answered");
     if (descriptor != -1)

@@ -108,7 +108,9 @@ bool Reader::isComplete()
 {
     if (m_options->command.isEmpty())
         return fail("a command is missing");
-    return !isCommand("show") || !m_options->uuid.isEmpty() || fail("show needs the uuid of a device; \"upnpvelornctl list\" has them");
+    if (isCommand("show") && m_options->uuid.isEmpty())
+        return fail("show needs the uuid of a device; \"upnpvelornctl list\" has them");
+    return true;
 }
 
 bool readOptions(const QStringList &words, Options *options, QString *problem)

@@ -82,12 +82,12 @@ int showNeighbour(const Options &options)
     QString problem;
     const QList<Neighbour> neighbours = daemon::neighbours(QString(), &problem);
     const Neighbour *const neighbour = find(neighbours, options.uuid);
-    if (problem.isEmpty() && !neighbour)
-        problem = latin1("No device with the uuid %1 has been heard of. See who is there: upnpvelornctl list").arg(text::clean(options.uuid));
-    if (!problem.isEmpty()) {
-        output::note(problem);
-        return 1;
+    if (problem.isEmpty() && neighbour) {
+        print(*neighbour);
+        return 0;
     }
-    print(*neighbour);
-    return 0;
+    if (problem.isEmpty())
+        problem = latin1("No device with the uuid %1 has been heard of. See who is there: upnpvelornctl list").arg(text::clean(options.uuid));
+    output::note(problem);
+    return 1;
 }

@@ -52,6 +52,19 @@ static int columnsOf(uint character)
                                                      : 1;
 }
 
+// Not QString::toUcs4(), which in Qt 4 appends a zero for every pair of surrogates.
+static QVector<uint> charactersOf(const QString &text)
+{
+    QVector<uint> characters;
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar unit = text.at(i);
+        const bool isPair = unit.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
+        characters.append(isPair ? QChar::surrogateToUcs4(unit, text.at(i + 1)) : unit.unicode());
+        i += isPair ? 1 : 0;
+    }
+    return characters;
+}
+
 static QString textOf(uint character)
 {
     return QString::fromUcs4(&character, 1);
@@ -59,7 +72,7 @@ static QString textOf(uint character)
 
 QString text::clean(const QString &text)
 {
-    const QVector<uint> characters = text.left(2 * most).toUcs4();
+    const QVector<uint> characters = charactersOf(text.left(2 * most));
     const bool isTooLong = characters.size() > most;
     QString result;
     for (int i = 0; i < (isTooLong ? most - 1 : characters.size()); ++i)
@@ -75,7 +88,7 @@ QString text::fromBytes(const QByteArray &bytes)
 
 int text::columns(const QString &text)
 {
-    const QVector<uint> characters = text.toUcs4();
+    const QVector<uint> characters = charactersOf(text);
     int sum = 0;
     for (int i = 0; i < characters.size(); ++i)
         sum += columnsOf(characters.at(i));
@@ -86,7 +99,7 @@ QString text::cut(const QString &text, int columns)
 {
     if (text::columns(text) <= columns)
         return text;
-    const QVector<uint> characters = text.toUcs4();
+    const QVector<uint> characters = charactersOf(text);
     QString result;
     int room = columns - 1; // the ellipsis takes one
     for (int i = 0; i < characters.size() && room >= columnsOf(characters.at(i)); ++i) {
