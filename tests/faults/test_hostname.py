@@ -35,6 +35,20 @@ def test_a_watch_that_was_refused_is_set_up_later(start_device, peer, tmp_path, 
     compare_bytes(peer.http_raw(GET), replaced(DESCRIPTION, hostname="second"))
 
 
+def test_a_file_that_cannot_be_read_three_times_leaves_the_name(start_device, tmp_path):
+    failing = Failing(tmp_path)
+    device = start_device(program=failing.program)
+    failing.order("open", errno.EIO, times=1000)
+    device.room.write_hostname("new")
+    wait_for(lambda: failing.failed >= 3, what="the file could not be read")
+    for _ in range(3):
+        assert device.call("getHostname") == b"kelta"
+    assert failing.failed in (3, 6)  # one write may be reported twice
+    failing.nothing()
+    device.room.write_hostname("newer")
+    wait_for(lambda: is_called(device, b"newer"), what="the next change is followed")
+
+
 def has_watch(device) -> bool:
     return any("inotify wd:" in entry.read_text() for entry in pathlib.Path(f"/proc/{device.pid}/fdinfo").iterdir())
 

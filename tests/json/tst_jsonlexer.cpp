@@ -232,6 +232,8 @@ void tst_JsonLexer::keywords_data()
     QTest::newRow("ends at an upper-case letter") << latin1("trueX") << 10 << 4;
     QTest::newRow("ends at a digit") << latin1("null0") << 11 << 4;
     QTest::newRow("ends at a bracket") << latin1("false]") << 9 << 5;
+    QTest::newRow("ends at the character before a") << latin1("true`") << 10 << 4;
+    QTest::newRow("ends at the character behind z") << latin1("true{") << 10 << 4;
     QTest::newRow("upper case inside") << latin1("tRue") << 12 << 1;
 }
 
