@@ -1,4 +1,4 @@
-# The values that belong to the target device. This is their only place; core/device.h.in makes them C++.
+# The values that belong to the target device. core/device.h.in makes them C++; docs/porting.md says who else has them.
 
 set(DEVICE_MANUFACTURER "Zorv")
 set(DEVICE_MANUFACTURER_URL "http://www.zorv.example")

@@ -45,8 +45,8 @@ void BusLoss::timerEvent(QTimerEvent *)
         startAgain();
 }
 
-// Each probe has a name of its own: Qt 4 never gives up a connection that could not be made, nor tries it again. It costs
-// four kilobytes, hence the longer period when the bus stays away.
+// Each probe has a connection name of its own: Qt 4 keeps a connection that failed under its name, and never tries it again.
+// A failed one costs four kilobytes, hence the longer period when the bus stays away.
 bool BusLoss::isBusReady()
 {
     const QString name = QLatin1String("probe") + QString::number(++m_probes);

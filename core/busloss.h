@@ -6,18 +6,18 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-// Brings the daemon back to a system bus that was restarted. Qt never makes a lost bus connection anew, so the process
-// starts its program again, under the same process id, once the bus and the service it needs most are there.
+// Brings the daemon back to a system bus that was restarted. Qt does not reconnect to a bus, so the process executes its
+// program again (execv(2)), under the same process id, once the bus and the service it needs most are there.
 // Until then everything but the bus goes on.
 //
-// After SIGTERM it does not: the next process would know nothing of the signal, and would not go on saying byebye.
+// After SIGTERM it does not: the new program would know nothing of the signal, and would not go on sending byebye.
 class BusLoss : public QObject
 {
     Q_OBJECT
 
 public:
-    // neededService is the bus name to wait for; after a minute it is given up. programName is what the program is
-    // to find as its name.
+    // neededService is the bus name to wait for, for a minute after the bus is back. programName becomes argv[0] of the
+    // program. When the program cannot be executed there is one warning, and every second another try.
     BusLoss(const QString &neededService, const QByteArray &programName, QObject *parent);
 
 protected:

@@ -19,7 +19,7 @@ static const char help[]
 
 bool answerCommandLine(int argc, char *const argv[])
 {
-    // Meant: nothing is said of arguments that nobody knows (test_command_line). Start scripts may have some.
+    // Meant: no message about unknown arguments (test_command_line). Start scripts may have some.
     const bool isVersion = argc == 2 && std::strcmp(argv[1], "--version") == 0;
     const bool isHelp = argc == 2 && std::strcmp(argv[1], "--help") == 0;
     if (isVersion || isHelp)

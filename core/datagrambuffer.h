@@ -4,8 +4,8 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QScopedPointer>
 
-// Room for the longest datagram, used again for each. Of its 64 KiB only those pages take memory that a datagram has
-// filled; so it is no QByteArray, which writes behind its last byte.
+// A buffer for the longest datagram, used again for each. Of its 64 KiB only the pages take memory to which a datagram was
+// written. It is no QByteArray, which would write a zero behind its last byte, and so to the last page.
 class DatagramBuffer
 {
 public:
@@ -24,7 +24,7 @@ public:
         m_datagram.setRawData(m_bytes.data(), uint(qMax(size, 0)));
         return size > 0;
     }
-    // Not a copy: what is kept longer than to the next datagram has to be one.
+    // Shares the buffer, until the next setSize(): make a deep copy of what you keep longer.
     const QByteArray &datagram() const { return m_datagram; }
 
 private:

@@ -52,20 +52,20 @@ static void wire(const QObject *sender, const char *signal, const QObject *recei
         qWarning("%s", failure);
 }
 
-// Qt's own event loop, which takes a seventh fewer instructions for an answer and 150 KiB less memory than that of GLib,
-// which Qt is built for on a PC. To be called before there is a thread.
+// Qt's own event loop takes a seventh fewer instructions for an answer and 150 KiB less memory than GLib's, which Qt on a PC
+// takes otherwise. To be called before there is a thread.
 static void useQtEventLoop()
 {
     qputenv("QT_NO_GLIB", "1");
 }
 
-// A connection that ends in the middle of a call is no reason for libdbus to end the process. To be called before there is one.
+// Otherwise libdbus ends the process when a connection is lost in the middle of a call. To be called before there is one.
 static void surviveLostConnections()
 {
     qputenv("DBUS_FATAL_WARNINGS", "0");
 }
 
-// What starting up took goes back to the system, as far as the C library can do that.
+// Returns to the system the heap memory that only the start-up needed.
 static void giveMemoryBack()
 {
 #ifdef __GLIBC__
@@ -90,7 +90,7 @@ int main(int argc, char *argv[])
     const QByteArray programName = argc > 0 ? argv[0] : "";
     forgetProgramName(argc, argv);
     QCoreApplication application(argc, argv);
-    // Before anything waits for the bus, which may be gone afterwards.
+    // Before anything that blocks on the bus: the connection may be lost meanwhile.
     BusLoss busLoss(kelta::FwConfigGlobals::SERVICE_PATH_NAME, programName, &application);
 
     UpnpSettings *settings = createSettings(&application);

@@ -17,7 +17,7 @@ static bool isEarlyConnection(const char *text)
     return std::strstr(text, "connection created before QCoreApplication") != nullptr;
 }
 
-// Whether the message is to be seen.
+// Whether the message goes to the log.
 static bool filter(const char *text)
 {
     if (isMissingThread(text)) {

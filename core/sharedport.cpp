@@ -11,8 +11,8 @@ static void shareByBothOptions(int descriptor)
     setsockopt(descriptor, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
 }
 
-// There is no descriptor to set an option on before Qt's bind(). When that succeeds, the other option lets programs in that
-// start later; when it fails because of programs that are there, a second try has both.
+// There is no descriptor to set an option on before Qt's bind(). When that succeeds, the other option lets programs bind the
+// port that start later; when it fails because of programs that have the port already, a second try has both options.
 bool bindShared(QUdpSocket *socket, quint16 port, QUdpSocket::BindMode mode)
 {
     const QHostAddress anyAddress = qtcompat::anyIPv4<QHostAddress>();

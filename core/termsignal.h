@@ -6,10 +6,10 @@
 // Element 0 is written by the handler, element 1 is watched. Both live as long as the process.
 extern int termSocketPair[2];
 
-// Fills termSocketPair. Ends the process with a fatal message when the system has no pair to give.
+// Fills termSocketPair. Ends the process with a fatal message when socketpair(2) fails.
 void createTermSocketPair();
 
-// Whether SIGTERM has arrived: whether a byte waits to be watched.
+// Whether SIGTERM has arrived: whether element 1 is readable.
 bool hasTermSignalArrived();
 
 // Async-signal-safe: one write() of the byte 1 to element 0; errno stays. The signal number is not used.

@@ -17,7 +17,7 @@ static bool isRepresentable(uint codePoint)
 }
 
 // The length in units of the character at i if it can be carried, else 0.
-static int carriableLength(const QString &text, int i)
+static int representableLength(const QString &text, int i)
 {
     const QChar c = text.at(i);
     if (c.unicode() < 0xd800 && c.unicode() != 0) // below surrogates and noncharacters
@@ -28,11 +28,11 @@ static int carriableLength(const QString &text, int i)
 }
 
 // How many units of the text, from its begin on, can all be carried.
-static int carriablePrefix(const QString &text)
+static int representablePrefix(const QString &text)
 {
     int i = 0;
     while (i < text.size()) {
-        const int length = carriableLength(text, i);
+        const int length = representableLength(text, i);
         if (length == 0)
             break;
         i += length;
@@ -42,18 +42,18 @@ static int carriablePrefix(const QString &text)
 
 static bool isCarriable(const QString &text)
 {
-    return carriablePrefix(text) == text.size();
+    return representablePrefix(text) == text.size();
 }
 
 QString sanitized(const QString &text)
 {
-    const int prefix = carriablePrefix(text);
+    const int prefix = representablePrefix(text);
     if (prefix == text.size())
         return text;
     QString result = text.left(prefix);
     result.reserve(text.size());
     for (int i = prefix; i < text.size();) {
-        const int length = carriableLength(text, i);
+        const int length = representableLength(text, i);
         for (int k = 0; k < length; ++k)
             result += text.at(i + k);
         i += qMax(1, length);
@@ -94,24 +94,24 @@ static bool isCarriable(const QVariant &value, int depth)
     }
 }
 
-static QVariant carriableValue(const QVariant &value, int depth);
+static QVariant sanitizedValue(const QVariant &value, int depth);
 
-static QVariantMap carriableObject(const QVariantMap &object, int depth)
+static QVariantMap sanitizedObject(const QVariantMap &object, int depth)
 {
     QVariantMap result;
     for (QVariantMap::const_iterator entry = object.constBegin(); entry != object.constEnd(); ++entry) {
-        const QVariant value = carriableValue(entry.value(), depth);
+        const QVariant value = sanitizedValue(entry.value(), depth);
         if (value.isValid())
             result.insert(sanitized(entry.key()), value);
     }
     return result;
 }
 
-static QVariantList carriableList(const QVariantList &list, int depth)
+static QVariantList sanitizedList(const QVariantList &list, int depth)
 {
     QVariantList result;
     for (int i = 0; i < list.size(); ++i) {
-        const QVariant value = carriableValue(list.at(i), depth);
+        const QVariant value = sanitizedValue(list.at(i), depth);
         if (value.isValid())
             result.append(value);
     }
@@ -119,13 +119,13 @@ static QVariantList carriableList(const QVariantList &list, int depth)
 }
 
 // An invalid variant for what cannot be carried. depth: containers that may still be opened here.
-static QVariant carriableValue(const QVariant &value, int depth)
+static QVariant sanitizedValue(const QVariant &value, int depth)
 {
     switch (value.userType()) {
     case QMetaType::QVariantMap:
-        return depth < depthOfObject ? QVariant() : QVariant(carriableObject(value.toMap(), depth - depthOfObject));
+        return depth < depthOfObject ? QVariant() : QVariant(sanitizedObject(value.toMap(), depth - depthOfObject));
     case QMetaType::QVariantList:
-        return depth < depthOfList ? QVariant() : QVariant(carriableList(value.toList(), depth - depthOfList));
+        return depth < depthOfList ? QVariant() : QVariant(sanitizedList(value.toList(), depth - depthOfList));
     case QMetaType::QString:
         return sanitized(value.toString());
     default:
@@ -136,7 +136,7 @@ static QVariant carriableValue(const QVariant &value, int depth)
 QVariantMap sanitized(const QVariantMap &object)
 {
     // Nearly always everything is representable, and nothing is copied.
-    return isCarriableObject(object, maximalDepth) ? object : carriableObject(object, maximalDepth);
+    return isCarriableObject(object, maximalDepth) ? object : sanitizedObject(object, maximalDepth);
 }
 
 // Lengths, padding to eight bytes, signatures

@@ -18,8 +18,8 @@ static bool isInotify(const QByteArray &descriptorPath)
     return size >= ssize_t(sizeof inotifyLink - 1) && std::memcmp(target, inotifyLink, sizeof inotifyLink - 1) == 0;
 }
 
-// Without inotify(7) Qt looks at the file every second instead, and sees no change of one that the kernel makes up. It
-// does not say which way it has taken; in this process nobody else uses inotify.
+// Without inotify(7) Qt polls the file every second instead, and sees no change of a file below /proc. Qt does not say which of
+// the two it does; nothing else in this process uses inotify.
 static bool hasInotify()
 {
     const QStringList descriptors = QDir(QLatin1String("/proc/self/fd")).entryList(QDir::System | QDir::Files);

@@ -8,8 +8,9 @@
 #include <QtCore/QScopedPointer>
 #include <QtCore/QString>
 
-// Tells when one file changes, by way of the kernel. As long as the kernel refuses to watch it, it is asked again: after ten
-// seconds, and then after twice the time before, up to an hour. Once it watches, a change that came meanwhile is told.
+// Signals that one file has changed, by inotify(7). While the kernel refuses to watch the file, FileWatch tries again: after
+// ten seconds, and then after twice the time before, up to an hour. When that succeeds, a change that came meanwhile is
+// signalled.
 class FileWatch : public QObject
 {
     Q_OBJECT
@@ -18,6 +19,7 @@ public:
     explicit FileWatch(const QString &file);
 
 signals:
+    // May come more than once for one change (Qt 4), and also when the file is written with the same content.
     void fileChanged(const QString &file);
 
 protected:

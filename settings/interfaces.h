@@ -5,8 +5,9 @@
 #include <QtCore/QString>
 #include <QtNetwork/QNetworkInterface>
 
-// The network interfaces of this machine. The kernel's answer can be lost, for want of a descriptor or of memory; every
-// machine has a loopback interface with an address, so an answer without one is asked for again, a few times.
+// The network interfaces of this machine. QNetworkInterface returns an incomplete list when it has no descriptor or no
+// memory to ask the kernel. Every machine has a loopback interface with an address, so a list without one is asked for
+// again, four times in all; then it is returned as it is, and may be empty.
 QList<QNetworkInterface> networkInterfaces();
 
 // The interface of that name, or an invalid one.

@@ -28,8 +28,8 @@ static QByteArray local8BitUpToNul(const QString &text)
     return QByteArray(text.toLocal8Bit().constData());
 }
 
-// The whole file, without white space around. Half of one is worse than none, so a read that fails counts like a file that
-// does not open; both are tried again, since such a failure may pass.
+// The whole file, without white space around. A part of it is worse than nothing, so a read error counts like a file that
+// does not open; both are tried again, since such an error may be gone the next time.
 static bool readFile(const char *name, QByteArray *content)
 {
     for (int tries = 0; tries < maximalReadTries; ++tries) {
@@ -45,8 +45,8 @@ static bool readFile(const char *name, QByteArray *content)
     return false;
 }
 
-// Asked for directly, not through the proxy's accessor: that one gives up on a value of another type,
-// where any value that has a text is welcome.
+// Asked for directly, not through the proxy's accessor: that one fails for a value of another type,
+// while here any value that QVariant can convert to a text is good.
 static QByteArray propertyText(const QDBusAbstractInterface &proxy, const char *name)
 {
     QDBusMessage get = QDBusMessage::createMethodCall(proxy.service(), proxy.path(),

@@ -15,8 +15,8 @@ class BareboxConfigProxy;
 // Who the device is and how it is reached: the one source of every identity and network value that the
 // daemon sends. Readers ask at the moment of sending, or anew at every changed().
 //
-// The identity is gathered once, in the constructor, from the device's configuration service and from /proc;
-// afterwards only the host name and the four network values change.
+// The identity is read once, in the constructor, from the device's configuration service and from the kernel; afterwards
+// only the host name and the four network values (address, link-local address, gateway, method) change.
 //
 // Exported on the system bus, where the interface is called local.UpnpSettings: the public slots with a D-Bus
 // form are its methods, in this order. Hence no Q_CLASSINFO, and no slot is moved or added lightly.
@@ -33,7 +33,7 @@ public:
         const QByteArray &description, const QByteArray &modelWebAddress, QObject *parent);
 
 signals:
-    // The host name or the network is about to change; the getters still give the old values.
+    // The host name, or the network by connman's signal, is about to change; the getters still give the old values.
     void aboutToChange();
     // It has changed; the getters give the new values.
     void changed();
@@ -41,7 +41,9 @@ signals:
     void networkReady();
 
 public slots:
+    // Byte arrays are 8-bit texts as they are sent; values that are not known are empty.
     QByteArray getManufacturer() const;
+    // The manufacturer's web address.
     QByteArray getUrl() const;
     QByteArray getModelName() const;
     QByteArray getModelNameLower() const;
@@ -54,7 +56,7 @@ public slots:
     // the link-local variant of UUID and URLs, provided that the device has a link-local address.
     QByteArray getUuid(const QHostAddress &src) const;
     QByteArray getHostname() const;
-    // The host name up to its first zero byte.
+    // The host name up to its first zero byte, read as Latin-1.
     QString strHostname() const;
     // "http://192.168.1.20": no port, no slash. Just "http://" while there is no address.
     QByteArray getPresentationUrl(const QHostAddress &src) const;
@@ -64,6 +66,7 @@ public slots:
     QByteArray getMulticastUrl() const;
     // "Kelta/1.4.2, UPnP/1.0"
     QByteArray getServerHeader() const;
+    // The regular address of eth0, the SSDP group, the link-local address of eth0, and the gateway. Null while unknown.
     QHostAddress getAddress() const;
     QHostAddress getMulticastAddress() const;
     QHostAddress getAutoipAddress() const;
@@ -72,6 +75,7 @@ public slots:
     QString getAddressStr() const;
     QString getMulticastAddressStr() const;
     QString getAutoipAddressStr() const;
+    // The ports of SSDP and of the description server.
     quint16 getUdpPort() const;
     quint16 getHttpPort() const;
     // "dhcp", "static" or connman's word for it; empty while unknown.

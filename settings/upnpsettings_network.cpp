@@ -1,4 +1,4 @@
-// The half of UpnpSettings that follows the network: the addresses of eth0, the network configuration
+// The part of UpnpSettings that follows the network: the addresses of eth0, the network configuration
 // of the configuration service, and connman.
 #include "upnpsettings.h"
 

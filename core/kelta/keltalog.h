@@ -14,6 +14,7 @@ namespace kelta
 // The system log of the process. Once open, it also carries Qt's own message channels
 // (qDebug(), qWarning(), qCritical(), qFatal()) under the same ident, facility and threshold.
 // A log that is absent, broken or read by nobody loses messages; it never stops the process.
+// Texts are in the local 8-bit encoding. Every thread may write, once open() and setSyslogLevelWarning() have returned.
 // Warnings are written at a bounded rate: 1,000 at once, and one every five seconds in the long run.
 class Keltalog
 {
@@ -37,7 +38,7 @@ public:
     // From now on only warnings, critical and fatal messages are written.
     void setSyslogLevelWarning();
 
-    // Writes one printf-style message; does nothing below the threshold.
+    // Writes one printf-style message, cut after 1,023 bytes; does nothing below the threshold.
     void msg(QtMsgType type, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
 private:

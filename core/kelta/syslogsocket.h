@@ -7,7 +7,8 @@ namespace kelta
 {
 
 // The sending end of /dev/log (RFC 3164, section 4.1, as local programs write it).
-// syslog(3) waits when nobody empties /dev/log; this socket drops the line instead.
+// syslog(3) blocks when nobody reads from /dev/log; this socket drops the line instead.
+// Not thread-safe: Keltalog locks it.
 class SyslogSocket
 {
 public:
