@@ -33,6 +33,11 @@ void TestRegistryListener::blanks_data()
     QTest::newRow("another type") << QByteArray("{\"a\":1}") << QByteArray("{\"a\":\"1\"}") << false;
     QTest::newRow("one begins the other") << QByteArray("{\"a\":1}") << QByteArray("{\"a\":1} x") << false;
     QTest::newRow("a text without an end") << QByteArray("[\"a b") << QByteArray("[\"a  b") << false;
+    const QByteArray beginning("{\"a\":\"" + QByteArray(200, 'x') + "\",");
+    QTest::newRow("long, blank behind") << beginning + "\"b\":1}" << beginning + " \"b\":1}" << true;
+    QTest::newRow("long, blank before") << " " + beginning + "\"b\":1}" << beginning + "\"b\":1} " << true;
+    QTest::newRow("long, value behind") << beginning + "\"b\":1}" << beginning + "\"b\":2}" << false;
+    QTest::newRow("long, blank in a text behind") << beginning + "\"b c\":1}" << beginning + "\"bc\":1}" << false;
     QTest::newRow("8-bit") << QByteArray("[\"\xe9\xa0\"]") << QByteArray("[\"\xe9\x20\"]") << false;
     QTest::newRow("zero byte") << QByteArray("a\0b", 3) << QByteArray("a\0c", 3) << false;
 }
