@@ -30,6 +30,7 @@ def test_a_watch_that_was_refused_is_set_up_later(start_device, peer, tmp_path, 
     device.room.write_hostname("first")
     wait_for(lambda: is_called(device, b"first"), what="the change that nobody saw is found")
     assert failing.failed == 2
+    wait_for(lambda: has_watch(device), what="the kernel watches the file")
     device.room.write_hostname("second")
     wait_for(lambda: is_called(device, b"second"), what="the next one is seen")
     compare_bytes(peer.http_raw(GET), replaced(DESCRIPTION, hostname="second"))
