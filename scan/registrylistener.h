@@ -3,16 +3,18 @@
 
 class QString;
 
-// Who wants to know which devices come, change and go. Told at once, in the middle of taking in a datagram: what takes long
-// is for later. uuids are the names that the devices have in the registry, whatever strangers put into them.
+// Is told which devices come, change and go. The functions are called while a datagram is read, deviceGone() in the timer
+// event of the scan: they must not take long. uuids are the names that the devices have in the registry, whatever strangers
+// put into them.
 class RegistryListener
 {
 public:
     virtual ~RegistryListener() { }
 
-    // It will be in the lists, and stay for its expiration.
+    // It is in the lists from now on, until it has been silent for three times its expiration.
     virtual void deviceAppeared(const QString &uuid) = 0;
-    // It announces other values than before. A device that says the same again is not told of.
+    // It announces other values than before, or another text that was too long to compare. Not called for a device that
+    // announces the same values again.
     virtual void deviceChanged(const QString &uuid) = 0;
     // It has not been heard for too long, and leaves the lists as soon as the event loop is reached.
     virtual void deviceGone(const QString &uuid) = 0;

@@ -232,7 +232,7 @@ static bool areSame(const QVariantMap &a, const QVariantMap &b)
     return same;
 }
 
-// QVariant itself takes 1 and "1" for the same, and those within containers too.
+// For QVariant itself 1 and "1" are equal, also within containers.
 static bool areSame(const QVariant &a, const QVariant &b)
 {
     if (a.userType() != b.userType())
@@ -251,7 +251,7 @@ bool ZorvDevice::hasSameValues(const QByteArray &json)
     return areSame(parsed(), reader.result().toMap());
 }
 
-// What holds no values is not parsed again before the next announcement.
+// An announcement without values is not parsed again before the next one.
 QVariantMap ZorvDevice::parsed()
 {
     if (!m_parsed.isEmpty() || m_hasNoValues)
@@ -312,7 +312,7 @@ QVariantMap ZorvDevice::summary(int *size, QString *familyType)
     return summary;
 }
 
-// What stands in the device's object is looked up from there on: none of these keys occurs earlier in its path.
+// The values of the object "device" are looked up from there on: none of these keys occurs earlier in its path.
 QVariantMap ZorvDevice::newSummary(QString *familyType)
 {
     const QVariant announcement = parsed();

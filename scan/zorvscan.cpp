@@ -34,8 +34,8 @@ static const int maximalRegistrySize = 32 * 1024 * 1024;
 static const int alwaysAcceptedSize = 2048; // bytes of one announcement of a known device
 static const qint64 fullWarningPeriod = 3600000; // ms, an hour
 
-// Whether another text has other values too is found by reading both. Of so many bytes between two ticks; beyond that, other
-// text counts as other values.
+// Whether another text has other values too is found by parsing both texts: so many bytes of them between two timer events.
+// Beyond that, another text counts as other values.
 static const int maximalComparedSize = 64 * 1024;
 
 // Below the 32 MiB at which a system bus drops the connection of a sender.
@@ -91,7 +91,7 @@ int ZorvScan::setupMulticast()
     // Meant: each set-up adds a read (tst_zorvscan).
     m_readsPerSignal = qMin(m_readsPerSignal + 1, maximalReadsPerSignal);
     m_multicastPending = false;
-    // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
+    // There is no readyRead() after a datagram that came before the signal was connected, until it is read.
     pendingDatagrams();
     return 0;
 }
@@ -164,7 +164,8 @@ void ZorvScan::timerEvent(QTimerEvent *)
     sendAnnouncement();
 }
 
-// Nobody is told when an object gets another name or comes from elsewhere, so the index is told here.
+// Qt 4 has no signal for another object name, and a child event says too little of a device that gets this parent: so the
+// index is brought up to date here.
 void ZorvScan::checkDevices()
 {
     const QObjectList snapshot = children();
@@ -178,13 +179,14 @@ void ZorvScan::checkDevices()
     }
 }
 
-// Without asking first: after a damaged datagram Qt reports no other one before somebody reads.
+// Without asking first whether a datagram waits: after one with a wrong checksum there is no readyRead() before a read.
 bool ZorvScan::receive()
 {
     return m_received.setSize(int(m_socket->readDatagram(m_received.bytes(), DatagramBuffer::Size)));
 }
 
-// Without Qt, at a tenth of its cost. Once Qt has read, it reports the next datagram whoever reads this one.
+// Without Qt, at a tenth of its cost. Once QUdpSocket has read a datagram, its readyRead() comes for the next one, even when
+// others are read here.
 bool ZorvScan::receiveMore()
 {
     return m_received.setSize(int(recv(int(m_socket->socketDescriptor()), m_received.bytes(), DatagramBuffer::Size, 0)));
@@ -209,8 +211,8 @@ void ZorvScan::readSocket()
     m_hasNewcomer = false;
 }
 
-// So that a burst costs one turn of the event loop, not one for each datagram. It ends with a device that was not known:
-// its announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
+// So a burst costs one pass of the event loop, not one for each datagram. It ends after a device that was not known: its
+// announcement may be unusable, and then the event loop deletes it before the next datagram is read.
 void ZorvScan::readBacklog()
 {
     for (int i = 0; i < maximalBacklog && !m_hasNewcomer && receiveMore(); ++i)
@@ -254,7 +256,7 @@ void ZorvScan::add()
         m_listener->deviceAppeared(name);
 }
 
-// A full registry never expires a known device: its last announcement stays.
+// A known device does not expire because the registry is full: its last announcement stays.
 void ZorvScan::replaceText(ZorvDevice *known)
 {
     const int size = m_received.datagram().size();
@@ -289,7 +291,7 @@ void ZorvScan::refuseForWantOfRoom()
     m_sinceFullWarning.start();
 }
 
-// One that is being destroyed is no ZorvDevice any more: it has left the index by itself.
+// A device in its QObject destructor is no ZorvDevice any more: it has left the index by itself.
 void ZorvScan::childEvent(QChildEvent *event)
 {
     if (event->removed()) {
