@@ -10,7 +10,7 @@
    7 : 8 , 9 false, 10 true, 11 null, 12 error. The lexer reports nothing itself: it returns 12, and
    line() and pos() tell the parser where that was.
 
-   It is lenient where that costs nothing: a number may begin with + or with zeros, signs inside a number
+   It accepts more than the standard: a number may begin with + or with zeros, signs inside a number
    are skipped (1-2 is 12, a lone minus is 0), a string may hold raw control characters and line feeds,
    and an unknown escape stands for its own character. */
 class JsonLexer

@@ -3,11 +3,11 @@
 
 #include <QtGlobal>
 
-// Numbers as text, as QString::number() writes them, but into memory that is there.
+// Numbers as text, as QString::number() writes them, but into the caller's memory: ASCII, without a zero at the end.
 namespace jsonnumber
 {
 
-// Room for the longest text of each function
+// Bytes that the caller's memory must have, for the longest text of each function
 enum { MaximumLength = 24 };
 
 // Decimal. Returns the length.

@@ -26,12 +26,13 @@ public:
     JsonParser();
 
     // Reads one value and the end of the text. False on the first syntax error, and when the value is
-    // nested too deeply. The lexer stays the caller's.
+    // nested too deeply. The lexer is not owned.
     bool parse(JsonLexer *lexer);
 
     // The value of a successful parse(); otherwise invalid.
     QVariant result() const;
 
+    // These three are about the last parse() that failed; a successful one does not reset them.
     // What was wrong: "Expected '}', ','" when one or two tokens could have stood there, otherwise empty.
     QString errorMessage() const { return m_errorMessage; }
     // Line, from 1.

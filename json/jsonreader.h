@@ -9,8 +9,8 @@
    number = qlonglong or double, false and true = bool, null = an invalid QVariant.
 
    JsonLexer and JsonParser say where more is accepted than the standard allows. What is read may come
-   from anybody: every text ends in a value or in an error, and nested arrays and objects are an error
-   from JsonParser::MaximumDepth levels on. */
+   from anybody: every text gives a value or an error, and more than JsonParser::MaximumDepth arrays and
+   objects within each other are an error. */
 class JsonReader
 {
 public:
@@ -22,11 +22,12 @@ public:
     // the zero bytes among the first four do (RFC 4627, section 3). Fewer than four bytes are UTF-8.
     bool parse(const QByteArray &data);
 
-    // The value of the last parse(). Invalid after an error, but after the text null as well.
+    // The value of the last parse(). Invalid after an error, and also after the text null.
     QVariant result() const { return m_result; }
 
     // Empty after success, else "Expected '}', ',' at line 1 pos 17". What was expected is left out when it
-    // is more than two tokens; then the text begins with the blank before "at". Lines count from 1,
+    // is more than two tokens, or when the nesting is too deep; then the text begins with the blank before "at".
+    // Lines count from 1,
     // positions from the start of the whole text in UTF-16 units.
     QString errorString() const { return m_errorString; }
 

@@ -18,7 +18,8 @@ class JsonWriter
 public:
     JsonWriter();
 
-    // Writes the value into result(), in place of the one before. False when something in it could not
+    // Writes the value into result(), in place of the one before. It recurses into lists and maps, so it needs
+    // stack in proportion to their depth. False when something in it could not
     // be written; there the text holds null, and errorString() tells what it was.
     bool stringify(const QVariant &value);
     // Appends the value to result() as it looks at this nesting level: 0 is the outermost, and a negative one looks like the
@@ -31,7 +32,7 @@ public:
     // feeds. Each is also a warning at the moment it is found.
     QString errorString() const { return m_errorString; }
 
-    // Off at first: then the text has no blanks at all. On: each member of an object has its own line,
+    // Off at first: then there are no blanks between the tokens. On: each member of an object has its own line,
     // and the elements of an array are set apart by blanks. Only arrays indent what is in them.
     void setAutoFormatting(bool on) { m_autoFormatting = on; }
     bool autoFormatting() const { return m_autoFormatting; }

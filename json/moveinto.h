@@ -4,8 +4,8 @@
 #include <QVariant>
 
 // Makes the content (QString, QVariantMap, QVariantList) the value's, and leaves an empty one behind. Copying instead
-// would count the users of the content up and down again, and atomic counting takes longer than most of what is done
-// to a token.
+// would increment and decrement the reference count of the content, and these atomic operations take longer than most of what
+// is done with a token.
 template <class Content>
 inline void moveInto(Content &content, QVariant &value)
 {

@@ -5,11 +5,11 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
-// What has become of the devices in a while, each uuid in one list at most: one that appeared and went again is in none, one
+// The changes of the devices in a period, each uuid in one list at most: a device that appeared and went again is in none, one
 // that went and came back has changed.
 //
-// However many there are, it stays small: a list holds maximalListed uuids of maximalUuidLength characters at most. Of those
-// that find no place only their number is kept, and one device may count there several times.
+// Its memory is bounded: a list holds at most maximalListed uuids of at most maximalUuidLength characters. Further changes are
+// only counted, in more(), where one device may count several times.
 class DeviceChanges
 {
 public:

@@ -12,10 +12,10 @@ class UpnpReceiver;
 class ZorvScan;
 
 // Tells other programs what the daemon does: which devices come, change and go, by a signal, and what it has served and
-// refused, by properties. It keeps nothing of this itself but the changes of the present second.
+// refused, by properties. The objects count; it keeps only the changes of the present second, and when it started.
 //
-// Exported on the system bus with its signal and its properties. What it says of itself there stands here, since Qt names
-// no arguments and would have clients keep the values of properties that change without a word.
+// Exported on the system bus with its signal and its properties. The introspection is written here, since Qt's own names no
+// arguments, and does not tell clients that properties change without a signal.
 class Monitor : public QObject, public RegistryListener
 {
     Q_OBJECT
@@ -54,11 +54,12 @@ class Monitor : public QObject, public RegistryListener
     Q_PROPERTY(qulonglong AnnouncementsWithoutRoom READ announcementsWithoutRoom)
 
 public:
-    // Those that it reads from are not owned and must be there as long as calls arrive.
+    // The three objects are not owned and must exist as long as calls arrive.
     Monitor(const ZorvScan *scan, const UpnpReceiver *receiver, const UpnpHttp *http, QObject *parent);
 
     QString version() const;
-    // Seconds since 1970 by the present clock, which may have been another one then.
+    // When it started, in seconds since 1970: the present time of the wall clock less the time that it runs. So a clock that was
+    // set meanwhile moves it.
     qulonglong since() const;
     uint devices() const;
     qulonglong searchesAnswered() const;
@@ -74,8 +75,8 @@ public:
     void deviceGone(const QString &uuid) override;
 
 signals:
-    // What has happened in the second since the first of these changes (DeviceChanges). more: how many further changes found
-    // no place in the lists.
+    // The changes in the second since the first of them (DeviceChanges): uuids. more: the number of further changes, for which
+    // the lists had no place.
     Q_SCRIPTABLE void DevicesChanged(const QStringList &appeared, const QStringList &changed, const QStringList &gone, uint more);
 
 protected:

@@ -7,7 +7,7 @@
 #include <QtNetwork/QHostAddress>
 
 // The one datagram of the maker's own discovery protocol: a JSON-RPC 2.0 notification "announce".
-// Its text is put together piece by piece; other devices know it byte for byte, white space included
+// Its text is appended piece by piece; other devices expect exactly these bytes, white space included
 // (tst_announcement).
 namespace announcement
 {
@@ -32,7 +32,7 @@ struct Interface
     QList<Ipv6Address> ipv6;
 };
 
-// 8-bit texts are copied as they are: nothing is escaped.
+// Byte arrays are copied as they are, the other texts as Latin-1: nothing is escaped.
 struct Values
 {
     QByteArray hostname;
@@ -46,22 +46,22 @@ struct Values
     int interval; // seconds between two announcements
 };
 
-// Valid JSON exactly when one interface is announced. Meant: with none or several the text is broken, and stays so
-// (tst_announcement).
+// Valid JSON only when exactly one interface is announced, and when no text needs escaping. Meant: with none or several
+// interfaces it is no JSON, and stays so (tst_announcement).
 QByteArray text(const Values &values);
 
-// The interfaces of this machine, in the order of the operating system.
+// The interfaces of this machine, in the order of the operating system; empty if the kernel does not tell them.
 QList<Interface> interfacesOfThisMachine();
 
 // A part of a datagram. Size 0: there is none.
 struct Span
 {
-    int begin;
+    int begin; // index of its first byte
     int size; // bytes
 };
 
-// The announcing device's uuid, found by the datagram's text alone: the first string behind the first "uuid" behind
-// "params". Empty when there is none.
+// The announcing device's uuid, found without reading JSON: the first string behind the first "uuid" behind "params".
+// Empty when there is none. Meant: without the key "uuid" a string behind a colon may be found all the same (tst_announcement).
 Span uuidIn(const QByteArray &datagram);
 
 // Whether two JSON texts are the same but for the white space outside their strings. Takes no more time than reading them.

@@ -3,7 +3,7 @@
 
 #include <QtCore/QVariant>
 
-// What of a JSON value a D-Bus message can carry.
+// The part of a JSON value that a D-Bus message can carry.
 namespace dbusvalue
 {
 
@@ -15,7 +15,7 @@ QVariantMap sanitized(const QVariantMap &object);
 // The text without the characters that a D-Bus string cannot hold.
 QString sanitized(const QString &text);
 
-// About how many bytes the value takes in a message; never less than it really takes.
+// An upper bound of the bytes that the value takes in a message.
 int marshalledSize(const QVariant &value);
 
 } // namespace dbusvalue

@@ -8,8 +8,8 @@
 
 class ZorvDevice;
 
-// The devices of a registry by uuid, which is their object name. What is known of a device is in the device; here is only
-// where it is. uuids are in Latin-1.
+// Finds the devices of a registry by uuid, which is their object name. It stores pointers to them and nothing else of them.
+// uuids are in Latin-1.
 //
 // The devices are not owned. One that is destroyed leaves by itself. One that is renamed is no longer found by its old name,
 // and by its new one from the next enter() on.
@@ -28,7 +28,7 @@ public:
     // Takes the device in, under the name that it has now; one that is there already moves when its name has changed.
     // It must not be in another index.
     void enter(ZorvDevice *device);
-    // One that is not there is left alone.
+    // Does nothing for a device that is not in this index.
     void remove(ZorvDevice *device);
 
     int size() const { return m_size; }

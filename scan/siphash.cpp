@@ -15,7 +15,7 @@ static bool readRandomBytes(void *bytes, std::size_t size)
     return isRead;
 }
 
-// Without random bytes, what at least differs from start to start.
+// Without random bytes, a key that at least differs from start to start.
 siphash::Key siphash::randomKey()
 {
     Key key = {};

@@ -218,7 +218,7 @@ bool ZorvDevice::isRepeatedBy(const QByteArray &json) const
     return announcement::areSameButForBlanks(m_raw, json);
 }
 
-// What holds no values is not parsed again before the next announcement.
+// An announcement without values is not parsed again before the next one.
 QVariantMap ZorvDevice::parsed()
 {
     if (!m_parsed.isEmpty() || m_hasNoValues)
@@ -279,7 +279,7 @@ QVariantMap ZorvDevice::summary(int *size, QString *familyType)
     return summary;
 }
 
-// What stands in the device's object is looked up from there on: none of these keys occurs earlier in its path.
+// The values of the object "device" are looked up from there on: none of these keys occurs earlier in its path.
 QVariantMap ZorvDevice::newSummary(QString *familyType)
 {
     const QVariant announcement = parsed();

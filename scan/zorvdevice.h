@@ -8,16 +8,16 @@
 class DeviceIndex;
 
 // One device that announces itself on the network: its last announcement and how long that stays valid.
-// The object's name is the device's uuid. On the system bus it stands below /zorvscan as local.ZorvDevice;
-// the public slots are its methods, in this order.
+// The object's name is the device's uuid. On the system bus it is an object below /zorvscan, with the interface
+// local.ZorvDevice: the public slots are its methods, in this order.
 class ZorvDevice : public QObject
 {
     Q_OBJECT
 
 public:
     // An announcement that does not parse, or that names no whole number of seconds as its expiration, makes an
-    // entry that deletes itself as soon as the event loop is reached. A valid one keeps the entry for three times
-    // its expiration. defaultExpiration is in seconds. The text is copied: the caller goes on using its array.
+    // object that deletes itself as soon as the event loop is reached. A valid one keeps the object for three times
+    // its expiration. defaultExpiration is in seconds. The text is copied: the caller may overwrite its array.
     ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
 
     ~ZorvDevice();
@@ -33,8 +33,8 @@ public:
     // Of the last announcement, in bytes.
     int textSize() const { return m_raw.size(); }
 
-    // Has the object deleted, once the event loop is reached, when the device was last seen too long ago. True if it was
-    // to stay until now.
+    // When the device was last seen too long ago: deletes the object, once the event loop is reached. True if this call has
+    // done so.
     bool checkExpired();
     // It will be deleted once the event loop is reached.
     bool isLeaving() const { return m_isLeaving; }
@@ -55,7 +55,7 @@ public:
 public slots:
     // The text of the value at a path: empty for what has none.
     QString jsonValue(const QString &path);
-    // The announcement as it came, up to its first zero byte.
+    // The announcement as it came, up to its first zero byte, each byte as a character of Latin-1.
     QString rawJson() const;
 
 private:
@@ -69,7 +69,7 @@ private:
 
     friend class DeviceIndex;
 
-    // A repeated announcement needs these and the name: side by side, the two are fetched from memory together.
+    // A repeated announcement needs the first two and the name: side by side they are fetched from memory together.
     QByteArray m_raw;
     qint64 m_lastSeen; // milliseconds since 1970
     int m_expiration; // seconds

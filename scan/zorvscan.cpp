@@ -86,7 +86,7 @@ int ZorvScan::setupMulticast()
     // Meant: each set-up adds a read (tst_zorvscan).
     m_readsPerSignal = qMin(m_readsPerSignal + 1, maximalReadsPerSignal);
     m_multicastPending = false;
-    // A datagram that came while nobody listened keeps the socket silent until somebody reads it.
+    // There is no readyRead() after a datagram that came before the signal was connected, until it is read.
     pendingDatagrams();
     return 0;
 }
@@ -158,7 +158,8 @@ void ZorvScan::timerEvent(QTimerEvent *)
     sendAnnouncement();
 }
 
-// Nobody is told when an object gets another name or comes from elsewhere, so the index is told here.
+// Qt 4 has no signal for another object name, and a child event says too little of a device that gets this parent: so the
+// index is brought up to date here.
 void ZorvScan::checkDevices()
 {
     const QObjectList snapshot = children();
@@ -172,13 +173,14 @@ void ZorvScan::checkDevices()
     }
 }
 
-// Without asking first: after a damaged datagram Qt reports no other one before somebody reads.
+// Without asking first whether a datagram waits: after one with a wrong checksum there is no readyRead() before a read.
 bool ZorvScan::receive()
 {
     return m_received.setSize(int(m_socket->readDatagram(m_received.bytes(), DatagramBuffer::Size)));
 }
 
-// Without Qt, at a tenth of its cost. Once Qt has read, it reports the next datagram whoever reads this one.
+// Without Qt, at a tenth of its cost. Once QUdpSocket has read a datagram, its readyRead() comes for the next one, even when
+// others are read here.
 bool ZorvScan::receiveMore()
 {
     return m_received.setSize(int(recv(int(m_socket->socketDescriptor()), m_received.bytes(), DatagramBuffer::Size, 0)));
@@ -203,8 +205,8 @@ void ZorvScan::readSocket()
     m_hasNewcomer = false;
 }
 
-// So that a burst costs one turn of the event loop, not one for each datagram. It ends with a device that was not known:
-// its announcement may be unusable, and then the event loop removes it before the next datagram is taken in.
+// So a burst costs one pass of the event loop, not one for each datagram. It ends after a device that was not known: its
+// announcement may be unusable, and then the event loop deletes it before the next datagram is read.
 void ZorvScan::readBacklog()
 {
     for (int i = 0; i < maximalBacklog && !m_hasNewcomer && receiveMore(); ++i)
@@ -248,7 +250,7 @@ void ZorvScan::add()
         m_listener->deviceAppeared(name);
 }
 
-// A full registry never expires a known device: its last announcement stays.
+// A known device does not expire because the registry is full: its last announcement stays.
 void ZorvScan::replaceText(ZorvDevice *known)
 {
     const int size = m_received.datagram().size();
@@ -274,7 +276,7 @@ void ZorvScan::refuseForWantOfRoom()
     m_sinceFullWarning.start();
 }
 
-// One that is being destroyed is no ZorvDevice any more: it has left the index by itself.
+// A device in its QObject destructor is no ZorvDevice any more: it has left the index by itself.
 void ZorvScan::childEvent(QChildEvent *event)
 {
     if (event->removed()) {

@@ -34,42 +34,42 @@ public:
     // Ends the process with a fatal message when connman's signals cannot be subscribed.
     ZorvScan(UpnpSettings *deviceSettings, int announcementInterval, QObject *parent);
 
-    // What has become of the datagrams received so far.
+    // How many datagrams were received so far, by what was done with them.
     struct Counts
     {
         quint64 taken; // announcements of new and known devices, this one's own included
-        quint64 withoutUuid; // so that nobody could be meant
+        quint64 withoutUuid; // they name no device
         quint64 unusable; // do not parse, or name no whole number of seconds as their expiration
         quint64 withoutRoom; // beyond the bounds of number and memory
     };
     const Counts &counts() const { return m_counts; }
     int deviceCount() const { return m_devices.size(); }
-    // One, or null. Not owned; it must outlive the scan, or its event loop.
+    // There is one listener, or null. Not owned; it must outlive the scan, or the event loop.
     void setListener(RegistryListener *listener) { m_listener = listener; }
 
 public slots:
-    // Binds the port, joins the group on the default interface and connects the reception. Every successful call adds one
-    // datagram to those that are read at once for each readyRead() of the socket.
+    // Binds the port, joins the group on the interface of the route to it, and connects readyRead() of the socket. Every
+    // successful call adds one datagram to those that are read for each readyRead(), up to 16, and reads one datagram.
     // Returns 0, or -1 (port not bound), -2 (group not joined), -3 (not connected), each with a warning.
-    // A failure is tried again at every announcement.
+    // After a failure it is called again before every announcement of the timer.
     int setupMulticast();
-    // Sends the announcement as it was built last.
+    // Sends the announcement as it was built last. When it cannot be sent it is lost, without a message.
     void sendAnnouncement();
     // QAbstractSocket::SocketState: 0 unconnected, 4 bound.
     int socketState();
     // One summary (ZorvDevice::summary()) for every known device of the family type, of any family where the type
-    // is empty.
+    // is empty. Summaries beyond the 24 MiB of one reply are left out.
     QVariantList allChilds(const QString &type);
     // The devices of the family "Kelta".
     QVariantList allChilds();
     // Takes one received datagram, if there is one, into the registry.
     void pendingDatagrams();
-    // Builds the announcement anew from the settings; the next tick sends it.
+    // Builds the announcement again from the settings; the next announcement of the timer sends it.
     void configChanged();
     void connmanServicePropertyChanged(const QString &name, const QDBusVariant &map);
 
 private slots:
-    // The socket's readyRead(): one datagram for each set-up, then the backlog.
+    // For readyRead() of the socket: reads one datagram for each set-up, then the backlog.
     void readSocket();
 
 protected:

@@ -19,13 +19,13 @@ public:
 
     virtual ~ConnectionServer() { }
 
-    // A connection was accepted, or bytes have come on it, or its peer has left. Non-blocking.
+    // A connection was accepted, or bytes have come on it, or its peer has closed it. The descriptor is non-blocking.
     virtual Outcome serve(int descriptor) = 0;
-    // Nothing has come yet, and there is no other place where the connection can wait for it.
+    // Nothing has come yet, and IdleConnections could not add the descriptor: the server has to wait for its bytes.
     virtual void takeOver(int descriptor) = 0;
 };
 
-// Accepts the connections of a listening socket and keeps those of which nothing has come. It knows descriptors only.
+// Accepts the connections of a listening socket and keeps those on which nothing has come yet. It handles descriptors only.
 //
 // When the descriptors of the process become scarce, further connections wait in the kernel. Whether one is free again is
 // looked at five times a second, and at once when descriptorClosed() is called.
@@ -37,7 +37,8 @@ public:
     // The listening socket is non-blocking and not owned, the server is not owned; both must outlive the acceptor.
     ConnectionAcceptor(int listeningDescriptor, ConnectionServer *server, QObject *parent);
 
-    // To be called when the server has closed a descriptor that it had taken over.
+    // For a server that has closed a descriptor: where accepting pauses, it goes on at once if enough are free, and not only
+    // at the next check.
     void descriptorClosed();
 
 protected:

@@ -3,11 +3,12 @@
 
 #include <QtCore/QByteArray>
 
-// The date of a message that is sent often: formatting one costs more than all the rest of the message, so each second's
-// text is made once. It follows the wall clock wherever that goes, backwards too.
+// The date of a message that is sent often: formatting one costs more than the whole message without it, so each second's
+// text is made once. When the wall clock is set, also backwards, the text follows.
 class DateCache
 {
 public:
+    // Makes the text for a moment, in milliseconds since 1970 (UTC).
     typedef QByteArray (*Format)(qint64 moment);
 
     explicit DateCache(Format format);

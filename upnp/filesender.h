@@ -17,11 +17,11 @@ class FileSender : public QObject
     Q_OBJECT
 
 public:
-    // Sends the head and then the first size bytes of the open file. What the socket does not take at once follows later,
-    // through a duplicate of its descriptor: the caller may close its own at any time, and is to close it now. The
-    // duplicate is closed by LingeringClose.
-    // Sending ends early when the connection is gone or the file has become shorter.
-    // False when something follows later; the connection lives on until then.
+    // Sends the head and then the first size bytes of the open file through a non-blocking socket.
+    // True when that is finished: everything is sent, or sending has failed, since the connection is gone or the file has
+    // become shorter. False when the socket did not take everything: a FileSender, a child of parent, sends the remaining
+    // bytes later, through a duplicate of the descriptor, which LingeringClose closes afterwards. In both cases the
+    // caller's descriptor stays the caller's, which should close it now.
     static bool send(int socketDescriptor, const QByteArray &head, const QSharedPointer<QFile> &file, off_t size, QObject *parent);
 
     ~FileSender();

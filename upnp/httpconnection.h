@@ -3,10 +3,10 @@
 
 #include <QtNetwork/QTcpSocket>
 
-// The server's end of one connection: a socket that gives whole lines and holds only so much of what a peer sends.
+// The server's end of one connection: a socket that returns whole lines and keeps a bounded number of bytes of a peer.
 //
-// Of a line longer than maximalLineLength the beginning is kept and the rest is swallowed; when the lines of all
-// connections together exceed maximalKept, already of one longer than minimalLineLength. Received bytes behind the first
+// Of a line at most maximalLineLength is kept, the bytes behind that are discarded. While the lines of all connections
+// together exceed maximalKept, a line grows to minimalLineLength only. All sizes are in bytes. Received bytes behind the first
 // line wait in the socket's read buffer, which holds maximalReadAhead; behind that, TCP holds the peer back.
 class HttpConnection : public QTcpSocket
 {
@@ -24,8 +24,8 @@ public:
     // Takes the next line, line end included. False when it is not complete yet.
     bool takeLine(QByteArray *line);
 
-    // To be asked after a line was taken: whether an empty line follows as the last thing that has come, so that no more
-    // of the request will. What has come is gone afterwards.
+    // To be called after a line was taken: whether the bytes received so far end with an empty line, so that no more of the
+    // request will come. Discards these bytes.
     bool takeEndOfRequest();
 
 private:

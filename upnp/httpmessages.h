@@ -18,13 +18,13 @@ struct Request
 // and line feeds parts the words; a tab does not. A missing word is empty.
 Request parseRequestLine(const QByteArray &line);
 
-// Whether a request whose last bytes these are ends with them: with an empty line. More of it may come otherwise.
+// Whether these last bytes of a request end with an empty line, and so the request. If not, more of it may come.
 bool isRequestEnd(const char *bytes, int size);
 
 // The text of a Date field at a moment, in milliseconds since 1970 (UTC).
 QByteArray dateText(qint64 now);
 
-// All that stands before the body. serverHeader and date are 8-bit texts, copied as they are.
+// All that is sent before the body. contentLength is in bytes. serverHeader and date are 8-bit texts, copied as they are.
 QByteArray descriptionHeader(int contentLength, const QByteArray &serverHeader, const QByteArray &date);
 QByteArray iconHeader(qint64 contentLength, const QByteArray &serverHeader, const QByteArray &date);
 

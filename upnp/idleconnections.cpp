@@ -30,7 +30,7 @@ IdleConnections::~IdleConnections()
 bool IdleConnections::add(int descriptor)
 {
     struct epoll_event event = {};
-    // Once is enough: afterwards the kernel says nothing more of the connection, and forgets it when it is closed.
+    // One event is enough: afterwards the kernel reports nothing more of the connection, and removes it when it is closed.
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.fd = descriptor;
     if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, descriptor, &event) != 0)

@@ -6,8 +6,8 @@
 
 class QSocketNotifier;
 
-// Connections of which nothing has come yet. They wait in the kernel (epoll(7)): each costs its descriptor, but no object
-// and no place in the list that the event loop hands to the kernel on every pass.
+// Connections on which nothing has come yet. The kernel watches them (epoll(7)): each costs its descriptor, but no object
+// and no entry in the list that the event loop passes to the kernel on every pass.
 class IdleConnections : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,7 @@ public:
     bool add(int descriptor);
 
 signals:
-    // Bytes have come, or the peer has left. The descriptor is the receiver's again.
+    // Bytes have come, or the peer has closed the connection. The descriptor is now the receiver's.
     void readable(int descriptor);
 
 private slots:

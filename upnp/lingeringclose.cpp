@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-// Reads away what is there. True while more may come.
+// Reads and discards what is there. True while more may come.
 static bool readSome(int descriptor, int *bytesLeft)
 {
     char bytes[16384];

@@ -7,8 +7,8 @@
 class QSocketNotifier;
 
 // Closes a connection whose peer may still be sending. The kernel resets a connection that is closed with bytes unread, or
-// to which bytes come afterwards, and then throws away what it has not delivered of the answer. So what comes is
-// read away until the peer closes its side, but no more than maximalBytes and no longer than maximalTime.
+// to which bytes come afterwards, and then discards what it has not delivered of the answer. So what comes is read
+// and discarded until the peer closes its side, but no more than maximalBytes and no longer than maximalTime.
 class LingeringClose : public QObject
 {
     Q_OBJECT
@@ -20,7 +20,7 @@ public:
     };
 
     // Takes over the descriptor of a non-blocking socket to which everything has been written. The peer is told at once
-    // that nothing more will come. False when the descriptor is still open.
+    // that nothing more will come (shutdown(2)). True when the descriptor is closed; false when a child of parent will close it.
     static bool close(int descriptor, QObject *parent);
 
     ~LingeringClose();

@@ -22,7 +22,7 @@ struct Values
     QByteArray uuid; // without any prefix
 };
 
-// One line without a line end. An empty value leaves its element empty; no element is ever left out.
+// 8-bit text in one line without a line end. An empty value leaves its element empty; no element is ever left out.
 QByteArray document(const Values &values);
 
 } // namespace rootdesc

@@ -58,7 +58,7 @@ bool UpnpHttp::isPortTaken() const
 }
 
 // A port that is taken stays taken. It is tried twice, since without SO_REUSEADDR, which may have been refused, old
-// connections take it as well. What else fails is taken for a want of the moment.
+// connections take it as well. Any other failure is expected to be gone later: no descriptor, no memory.
 void UpnpHttp::startListening()
 {
     if (tryToListen() || (isPortTaken() && tryToListen())) {
@@ -103,7 +103,7 @@ static QByteArray firstLine(const char *bytes, ssize_t size)
 }
 
 // Nearly every request comes whole and gets a short answer: it is answered without a QTcpSocket, which would cost several
-// times as much as all the rest. The bytes of everything else are left to the QTcpSocket.
+// times as much as everything else. Other requests are only looked at (MSG_PEEK): a QTcpSocket reads them.
 ConnectionServer::Outcome UpnpHttp::serve(int descriptor)
 {
     char bytes[maximalShortRequestSize];
@@ -134,7 +134,7 @@ ConnectionServer::Outcome UpnpHttp::answerAndClose(int descriptor, const QByteAr
     return TakenOver;
 }
 
-// Where more of the request is to come, closing would reset the connection.
+// While more of the request may come, closing would reset the connection.
 ConnectionServer::Outcome UpnpHttp::closeAnswered(int descriptor, bool isRequestWhole)
 {
     if (!isRequestWhole)
@@ -239,7 +239,7 @@ static int openRegularFile(const char *name)
     return -1;
 }
 
-// Peers that read the same file at the same time share a descriptor of it: there may be as many as descriptors.
+// Peers that read the same file at the same time share one descriptor of it: there may be as many peers as descriptors.
 QSharedPointer<QFile> UpnpHttp::openIcon()
 {
     const int descriptor = openRegularFile(iconFile);

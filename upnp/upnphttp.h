@@ -28,13 +28,13 @@ class UpnpHttp : public QTcpServer, private ConnectionServer
     Q_OBJECT
 
 public:
-    // Listens on the HTTP port of the settings, on every IPv4 address; a port that is taken goes unnoticed. For want
-    // of descriptors or memory it is tried again every second.
+    // Listens on the HTTP port of the settings, on every IPv4 address. A port that another program has is left to it,
+    // without a message. Any other failure, such as no descriptor or no memory, is tried again every second.
     // The settings are not owned and must outlive the server.
     UpnpHttp(UpnpSettings *deviceSettings, QObject *parent);
     ~UpnpHttp();
 
-    // To peers that asked for them; what a peer did not wait for counts as well.
+    // Answers with a description, and with an icon that is there; those that a peer did not wait for count as well.
     quint64 descriptionsServed() const { return m_descriptionsServed; }
     quint64 iconsServed() const { return m_iconsServed; }
 

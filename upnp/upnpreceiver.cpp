@@ -45,8 +45,8 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     sendAlive();
 }
 
-// Later it could not be done any more: a socket that has sent is bound to a random port for good. So what fails for a
-// moment, for want of descriptors or memory, is tried again at once; a port that is taken stays taken.
+// It has to succeed here: a socket that has sent is bound to a random port for good. So a failure that may pass (no descriptor,
+// no memory) is tried again at once; a port that another program has is not.
 void UpnpReceiver::bindPort()
 {
     for (int tries = 0; tries < maximalBindTries; ++tries) {
@@ -127,8 +127,8 @@ static bool receive(int descriptor, DatagramBuffer *buffer, QHostAddress *sender
     return received >= 0;
 }
 
-// The first datagram of a pass is read by Qt, which otherwise reports no other one. It is not asked whether there is
-// one: after a damaged datagram it says that there is none.
+// QUdpSocket reads the first datagram of a pass: otherwise it emits no further readyRead(). It is not asked first whether a
+// datagram waits: after one with a wrong checksum it says that there is none.
 void UpnpReceiver::processDatagrams()
 {
     QHostAddress requester;

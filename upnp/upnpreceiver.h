@@ -24,7 +24,8 @@ class UpnpReceiver : public QObject
 
 public:
     // Binds the SSDP port, joins the group if the network permits, creates termSocketPair and sends the first
-    // announcement. Only a missing socket pair is an error, a fatal one; what else fails is tried again or lost.
+    // announcement. When the socket pair cannot be created, the process ends with a fatal message. Joining is tried again
+    // with the timer, binding only here; a datagram that cannot be sent is lost.
     // The settings are not owned and must outlive the receiver.
     UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent);
 
@@ -34,12 +35,13 @@ public slots:
     // Joins the SSDP group on eth0, with multicast TTL 32. Does nothing once that succeeded; until then it is tried
     // again before every announcement of the timer.
     void setupMulticast();
-    // One announcement for the regular address and, where there is one, another for the link-local address.
+    // One announcement for the regular address and, where there is one, another for the link-local address. What cannot be
+    // sent is lost.
     void sendAlive();
     void sendByeBye();
 
 protected slots:
-    // Answers every search that waits in the socket and drops everything else.
+    // Reads up to 1,000 datagrams that wait in the socket, answers the searches and drops everything else.
     void processDatagrams();
     virtual void timerEvent(QTimerEvent *timerevent);
     // Says byebye and leaves the event loop. Meant: connected to nothing.

@@ -34,7 +34,7 @@ AnnouncementEar::~AnnouncementEar()
         close(m_socket);
 }
 
-// Shared as the daemon shares it, and joined where the daemon joins: on the interface that the route names.
+// The port is shared as the daemon shares it, and the group joined where the daemon joins: on the interface of the route to it.
 bool AnnouncementEar::open()
 {
     const int on = 1;

@@ -4,16 +4,17 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
-// Hears what devices announce to their group, beside the daemon. Bound to the group, it takes nobody's unicast away.
+// A socket that receives the announcements of the devices, beside the daemon's. It is bound to the address of the group, so it
+// receives no unicast in place of the daemon.
 class AnnouncementEar
 {
 public:
     AnnouncementEar();
     ~AnnouncementEar();
 
-    // Empty, or what the system says to that.
+    // Empty, or the text of the system's error: the socket could not be opened, bound or joined.
     QString problem() const { return m_problem; }
-    // The next datagram; empty when none comes in so many milliseconds.
+    // The next datagram; empty when none comes within patience, in milliseconds.
     QByteArray next(int patience);
 
 private:

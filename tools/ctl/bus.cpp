@@ -85,7 +85,7 @@ qint64 bus::userOf(const char *name)
     return asked("GetConnectionUnixUser", name);
 }
 
-// Qt hands containers over as arguments to be read.
+// QtDBus returns containers as QDBusArgument, which has to be read.
 template <class Container>
 static Container unpacked(const QVariant &value, const char *signature)
 {

@@ -4,11 +4,11 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
-// Calls over the system bus, each waited for.
+// Blocking calls over the system bus; each waits up to ten seconds for its answer.
 namespace bus
 {
 
-// What has come of a call.
+// The result of a call.
 struct Answer
 {
     Answer()
@@ -29,7 +29,7 @@ QString connectionProblem();
 Answer call(const char *service, const char *path, const char *interface, const char *member,
     const QVariantList &arguments = QVariantList());
 
-// Of the bus itself.
+// These ask the bus itself.
 bool hasOwner(const char *name);
 // -1 when nobody owns it.
 qint64 processOf(const char *name);

@@ -183,7 +183,7 @@ static bool isJoined(const QMap<QString, QStringList> &groups, const QString &gr
     return i != groups.constEnd();
 }
 
-// Any program's: the kernel does not say whose. It is looked at before this program joins one itself.
+// The kernel does not say which program has joined a group. So this is looked at before this program joins one itself.
 void Check::checkGroups()
 {
     const QMap<QString, QStringList> groups = procnet::groups(procnet::table("igmp"));
@@ -222,7 +222,7 @@ void Check::checkAddress(const QStringList &there)
             latin1(advice).arg(all));
 }
 
-// It listens on all of them.
+// The daemon serves HTTP on every IPv4 address, so the loopback address does as well.
 QString Check::serverAddress() const
 {
     const bool isIpv4 = m_identity.address.contains(QLatin1Char('.'));

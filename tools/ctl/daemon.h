@@ -4,8 +4,8 @@
 #include "bus.h"
 #include "neighbour.h"
 
-// The daemon, as its objects on the bus show it. Every function that can fail takes a place for the sentence that says why,
-// and leaves it alone when all is well; a first failure in it is not overwritten.
+// The daemon, as its objects on the bus show it. A function that fails writes a sentence to problem, unless there is one from an
+// earlier failure; a function that succeeds does not touch it.
 namespace daemon
 {
 

@@ -4,8 +4,8 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QVariant>
 
-// The value as JSON on one line, without its end. All of it is ASCII that a terminal shows: everything else is written as
-// \uXXXX, so whatever strangers put into texts does no harm. Knows maps, lists, texts, truth values, numbers and, as null, nothing.
+// The value as JSON on one line, without a line end. The text is printable ASCII: everything else is written as \uXXXX, so texts
+// of strangers do no harm. Maps, lists, texts, truth values and numbers; an invalid value is null.
 QByteArray jsonLine(const QVariant &value);
 
 #endif

@@ -5,8 +5,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
-// A device that the daemon has heard of, as its summary says; the texts are a stranger's. Of any type is whatever a device
-// announces, so all that is not as it should be is left out.
+// A device that the daemon has heard of, as its summary says; the texts are a stranger's. A device may announce values of any
+// type: those of a wrong type are left out.
 struct Neighbour
 {
     QString name;

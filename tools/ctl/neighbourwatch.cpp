@@ -47,7 +47,7 @@ void NeighbourWatch::ownerChanged(const QString &, const QString &, const QStrin
     if (newOwner.isEmpty())
         tellMissing(latin1("The daemon has ended."));
     else
-        m_retryTimer.start(retryPeriod, this); // it has its name a moment before its objects
+        m_retryTimer.start(retryPeriod, this); // the daemon has its name a moment before its objects
 }
 
 void NeighbourWatch::busGone()

@@ -7,8 +7,8 @@
 #include <QtCore/QMap>
 #include <QtCore/QObject>
 
-// Tells who comes, changes and leaves, a line each, beginning with those that are there. The daemon's signal says when to look; a
-// daemon that is away is waited for.
+// Prints who comes, changes and leaves, a line each, beginning with those that are there. The daemon's signal says when to look;
+// a daemon that is away is waited for.
 class NeighbourWatch : public QObject
 {
     Q_OBJECT

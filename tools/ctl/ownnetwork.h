@@ -13,7 +13,7 @@ QStringList addresses(const char *interface);
 // Twelve upper-case hexadecimal digits; empty without the interface.
 QString macAddress(const char *interface);
 QString hostname();
-// The name of a user; the number where nobody has it.
+// The name of a user; the number where no user has it.
 QString userName(qint64 number);
 
 } // namespace ownnetwork

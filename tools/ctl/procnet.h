@@ -18,10 +18,10 @@ struct Socket
     qint64 user;
 };
 
-// A line of /proc/net/udp or /proc/net/tcp each; lines that are none are left out.
+// One for each line of /proc/net/udp or /proc/net/tcp; lines that do not describe a socket are left out.
 QList<Socket> sockets(const QByteArray &table);
 
-// Of /proc/net/igmp: the groups that somebody on this host has joined, by interface.
+// Of /proc/net/igmp: the groups that a program on this host has joined, by interface.
 QMap<QString, QStringList> groups(const QByteArray &table);
 
 // All of a file of /proc/net; empty when it cannot be read.

@@ -33,7 +33,7 @@ int announce()
     return 0;
 }
 
-// The alive is sent in the first of the three.
+// configureIp sends the alive; sendAnnouncement() makes the two calls for the announcement.
 int reconfigure()
 {
     if (!isDone("/settings", "local.UpnpSettings", "configureIp") || !sendAnnouncement())
