@@ -188,8 +188,8 @@ void Check::checkGroups()
 {
     const QMap<QString, QStringList> groups = procnet::groups(procnet::table("igmp"));
     const bool searches = isJoined(groups, latin1(searchGroup), latin1(wiredInterface));
-    m_report.judge(searches, "group 239.255.255.250", latin1(searches ? "joined on eth0" : "not joined on eth0"),
-        latin1("a healthy device has joined it; is eth0 up, with an address? It is tried again every 100 seconds"));
+    m_report.judge(searches, "group 239.255.255.250", latin1(searches ? "joined on " DEVICE_INTERFACE : "not joined on " DEVICE_INTERFACE),
+        latin1("a healthy device has joined it; is " DEVICE_INTERFACE " up, with an address? It is tried again every 100 seconds"));
     const bool announcements = isJoined(groups, latin1(announcementGroup), QString());
     m_report.judge(announcements, "group 239.255.77.76", latin1(announcements ? "joined" : "not joined"),
         latin1("a healthy device has joined it; there has to be a route for multicast: ip route get 239.255.77.76. It is tried again "
@@ -199,10 +199,10 @@ void Check::checkGroups()
 void Check::checkAddresses()
 {
     const QStringList there = ownnetwork::addresses(wiredInterface);
-    m_report.judge(!there.isEmpty(), "network interface eth0",
+    m_report.judge(!there.isEmpty(), "network interface " DEVICE_INTERFACE,
         !ownnetwork::hasInterface(wiredInterface) ? latin1("is not there") : there.isEmpty() ? latin1("has no address")
                                                                                              : there.join(latin1(", ")),
-        latin1("a healthy device has it, with an address: ip address show dev eth0"));
+        latin1("a healthy device has it, with an address: ip address show dev " DEVICE_INTERFACE));
     if (!m_hasIdentity)
         return;
     checkAddress(there);
@@ -213,7 +213,7 @@ void Check::checkAddresses()
 
 void Check::checkAddress(const QStringList &there)
 {
-    static const char advice[] = "eth0 has %1; tell the daemon: upnpvelornctl reconfigure";
+    static const char advice[] = DEVICE_INTERFACE " has %1; tell the daemon: upnpvelornctl reconfigure";
     const QString all = there.isEmpty() ? latin1("no address") : there.join(latin1(", "));
     m_report.judge(there.contains(m_identity.address, Qt::CaseInsensitive), "address of the daemon", orNone(m_identity.address),
         latin1(advice).arg(all));
@@ -255,7 +255,7 @@ void Check::checkIcon()
     QString reason;
     const QString seen = iconSeen(httpGet(serverAddress(), httpPort, iconPath, &reason), reason);
     m_report.judge(seen == latin1("a PNG of %1 by %1 points").arg(iconSize), "icon", seen,
-        latin1("a healthy device has a PNG of 48 by 48 points at /var/www/icons/kelta_icon48.png, which %1 may read").arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
+        latin1("a healthy device has a PNG of 48 by 48 points at " DEVICE_ICON_FILE ", which %1 may read").arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
 }
 
 void Check::checkList()

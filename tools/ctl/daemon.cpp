@@ -21,7 +21,7 @@ QString daemon::setting(const char *getter, QString *problem)
 QVariantMap daemon::properties(QString *problem)
 {
     return bus::toMap(first(bus::call(name, "/monitor", "org.freedesktop.DBus.Properties", "GetAll",
-                                QVariantList() << QString::fromLatin1(DEVICE_BUS_NAME ".Monitor")),
+                                QVariantList() << QString::fromLatin1(daemon::monitorInterface)),
         problem));
 }
 

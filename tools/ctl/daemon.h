@@ -9,6 +9,9 @@
 namespace daemon
 {
 
+// Of /monitor; the same whatever the device's bus name is
+static const char monitorInterface[] = "com.zorv.upnpvelorn.Monitor";
+
 // At /settings: a text, from bytes or from a text.
 QString setting(const char *getter, QString *problem);
 

@@ -25,7 +25,7 @@ NeighbourWatch::NeighbourWatch(QObject *parent)
 bool NeighbourWatch::start()
 {
     QDBusConnection systemBus = QDBusConnection::systemBus();
-    const bool listens = systemBus.connect(latin1(DEVICE_BUS_NAME), latin1("/monitor"), latin1(DEVICE_BUS_NAME ".Monitor"),
+    const bool listens = systemBus.connect(latin1(DEVICE_BUS_NAME), latin1("/monitor"), latin1(daemon::monitorInterface),
                              latin1("DevicesChanged"), this, SLOT(devicesChanged(QStringList, QStringList, QStringList, uint)))
         && systemBus.connect(latin1("org.freedesktop.DBus"), latin1("/org/freedesktop/DBus"), latin1("org.freedesktop.DBus"),
             latin1("NameOwnerChanged"), QStringList() << latin1(DEVICE_BUS_NAME), QString(), this,
