@@ -40,7 +40,7 @@ static int representablePrefix(const QString &text)
     return i;
 }
 
-static bool isCarriable(const QString &text)
+static bool isRepresentable(const QString &text)
 {
     return representablePrefix(text) == text.size();
 }
@@ -61,34 +61,34 @@ QString sanitized(const QString &text)
     return result;
 }
 
-static bool isCarriable(const QVariant &value, int depth);
+static bool isRepresentable(const QVariant &value, int depth);
 
-static bool isCarriableObject(const QVariantMap &object, int depth)
+static bool isRepresentableObject(const QVariantMap &object, int depth)
 {
     QVariantMap::const_iterator entry = object.constBegin();
-    while (entry != object.constEnd() && isCarriable(entry.key()) && isCarriable(entry.value(), depth))
+    while (entry != object.constEnd() && isRepresentable(entry.key()) && isRepresentable(entry.value(), depth))
         ++entry;
     return entry == object.constEnd();
 }
 
-static bool isCarriableList(const QVariantList &list, int depth)
+static bool isRepresentableList(const QVariantList &list, int depth)
 {
     int i = 0;
-    while (i < list.size() && isCarriable(list.at(i), depth))
+    while (i < list.size() && isRepresentable(list.at(i), depth))
         ++i;
     return i == list.size();
 }
 
 // depth: containers that may still be opened here.
-static bool isCarriable(const QVariant &value, int depth)
+static bool isRepresentable(const QVariant &value, int depth)
 {
     switch (value.userType()) {
     case QMetaType::QVariantMap:
-        return depth >= depthOfObject && isCarriableObject(value.toMap(), depth - depthOfObject);
+        return depth >= depthOfObject && isRepresentableObject(value.toMap(), depth - depthOfObject);
     case QMetaType::QVariantList:
-        return depth >= depthOfList && isCarriableList(value.toList(), depth - depthOfList);
+        return depth >= depthOfList && isRepresentableList(value.toList(), depth - depthOfList);
     case QMetaType::QString:
-        return isCarriable(value.toString());
+        return isRepresentable(value.toString());
     default:
         return value.isValid();
     }
@@ -136,7 +136,7 @@ static QVariant sanitizedValue(const QVariant &value, int depth)
 QVariantMap sanitized(const QVariantMap &object)
 {
     // Nearly always everything is representable, and nothing is copied.
-    return isCarriableObject(object, maximalDepth) ? object : sanitizedObject(object, maximalDepth);
+    return isRepresentableObject(object, maximalDepth) ? object : sanitizedObject(object, maximalDepth);
 }
 
 // Lengths, padding to eight bytes, signatures
