@@ -35,19 +35,21 @@ class FakeDevice:
 
     What can be planted: alive, alive_autoip, answer, announcement, description, icon, not_found are functions from the right
     bytes to those that are sent, or None for silence. rule: which searches are answered. get: which request lines, None for
-    the real ones. ttls: of alive and announcement. delay: of answers
-    to those who grant five seconds. copies, port: of answers. member: whether it joins the group of
-    searches. link_local: whether it has a second address, 169.254.0.`number`. host: one that it shares with others and that
-    has its addresses, instead of one of its own.
+    the real ones. ttls: of alive and announcement. delay: of answers to those who grant five seconds. copies, port: of answers.
+    copy_delay: of all answers but the first. member: whether it joins the group of searches. link_local: whether it has a
+    second address, 169.254.0.`number`. host: one that it shares with others and that has its addresses, instead of one of its
+    own.
     """
 
     def __init__(self, lan: Lan, number: int, serial: str = "", uuid: str = "", name: str = "", rule: Callable = real_rule,
-                 served: Callable = None, ttls: tuple = (32, 1), delay: float = 0, copies: int = 1, port: int = SSDP[1],
-                 member: bool = True, link_local: bool = False, http: bool = True, host: Host = None, **changes):
+                 served: Callable = None, ttls: tuple = (32, 1), delay: float = 0, copies: int = 1,
+                 copy_delay: float = 0, port: int = SSDP[1], member: bool = True, link_local: bool = False, http: bool = True,
+                 host: Host = None, **changes):
         self.address, self.autoip = f"{SUBNET}.{number}", f"169.254.0.{number}" if link_local else ""
         self.name, self.serial = name or f"kelta-{number}", serial or f"9000{number:03}"
         self.uuid = uuid or f"4b1c9d3e-7a52-4f0e-9c1d-2f6f3a7b8{number:03x}"
-        self._rule, self._served, self._delay, self._copies, self._changes = rule, served, delay, copies, changes
+        self._rule, self._served, self._changes = rule, served, changes
+        self._delay, self._copies, self._copy_delay = delay, copies, copy_delay
         self.host = host or lan.host(addresses=addresses_of(number))
         self._ssdp = self._udp(self.address, SSDP[1], ttls[0])
         self._scan = self._udp(self.address, ANNOUNCEMENTS[1], ttls[1])
@@ -134,8 +136,8 @@ class FakeDevice:
             autoip = self.autoip and sender[0].startswith("169.254")
             text = self.text(texts.ANSWER_AUTOIP, autoip=self.autoip) if autoip else self.text(texts.ANSWER)
             answer = self.message("answer_autoip" if autoip else "answer", text)
-            for _ in range(self._copies if answer else 0):
-                self._answer(answer, sender, self._delay if b"MX: 5" in data else 0)
+            for copy in range(self._copies if answer else 0):
+                self._answer(answer, sender, (self._delay if b"MX: 5" in data else 0) + (self._copy_delay if copy else 0))
 
     def _answer(self, answer: bytes, receiver: tuple, delay: float) -> None:
         if delay:

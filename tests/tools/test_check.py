@@ -36,6 +36,10 @@ def nothing_from_link_local(data: bytes) -> bytes:
     return b""
 
 
+EVERY_SEARCH = {f"search for {name}" for name in (
+    "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
+    "its UDN")}
+
 # What is planted, and the lines that have to be wrong for it, these and no others.
 FAULTS = {
     "answer with NT for ST": ({"answer": replacing(b"ST:", b"NT:")}, {"answer"}),
@@ -66,9 +70,7 @@ FAULTS = {
     "the UUID not known": ({"rule": lambda search, uuid: real_rule(search, b"ssdp:all")}, {"search for its UUID", "search for its UDN"}),
     "not in the group": ({"member": False}, {"search for ssdp:all to the group"}),
     "slow answers": ({"delay": 1.1}, {"search for ssdp:all", "search for ssdp:all to the group"}),
-    "answers from another port": ({"port": 1901}, {f"search for {name}" for name in (
-        "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
-        "its UDN")}),
+    "answers from another port": ({"port": 1901}, EVERY_SEARCH),
     "alive with NT for ST": ({"alive": replacing(b"\r\nST:", b"\r\nNT:")}, {"alive"}),
     "alive with blanks": ({"alive": replacing(b"HOST:", b"HOST: ")}, {"alive"}),
     "alive with time-to-live 1": ({"ttls": (1, 1)}, {"time-to-live of alive"}),
@@ -107,9 +109,8 @@ FAULTS = {
     "the regular UUID for link-local": ({"link_local": True, "answer_autoip": replacing(b"0::upnp", b"::upnp")},
                                         {"search from a link-local address"}),
     "no answer to link-local": ({"link_local": True, "answer_autoip": nothing_from_link_local}, {"search from a link-local address"}),
-    "two answers": ({"copies": 2}, {f"search for {name}" for name in (
-        "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
-        "its UDN")}),
+    "two answers": ({"copies": 2}, EVERY_SEARCH),
+    "a second answer half a second later": ({"copies": 2, "copy_delay": 0.5}, EVERY_SEARCH),
     "nothing": ({}, set()),
     "nothing, link-local too": ({"link_local": True}, set()),
 }
