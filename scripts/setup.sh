@@ -4,7 +4,7 @@
 build_packages=(g++ cmake ninja-build qtbase5-dev qtbase5-dev-tools)
 simdevice_packages=(dbus iproute2 util-linux procps python3 python3-dbus python3-gi curl)
 run_packages=(gupnp-tools miniupnpc)
-test_packages=(python3-pytest faketime strace libdbus-1-dev pkg-config)
+test_packages=(git python3-pytest faketime strace libdbus-1-dev pkg-config)
 bench_packages=(libbenchmark-dev libdbus-1-dev pkg-config valgrind strace binutils)
 bench_library_packages=(libgssdp-1.6-dev libgupnp-1.6-dev libupnp-dev) # what bench/peers/ are built on
 bench_peer_packages=(minidlna minissdpd avahi-daemon) # daemons that Debian starts when they are installed

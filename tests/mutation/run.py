@@ -11,7 +11,7 @@ remaining ones and the sanitizers, until one fails; with --quick no black-box te
 What was found out is kept in build-mutation/, so a run that was broken off goes on, and one without --quick takes up what is
 left. equivalents.txt has the changes that nobody can notice, each with a reason.
 
-Ends with 0 when every change was noticed, else with 1.
+Ends with 0 when every change was noticed, or as many as --at-least and --in-each-folder say, else with 1.
 """
 
 import argparse
@@ -49,9 +49,14 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--thorough", action="store_true", help="all black-box tests and the sanitizers for what is left")
     parser.add_argument("--jobs", type=int, default=1, help="mutants at the same time, each in a build of its own")
     parser.add_argument("--again", action="store_true", help="tries once more what nobody has noticed")
+    parser.add_argument("--at-least", type=float, default=100, metavar="PERCENT", help="of the changes have to be noticed")
+    parser.add_argument("--in-each-folder", type=float, metavar="PERCENT", help="the same of each folder; as --at-least without it")
     parser.add_argument("--report", action="store_true", help="tries nothing")
     parser.add_argument("--list", action="store_true", help="shows the changes and tries nothing")
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.in_each_folder is None:
+        options.in_each_folder = options.at_least
+    return options
 
 
 def chosen(options: argparse.Namespace, mutants: list) -> list:
@@ -228,6 +233,12 @@ class Table:
         if outcome == "survived":
             self.survivors.append(mutant)
 
+    def is_enough(self, at_least: float, in_each_folder: float) -> bool:
+        """In percent. What has not been tried is not enough."""
+        total = sum(self._counts.values(), collections.Counter())
+        return (not total["untried"] and _score(total) >= at_least
+                and all(_score(count) >= in_each_folder for count in self._counts.values()))
+
     def text(self) -> str:
         lines = [f"{'folder':10}{'mutants':>9}{'killed':>9}{'equivalent':>12}{'survived':>10}{'score':>9}   not counted"]
         total = collections.Counter()
@@ -238,14 +249,20 @@ class Table:
         return "\n".join(lines)
 
 
+def _score(count: collections.Counter) -> float:
+    """In percent; those that nobody can notice do not count."""
+    tried = count["killed"] + count["survived"]
+    return 100 * count["killed"] / tried if tried else 100
+
+
 def _row(name: str, count: collections.Counter) -> str:
     tried = count["killed"] + count["survived"]
-    score = f"{100 * count['killed'] / tried:.1f} %" if tried else ""
+    score = f"{_score(count):.1f} %" if tried else ""
     uncounted = count["not compiled"] + count["same"]
     return f"{name:10}{tried + count['equivalent']:9}{count['killed']:9}{count['equivalent']:12}{count['survived']:10}{score:>9}{uncounted:14}"
 
 
-def report(mutants: list, known: Known, equivalents: selection.Equivalents) -> int:
+def report(options: argparse.Namespace, mutants: list, known: Known, equivalents: selection.Equivalents) -> int:
     table = Table()
     for mutant in mutants:
         outcome = known.get(mutant).get("outcome", "untried")
@@ -256,7 +273,7 @@ def report(mutants: list, known: Known, equivalents: selection.Equivalents) -> i
     for mutant in table.survivors:
         print("\nnobody noticed: " + shown(mutant), end="")
     print("\n" + table.text())
-    return 1 if table.survivors else 0
+    return 0 if table.is_enough(options.at_least, options.in_each_folder) else 1
 
 
 def main() -> int:
@@ -284,7 +301,7 @@ def main() -> int:
         except BuildError as error:
             sys.exit(f"run.py: {error}")
         runner.run(waiting)
-    return report(mutants, known, equivalents)
+    return report(options, mutants, known, equivalents)
 
 
 if __name__ == "__main__":

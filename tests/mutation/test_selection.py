@@ -90,3 +90,20 @@ def test_the_table_counts_killed_ones_of_those_that_count():
         table.add(MUTANTS[0], outcome)
     assert table.survivors == [MUTANTS[0]]
     assert table.text().splitlines()[1].split() == ["scan", "5", "3", "1", "1", "75.0", "%", "2"]
+
+
+@pytest.mark.parametrize("outcomes, at_least, in_each_folder, enough", [
+    pytest.param({"core": {"killed": 9}, "scan": {"killed": 1}}, 100, 100, True, id="everything"),
+    pytest.param({"core": {"killed": 9}, "scan": {"killed": 1, "survived": 1}}, 100, 50, False, id="one survived"),
+    pytest.param({"core": {"killed": 9}, "scan": {"killed": 1, "survived": 1}}, 90, 50, True, id="one may survive"),
+    pytest.param({"core": {"killed": 9}, "scan": {"killed": 1, "survived": 1}}, 90, 51, False, id="too many of a folder"),
+    pytest.param({"core": {"killed": 9}, "scan": {"same": 2, "equivalent": 1, "not compiled": 1}}, 100, 100, True, id="none that counts"),
+    pytest.param({"core": {"killed": 9, "untried": 1}}, 50, 50, False, id="not tried"),
+])
+def test_when_enough_is_noticed(outcomes, at_least, in_each_folder, enough):
+    table = run.Table()
+    for folder, counts in outcomes.items():
+        for outcome, count in counts.items():
+            for _ in range(count):
+                table.add(operators.mutants(f"{folder}/x.cpp", SOURCE)[0], outcome)
+    assert table.is_enough(at_least, in_each_folder) == enough

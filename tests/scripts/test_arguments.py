@@ -25,7 +25,7 @@ def checkout():
 @pytest.mark.parametrize("command", [
     "./run --help", "./run -h", "./run --no-tour --help", "./run exec --help", "./run move -h", "./test --help", "./test asan -h",
     "fuzz/run.sh --help", "fuzz/run.sh reader -h", "bench/run --help", "bench/run searches -h", "bench/builds --help", "bench/qt4 --help",
-    "packaging/try.sh --help", "scripts/neighbours.sh --help", "scripts/sysroot.sh --help"])
+    "packaging/try.sh --help", "scripts/neighbours.sh --help", "scripts/sysroot.sh --help", "scripts/release.py --help"])
 def test_help(checkout, command):
     done = checkout.call(command)
     assert (done.returncode, done.stderr) == (0, "")
