@@ -131,8 +131,3 @@ void report(ZorvScan &scan)
 {
     QVERIFY(QMetaObject::invokeMethod(scan.findChild<QUdpSocket *>(), "readyRead"));
 }
-
-void reachEventLoop()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}

@@ -3,6 +3,7 @@
 #define SCANTEST_H
 
 #include "deviceservices.h"
+#include "eventloop.h"
 #include "wirepeer.h"
 
 #include <QtCore/QObject>
@@ -77,6 +78,5 @@ void drainOwn(ZorvScan &scan);
 void tick(ZorvScan &scan, int id = 1);
 // The socket has something to read.
 void report(ZorvScan &scan);
-void reachEventLoop();
 
 #endif
