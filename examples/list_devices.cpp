@@ -55,7 +55,8 @@ static QString printable(const QString &text)
 {
     const QVector<uint> characters = text.toUcs4();
     QString result;
-    for (int i = 0; i < characters.size(); ++i)
+    // Qt 4.8 has a zero behind the text for each character beyond 16 bits; a text from the bus has none of its own.
+    for (int i = 0; i < characters.size() && characters.at(i) != 0; ++i)
         result += isPrintable(characters.at(i)) ? QString::fromUcs4(&characters.at(i), 1) : QString(QLatin1Char('?'));
     return result;
 }

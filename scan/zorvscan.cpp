@@ -83,7 +83,7 @@ int ZorvScan::setupMulticast()
         qWarning("connect to multicast readyRead slot failed!");
         return -3;
     }
-    // Meant: each set-up adds a read (tst_zorvscan).
+    // Meant: each set-up adds a read (tst_zorvscan_socket).
     m_readsPerSignal = qMin(m_readsPerSignal + 1, maximalReadsPerSignal);
     m_multicastPending = false;
     // There is no readyRead() after a datagram that came before the signal was connected, until it is read.

@@ -21,7 +21,7 @@ import textwrap
 
 sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 
-from simdevice import door
+from simdevice import controlsocket
 from simdevice import namespaces as ns
 
 _KINDS = {"user": ns.CLONE_NEWUSER, "pid": ns.CLONE_NEWPID, "mnt": ns.CLONE_NEWNS, "net": ns.CLONE_NEWNET,
@@ -66,7 +66,7 @@ def _run(command: list) -> int:
 
 
 def _ask(request: dict) -> tuple:
-    answer = door.ask(request)
+    answer = controlsocket.ask(request)
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # for what is printed from here on, and for a command that is run
     return answer
 
@@ -115,5 +115,5 @@ if __name__ == "__main__":
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     try:
         sys.exit(main(sys.argv[1:]))
-    except (door.DoorError, OSError) as problem:
+    except (controlsocket.ControlError, OSError) as problem:
         sys.exit(_folded(str(problem)))

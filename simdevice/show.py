@@ -22,7 +22,7 @@ import time
 
 sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 
-from simdevice import door, sandbox
+from simdevice import controlsocket, sandbox
 from simdevice.lists import Lists
 from simdevice.plant import PC, Plant, PlantError
 from simdevice.reports import Reports
@@ -36,7 +36,7 @@ _MOST_LINES, _LONGEST_LINE = 100, 500   # of a log that is asked for
 
 
 class Show:
-    """Keeps the screen up to date and serves the door while something is waited for."""
+    """Keeps the screen up to date and serves the control socket while something is waited for."""
 
     def __init__(self):
         self.screen = Screen()
@@ -46,7 +46,7 @@ class Show:
         self.in_tour = False
         self.reporting = True
         self.with_table = False
-        self._door = door.Door(self._answer)
+        self._control = controlsocket.ControlSocket(self._answer)
         self._looked = 0.0
         self._known_crashed = set()
         self._reports = Reports(self.screen.event, self.screen.text)
@@ -62,7 +62,7 @@ class Show:
             self.look()
         if self.with_table:
             self.screen.table(self.lists.table())
-        self._door.serve()
+        self._control.serve()
         time.sleep(_PAUSE)
 
     def look(self) -> None:
@@ -255,8 +255,8 @@ def end(*_signal) -> None:
 
 def main() -> int:
     chosen = arguments()
-    if not sandbox.inside() and not chosen.once and not door.build():
-        sys.exit(door.running_already() or "Another plant of yours has just ended; start this one again.")
+    if not sandbox.inside() and not chosen.once and not controlsocket.listen():
+        sys.exit(controlsocket.running_already() or "Another plant of yours has just ended; start this one again.")
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)  # SIGINT too: whoever starts this in the background has it ignored
     try:

@@ -34,7 +34,7 @@ static const int maximalShortRequestSize = 4096;
 
 UpnpHttp::UpnpHttp(UpnpSettings *deviceSettings, QObject *parent)
     : QTcpServer(parent)
-    , settings(deviceSettings)
+    , m_settings(deviceSettings)
     , m_date(http::dateText)
     , m_descriptionsServed(0)
     , m_iconsServed(0)
@@ -49,7 +49,7 @@ UpnpHttp::~UpnpHttp()
 
 bool UpnpHttp::tryToListen()
 {
-    return listen(qtcompat::anyIPv4<QHostAddress>(), settings->getHttpPort());
+    return listen(qtcompat::anyIPv4<QHostAddress>(), m_settings->getHttpPort());
 }
 
 bool UpnpHttp::isPortTaken() const
@@ -182,25 +182,25 @@ void UpnpHttp::readyRead()
 QByteArray UpnpHttp::answerTo(const http::Request &request, const QHostAddress &peer)
 {
     debugMessage() << peer.toString() << QString::fromLatin1(request.path.constData());
-    return request.path == descriptionPath ? description(peer) : http::pathNotFound(settings->getServerHeader());
+    return request.path == descriptionPath ? description(peer) : http::pathNotFound(m_settings->getServerHeader());
 }
 
 QByteArray UpnpHttp::description(const QHostAddress &peer)
 {
     ++m_descriptionsServed;
     rootdesc::Values values;
-    values.presentationUrl = settings->getPresentationUrl(peer);
-    values.hostname = settings->getHostname();
-    values.manufacturer = settings->getManufacturer();
-    values.manufacturerUrl = settings->getUrl();
-    values.modelDescription = settings->getModelDescription();
-    values.modelName = settings->getModelName();
-    values.modelNumber = settings->getModelNr();
-    values.modelUrl = settings->getModelUrl();
-    values.serialNumber = settings->getSerial();
-    values.uuid = settings->getUuid(peer);
+    values.presentationUrl = m_settings->getPresentationUrl(peer);
+    values.hostname = m_settings->getHostname();
+    values.manufacturer = m_settings->getManufacturer();
+    values.manufacturerUrl = m_settings->getUrl();
+    values.modelDescription = m_settings->getModelDescription();
+    values.modelName = m_settings->getModelName();
+    values.modelNumber = m_settings->getModelNr();
+    values.modelUrl = m_settings->getModelUrl();
+    values.serialNumber = m_settings->getSerial();
+    values.uuid = m_settings->getUuid(peer);
     const QByteArray document = rootdesc::document(values);
-    return http::descriptionHeader(document.size(), settings->getServerHeader(), m_date.now()).append(document);
+    return http::descriptionHeader(document.size(), m_settings->getServerHeader(), m_date.now()).append(document);
 }
 
 void UpnpHttp::sendIcon(HttpConnection *connection)
@@ -213,7 +213,7 @@ void UpnpHttp::sendIcon(HttpConnection *connection)
     }
     ++m_iconsServed;
     const qint64 size = icon->size();
-    const QByteArray header = http::iconHeader(size, settings->getServerHeader(), m_date.now());
+    const QByteArray header = http::iconHeader(size, m_settings->getServerHeader(), m_date.now());
     if (FileSender::send(int(connection->socketDescriptor()), header, icon, size, this))
         closeAnswered(connection);
     else

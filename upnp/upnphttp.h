@@ -63,7 +63,7 @@ private:
     void sendAndClose(HttpConnection *connection, const QByteArray &answer);
     void closeAnswered(HttpConnection *connection);
 
-    UpnpSettings *settings;
+    UpnpSettings *m_settings;
     DateCache m_date;
     QScopedPointer<ConnectionAcceptor> m_acceptor; // null until the port is listened on
     QWeakPointer<QFile> m_icon; // there while peers are reading it

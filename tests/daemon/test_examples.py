@@ -111,6 +111,20 @@ def test_text_that_the_terminal_cannot_show(device, peer):
     assert on(device.host, command, device.bus.address).stdout.splitlines()[1].split()[:2] == ["??", "foreign"]
 
 
+@pytest.mark.parametrize("command", [[PYTHON, str(EXAMPLES / "list_devices.py")], [str(COMPILED)]],
+                         ids=["python", "cpp"])
+def test_characters_beyond_16_bits(device, peer, command):
+    if command == [str(COMPILED)] and not COMPILED.exists():
+        pytest.skip("the C++ example is not built (BUILD_EXAMPLES)")
+    peer.announce(announcing("foreign", name="a\U0001d11eb\U0001d11e", raw="{}"))
+    in_utf8 = ["env", "LC_ALL=C.UTF-8", *command]
+
+    def names() -> set:
+        return {line.split()[0] for line in on(device.host, in_utf8, device.bus.address).stdout.splitlines()}
+
+    wait_for(lambda: names() == {"kelta", "a\U0001d11eb\U0001d11e"}, what="the device is listed under its name", seen=names)
+
+
 def test_watch_devices_among_strangers(device, strangers, watch):
     watching = watch(device)
     wait_for(lambda: len(watching.lines()) >= strangers, what="all are told of", seen=watching.lines)

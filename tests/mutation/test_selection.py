@@ -77,11 +77,18 @@ def test_the_list_of_equivalents_is_that_of_the_sources():
 
 def test_near_and_quick_tests_come_first():
     tests = [tree.Test(name, (), (), 1, folder) for name, folder in (
-        ("daemon.run", "daemon"), ("daemon.registry", "daemon"), ("fuzz.reader", "fuzz"), ("tst_zorvscan", "scan"),
+        ("daemon.run", "daemon"), ("daemon.registry", "daemon"), ("fuzz.reader", "fuzz"), ("tst_zorvscan_bus", "scan"),
         ("tst_jsonlexer", "json"), ("tst_siphash", "scan"), ("tst_dbusvalue", "scan"))]
     stage_names = [[test.name for test in stage] for stage in
-                   stages.of("scan/dbusvalue.cpp", tests, {"tst_siphash": 1.0, "tst_zorvscan": 5.0, "tst_dbusvalue": 9.0})]
-    assert stage_names == [["tst_dbusvalue", "tst_siphash", "tst_zorvscan"], [], ["fuzz.reader"], ["daemon.registry"], ["daemon.run"]]
+                   stages.of("scan/dbusvalue.cpp", tests, {"tst_siphash": 1.0, "tst_zorvscan_bus": 5.0, "tst_dbusvalue": 9.0})]
+    assert stage_names == [["tst_dbusvalue", "tst_siphash", "tst_zorvscan_bus"], [], ["fuzz.reader"], ["daemon.registry"], ["daemon.run"]]
+
+
+def test_all_programs_of_a_class_come_first():
+    tests = [tree.Test(name, (), (), 1, "scan") for name in ("tst_siphash", "tst_zorvscan_socket", "tst_zorvscan_bus")]
+    durations = {"tst_siphash": 1.0, "tst_zorvscan_socket": 9.0, "tst_zorvscan_bus": 5.0}
+    first = stages.of("scan/zorvscan.cpp", tests, durations)[0]
+    assert [test.name for test in first] == ["tst_zorvscan_bus", "tst_zorvscan_socket", "tst_siphash"]
 
 
 def test_the_table_counts_killed_ones_of_those_that_count():

@@ -49,10 +49,4 @@ private:
     QProcess m_process;
 };
 
-// Changes the network of this test: "link set eth0 down". True when it succeeded.
-inline bool ip(const char *arguments)
-{
-    return QProcess::execute(QLatin1String("ip"), QString::fromLatin1(arguments).split(QLatin1Char(' '))) == 0;
-}
-
 #endif

@@ -115,7 +115,7 @@ class FakeDevice:
             return socket.create_server((self.address, HTTP_PORT))
 
     def _run(self) -> None:
-        doors = [one for one in (self._ssdp, self._group, self._http, self._end) if one]
+        sockets = [one for one in (self._ssdp, self._group, self._http, self._end) if one]
         due = 0
         while True:
             if time.monotonic() >= due:
@@ -124,7 +124,7 @@ class FakeDevice:
                     self.say(data)
                 if data := self.message("announcement", self.announcement_text()):
                     self.say(data, ANNOUNCEMENTS)
-            ready = select.select(doors, [], [], max(due - time.monotonic(), 0))[0]
+            ready = select.select(sockets, [], [], max(due - time.monotonic(), 0))[0]
             if self._end in ready:
                 return
             for one in ready:

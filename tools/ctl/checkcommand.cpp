@@ -1,4 +1,4 @@
-#include "announcementear.h"
+#include "announcementlistener.h"
 #include "bus.h"
 #include "commands.h"
 #include "daemon.h"
@@ -74,7 +74,7 @@ private:
     void checkIcon();
     void checkList();
     void checkAnnouncement();
-    bool hearsItself(AnnouncementEar *ear);
+    bool hearsItself(AnnouncementListener *listener);
     QString serverAddress() const;
 
     Report m_report;
@@ -271,14 +271,14 @@ void Check::checkList()
         latin1("a healthy device hears itself within ten seconds of its start"));
 }
 
-bool Check::hearsItself(AnnouncementEar *ear)
+bool Check::hearsItself(AnnouncementListener *listener)
 {
     const QByteArray own = "\"uuid\":\"" + m_identity.serial.toUtf8() + "\"";
     QElapsedTimer timer;
     timer.start();
     while (!timer.hasExpired(hearingTime)) {
         output::progress(latin1("Waiting for the device's announcement, %1 of at most %2 s").arg(timer.elapsed() / 1000).arg(hearingTime / 1000));
-        if (ear->next(progressPeriod).contains(own))
+        if (listener->next(progressPeriod).contains(own))
             return true;
     }
     return false;
@@ -290,13 +290,13 @@ void Check::checkAnnouncement()
         m_report.skipped("announcement", latin1("not waited for, since the daemon does not say who it is"));
         return;
     }
-    AnnouncementEar ear;
-    if (!ear.problem().isEmpty()) {
-        m_report.wrong("announcement", latin1("cannot be listened for: %1").arg(ear.problem()),
+    AnnouncementListener listener;
+    if (!listener.problem().isEmpty()) {
+        m_report.wrong("announcement", latin1("cannot be listened for: %1").arg(listener.problem()),
             latin1("there has to be a route for multicast (ip route get 239.255.77.76), and UDP port 31416 has to be shared"));
         return;
     }
-    const bool isHeard = hearsItself(&ear);
+    const bool isHeard = hearsItself(&listener);
     m_report.judge(isHeard, "announcement", latin1(isHeard ? "heard" : "not heard in 11 seconds"),
         latin1("a healthy device sends one every ten seconds; does a firewall let UDP port 31416 out and in?"));
 }

@@ -1,16 +1,16 @@
-#ifndef ANNOUNCEMENTEAR_H
-#define ANNOUNCEMENTEAR_H
+#ifndef ANNOUNCEMENTLISTENER_H
+#define ANNOUNCEMENTLISTENER_H
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 // A socket that receives the announcements of the devices, beside the daemon's. It is bound to the address of the group, so it
 // receives no unicast in place of the daemon.
-class AnnouncementEar
+class AnnouncementListener
 {
 public:
-    AnnouncementEar();
-    ~AnnouncementEar();
+    AnnouncementListener();
+    ~AnnouncementListener();
 
     // Empty, or the text of the system's error: the socket could not be opened, bound or joined.
     QString problem() const { return m_problem; }
@@ -18,7 +18,7 @@ public:
     QByteArray next(int patience);
 
 private:
-    Q_DISABLE_COPY(AnnouncementEar)
+    Q_DISABLE_COPY(AnnouncementListener)
 
     bool open();
 

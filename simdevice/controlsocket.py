@@ -1,4 +1,4 @@
-"""The way into a running plant from another terminal.
+"""The control socket of a running plant: orders from another terminal.
 
 The plant listens on a socket that has no file, only a name in the network outside the sandbox: it is gone with the
 plant, however that ends. Over it come orders ("unplug kelta-2"), and out go the namespaces of a host, as open files
@@ -15,18 +15,18 @@ import struct
 import sys
 import time
 
-_VARIABLE = "SIMDEVICE_DOOR"
+_VARIABLE = "SIMDEVICE_CONTROL_SOCKET"
 _DYING = 2      # seconds that an earlier plant may need until the last of it is gone
 _MOST = 65536
 _MOST_FILES = 16
 
 
-class DoorError(Exception):
+class ControlError(Exception):
     """In words for the person at the other terminal."""
 
 
-def build() -> bool:
-    """To be called before the sandbox is entered. False when a plant of this user has its door there already."""
+def listen() -> bool:
+    """To be called before the sandbox is entered. False when a plant of this user listens there already."""
     made = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     deadline = time.monotonic() + _DYING
     while not _bound(made):
@@ -50,7 +50,7 @@ def _bound(made: socket.socket) -> bool:
     return True
 
 
-class Door:
+class ControlSocket:
     """The plant's side, inside the sandbox. `answer` takes a request and returns the reply and files to go with it."""
 
     def __init__(self, answer):
@@ -93,7 +93,7 @@ def running_already() -> str:
 
 
 def _holder() -> int:
-    """The process that has built the door; 0 when there is none."""
+    """The process that listens; 0 when there is none."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
         try:
             connection.connect(_name())
@@ -109,19 +109,19 @@ def ask(request: dict) -> tuple:
         try:
             connection.connect(_name())
         except ConnectionRefusedError:
-            raise DoorError("No plant of yours is running. Start one in another terminal:  ./run") from None
+            raise ControlError("No plant of yours is running. Start one in another terminal:  ./run") from None
         if _peer(connection) != os.geteuid():
-            raise DoorError("Another user has taken the plant's name.")
+            raise ControlError("Another user has taken the plant's name.")
         connection.send(json.dumps(request).encode())
         try:
             data, files = _receive(connection)
         except OSError:
             data = b""
     if not data:
-        raise DoorError("The plant does not answer.")
+        raise ControlError("The plant does not answer.")
     reply = json.loads(data)
     if "error" in reply:
-        raise DoorError(reply["error"])
+        raise ControlError(reply["error"])
     return reply, files
 
 

@@ -1,4 +1,4 @@
-#include "announcementear.h"
+#include "announcementlistener.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -21,21 +21,21 @@ static struct sockaddr_in groupAddress()
     return address;
 }
 
-AnnouncementEar::AnnouncementEar()
+AnnouncementListener::AnnouncementListener()
     : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     if (m_socket == -1 || !open())
         m_problem = QString::fromLocal8Bit(std::strerror(errno));
 }
 
-AnnouncementEar::~AnnouncementEar()
+AnnouncementListener::~AnnouncementListener()
 {
     if (m_socket != -1)
         close(m_socket);
 }
 
 // The port is shared as the daemon shares it, and the group joined where the daemon joins: on the interface of the route to it.
-bool AnnouncementEar::open()
+bool AnnouncementListener::open()
 {
     const int on = 1;
     const struct sockaddr_in address = groupAddress();
@@ -47,7 +47,7 @@ bool AnnouncementEar::open()
         && setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }
 
-QByteArray AnnouncementEar::next(int patience)
+QByteArray AnnouncementListener::next(int patience)
 {
     struct pollfd readable = { m_socket, POLLIN, 0 };
     if (poll(&readable, 1, patience) <= 0)

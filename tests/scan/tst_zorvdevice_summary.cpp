@@ -1,0 +1,203 @@
+#include "bytes.h"
+#include "dbusvalue.h"
+#include "devicetest.h"
+#include "zorvdevice.h"
+
+#include <QtTest/QtTest>
+
+// Its entry in the list of devices.
+class TestZorvDeviceSummary : public DeviceTest
+{
+    Q_OBJECT
+
+private slots:
+    void summaryFollowsTheAnnouncement();
+    void summaryOfWhatHoldsNoValues_data();
+    void summaryOfWhatHoldsNoValues();
+    void summaryOfAPlainValue_data();
+    void summaryOfAPlainValue();
+    void familyTypeIsTheAnnouncedOne_data();
+    void familyTypeIsTheAnnouncedOne();
+    void summaryTellsItsSize();
+    void moreSummariesAndValuesThanAreKept();
+    void whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged();
+};
+
+static QByteArray named(const QByteArray &name, const QByteArray &interface = "{\"mtu\":1500}")
+{
+    return "{\"params\":{\"device\":{\"uuid\":\"A\",\"name\":\"" + name + "\",\"type\":\"T\",\"familyType\":\"F\",\"firmwareVersion\":\"1\"},"
+                                                                          "\"netSettings\":{\"interface\":"
+        + interface + "},\"expiration\":22}}";
+}
+
+static QVariantMap summaryNamed(const char *name)
+{
+    QVariantMap summary;
+    summary.insert(text("mtu"), Q_INT64_C(1500));
+    summary.insert(text("uuid"), text("A"));
+    summary.insert(text("name"), text(name));
+    summary.insert(text("type"), text("T"));
+    summary.insert(text("familyType"), text("F"));
+    summary.insert(text("version"), text("1"));
+    return summary;
+}
+
+void TestZorvDeviceSummary::summaryFollowsTheAnnouncement()
+{
+    make(named("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->jsonValue(text("params/device/name")), text("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    m_device->touch();
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    m_device->update(named("other"));
+    QCOMPARE(m_device->jsonValue(text("params/device/name")), text("other"));
+    QCOMPARE(m_device->summary(), summaryNamed("other"));
+    m_device->update(named("first"));
+    QCOMPARE(m_device->summary(), summaryNamed("first"));
+    QCOMPARE(m_device->jsonValue(text("params/device/name")), text("first"));
+}
+
+void TestZorvDeviceSummary::summaryOfWhatHoldsNoValues_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("does not parse") << QByteArray("{\"params\":");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("list") << QByteArray("[{\"params\":{\"device\":{\"name\":\"n\"}}}]");
+    QTest::newRow("empty object") << QByteArray("{}");
+    QTest::newRow("params is a list") << QByteArray("{\"params\":[{\"device\":{\"name\":\"n\"}}]}");
+    QTest::newRow("device and network settings are lists") << QByteArray("{\"params\":{\"device\":[{\"name\":\"n\"}],"
+                                                                         "\"netSettings\":[{\"interface\":{\"mtu\":1}}]}}");
+}
+
+void TestZorvDeviceSummary::summaryOfWhatHoldsNoValues()
+{
+    QFETCH(QByteArray, json);
+    QVariantMap expected;
+    expected.insert(text("uuid"), text("A"));
+    expected.insert(text("name"), QString());
+    expected.insert(text("type"), QString());
+    expected.insert(text("familyType"), QString());
+    expected.insert(text("version"), QString());
+    make(named("n"));
+    QCOMPARE(m_device->summary(), summaryNamed("n"));
+    m_device->update(json);
+    QCOMPARE(m_device->summary(), expected);
+    QCOMPARE(m_device->summary(), expected);
+    m_device->update(named("n"));
+    QCOMPARE(m_device->summary(), summaryNamed("n"));
+}
+
+// Its texts are looked up like every value: a plain one is what is found behind it.
+void TestZorvDeviceSummary::summaryOfAPlainValue_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("params is a text") << QByteArray("{\"params\":\"p\"}");
+    QTest::newRow("device is a text") << QByteArray("{\"params\":{\"device\":\"p\",\"netSettings\":[]}}");
+}
+
+void TestZorvDeviceSummary::summaryOfAPlainValue()
+{
+    QFETCH(QByteArray, json);
+    QVariantMap expected;
+    expected.insert(text("uuid"), text("A"));
+    expected.insert(text("name"), text("p"));
+    expected.insert(text("type"), text("p"));
+    expected.insert(text("familyType"), text("p"));
+    expected.insert(text("version"), text("p"));
+    make(named("n"));
+    m_device->update(json);
+    QCOMPARE(m_device->summary(), expected);
+    QCOMPARE(m_device->jsonValue(text("params/device/name")), text("p"));
+}
+
+void TestZorvDeviceSummary::familyTypeIsTheAnnouncedOne_data()
+{
+    QTest::addColumn<QByteArray>("announced");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QString>("inSummary");
+    QTest::newRow("text") << QByteArray("\"Kelta\"") << text("Kelta") << text("Kelta");
+    QTest::newRow("number") << QByteArray("7") << text("7") << text("7");
+    QTest::newRow("zero character") << QByteArray("\"Kel\\u0000ta\"") << text("Kel") + QChar(0) + text("ta") << text("Kelta");
+    QTest::newRow("half a pair") << QByteArray("\"Kelta\\ud800\"") << text("Kelta") + QChar(0xd800) << text("Kelta");
+    QTest::newRow("missing") << QByteArray("null") << QString() << QString();
+}
+
+void TestZorvDeviceSummary::familyTypeIsTheAnnouncedOne()
+{
+    QFETCH(QByteArray, announced);
+    QFETCH(QString, expected);
+    QFETCH(QString, inSummary);
+    make(named("n"));
+    m_device->update("{\"params\":{\"device\":{\"familyType\":" + announced + "}}}");
+    for (int time = 0; time < 3; ++time) {
+        QString family(text("other"));
+        const QVariantMap summary = m_device->summary(0, &family);
+        QCOMPARE(family, expected);
+        QCOMPARE(summary.value(text("familyType")), QVariant(inSummary));
+    }
+    QString family;
+    m_device->update(named("n"));
+    m_device->summary(0, &family);
+    QCOMPARE(family, text("F"));
+}
+
+void TestZorvDeviceSummary::summaryTellsItsSize()
+{
+    make(named("n"));
+    for (int time = 0; time < 3; ++time) {
+        int size = 0;
+        const QVariantMap summary = m_device->summary(&size);
+        QCOMPARE(size, dbusvalue::marshalledSize(summary));
+    }
+    int size = 0;
+    m_device->update(named("n", "{\"mtu\":\"" + QByteArray(10000, '1') + "\"}"));
+    const QVariantMap summary = m_device->summary(&size);
+    QCOMPARE(size, dbusvalue::marshalledSize(summary));
+    QVERIFY(size > 10000);
+}
+
+// What is asked for is right whether there was room to keep it or not.
+void TestZorvDeviceSummary::moreSummariesAndValuesThanAreKept()
+{
+    const int many = 300;
+    const QByteArray filler(60000, 'f');
+    for (int round = 0; round < 2; ++round) {
+        QObject owner;
+        QList<ZorvDevice *> devices;
+        for (int i = 0; i < many; ++i) {
+            const QByteArray json = named("n" + QByteArray::number(i), "{\"mtu\":\"" + filler + "\"}");
+            devices.append(new ZorvDevice(text("A"), json, defaultExpiration, &owner));
+        }
+        for (int time = 0; time < 2; ++time) {
+            for (int i = 0; i < many; ++i) {
+                QVariantMap expected = summaryNamed(("n" + QByteArray::number(i)).constData());
+                expected.insert(text("mtu"), text(filler.constData()));
+                QCOMPARE(devices.at(i)->summary(), expected);
+                QCOMPARE(devices.at(i)->jsonValue(text("params/device/name")), text("n") + QString::number(i));
+            }
+        }
+    }
+}
+
+// What is kept shares its memory with what was given out before; what is made again does not.
+void TestZorvDeviceSummary::whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged()
+{
+    const QByteArray filler(60000, 'f');
+    const QString path = text("params/device/name");
+    ZorvDevice listed(text("A"), named("n", "{}"), defaultExpiration, 0);
+    ZorvDevice lookedAt(text("B"), named("n", "{}"), defaultExpiration, 0);
+    for (int round = 0; round < 400; ++round) {
+        const QByteArray json = named("n" + QByteArray::number(round), "{\"mtu\":\"" + filler + "\"}");
+        listed.update(json);
+        lookedAt.update(json);
+        const QString name = listed.summary().value(text("name")).toString();
+        const QString value = lookedAt.value(path).toString();
+        QVERIFY(listed.summary().value(text("name")).toString().constData() == name.constData());
+        QVERIFY(lookedAt.value(path).toString().constData() == value.constData());
+    }
+}
+
+QTEST_MAIN(TestZorvDeviceSummary)
+#include "tst_zorvdevice_summary.moc"
