@@ -25,21 +25,21 @@ static const int maximalDatagramsPerPass = 1000;
 
 UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
     : QObject(parent)
-    , m_udpSocket(new QUdpSocket(this))
-    , m_settings(deviceSettings)
-    , m_termNotifier(nullptr)
-    , m_joinResult(1)
+    , udpSocket(new QUdpSocket(this))
+    , settings(deviceSettings)
+    , termNotifier(nullptr)
+    , joinResult(1)
     , m_answerDate(ssdp::answerDate)
     , m_searchesAnswered(0)
 {
     bindPort();
     setupMulticast();
-    connect(m_udpSocket, SIGNAL(readyRead()), this, SLOT(processDatagrams()));
-    m_udpSocket->open(QIODevice::ReadWrite);
+    connect(udpSocket, SIGNAL(readyRead()), this, SLOT(processDatagrams()));
+    udpSocket->open(QIODevice::ReadWrite);
 
     createTermSocketPair();
-    m_termNotifier = new QSocketNotifier(termSocketPair[1], QSocketNotifier::Read, this);
-    connect(m_termNotifier, SIGNAL(activated(int)), this, SLOT(sendByeBye()));
+    termNotifier = new QSocketNotifier(termSocketPair[1], QSocketNotifier::Read, this);
+    connect(termNotifier, SIGNAL(activated(int)), this, SLOT(sendByeBye()));
 
     qtcompat::startExactTimer(this, announcementPeriod);
     sendAlive();
@@ -50,17 +50,17 @@ UpnpReceiver::UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent)
 void UpnpReceiver::bindPort()
 {
     for (int tries = 0; tries < maximalBindTries; ++tries) {
-        if (bindShared(m_udpSocket, m_settings->getUdpPort(), QUdpSocket::ShareAddress)
-            || m_udpSocket->error() == QAbstractSocket::AddressInUseError)
+        if (bindShared(udpSocket, settings->getUdpPort(), QUdpSocket::ShareAddress)
+            || udpSocket->error() == QAbstractSocket::AddressInUseError)
             return;
     }
 }
 
 void UpnpReceiver::setupMulticast()
 {
-    if (m_joinResult == 0)
+    if (joinResult == 0)
         return;
-    const int descriptor = int(m_udpSocket->socketDescriptor());
+    const int descriptor = int(udpSocket->socketDescriptor());
     if (setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_TTL, &multicastTtl, sizeof multicastTtl) != 0)
         qWarning("setsocketopt ttl failed");
 
@@ -75,10 +75,10 @@ void UpnpReceiver::setupMulticast()
         return;
     }
     struct ip_mreq membership = {};
-    membership.imr_multiaddr.s_addr = htonl(m_settings->getMulticastAddress().toIPv4Address());
+    membership.imr_multiaddr.s_addr = htonl(settings->getMulticastAddress().toIPv4Address());
     membership.imr_interface.s_addr = htonl(addresses.first().ip().toIPv4Address());
-    m_joinResult = setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);
-    if (m_joinResult != 0)
+    joinResult = setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);
+    if (joinResult != 0)
         qWarning("setsockopt multicast join failed");
     else
         qDebug("multicast join succeded.");
@@ -86,20 +86,20 @@ void UpnpReceiver::setupMulticast()
 
 ssdp::Announcement UpnpReceiver::announcementFor(const QHostAddress &address) const
 {
-    return ssdp::Announcement{ m_settings->getMulticastUrl(), m_settings->getHttpUrl(address), m_settings->getServerHeader(),
-        m_settings->getUuid(address), QDateTime::currentMSecsSinceEpoch() };
+    return ssdp::Announcement{ settings->getMulticastUrl(), settings->getHttpUrl(address), settings->getServerHeader(),
+        settings->getUuid(address), QDateTime::currentMSecsSinceEpoch() };
 }
 
 void UpnpReceiver::multicast(const QByteArray &message)
 {
-    m_udpSocket->writeDatagram(message, m_settings->getMulticastAddress(), m_settings->getUdpPort());
+    udpSocket->writeDatagram(message, settings->getMulticastAddress(), settings->getUdpPort());
 }
 
 void UpnpReceiver::sendAlive()
 {
     qDebug("sending alive");
     multicast(ssdp::alive(announcementFor(QHostAddress())));
-    const QHostAddress autoip = m_settings->getAutoipAddress();
+    const QHostAddress autoip = settings->getAutoipAddress();
     if (!autoip.isNull())
         multicast(ssdp::alive(announcementFor(autoip)));
 }
@@ -108,10 +108,10 @@ void UpnpReceiver::sendByeBye()
 {
     qDebug("sending byebye");
     multicast(ssdp::byeBye(announcementFor(QHostAddress())));
-    const QHostAddress autoip = m_settings->getAutoipAddress();
+    const QHostAddress autoip = settings->getAutoipAddress();
     if (!autoip.isNull())
         multicast(ssdp::autoipByeBye(announcementFor(autoip)));
-    m_udpSocket->flush();
+    udpSocket->flush();
 }
 
 // Receives without Qt, at a tenth of its cost. False when nothing is there.
@@ -133,11 +133,11 @@ void UpnpReceiver::processDatagrams()
 {
     QHostAddress requester;
     quint16 port = 0;
-    const int size = int(m_udpSocket->readDatagram(m_received.bytes(), DatagramBuffer::Size, &requester, &port));
+    const int size = int(udpSocket->readDatagram(m_received.bytes(), DatagramBuffer::Size, &requester, &port));
     if (size < 0)
         return;
     m_received.setSize(size);
-    const int descriptor = int(m_udpSocket->socketDescriptor());
+    const int descriptor = int(udpSocket->socketDescriptor());
     int count = 0;
     do {
         answer(m_received.datagram(), requester, port);
@@ -157,13 +157,13 @@ static void send(int descriptor, const QByteArray &datagram, const QHostAddress 
 
 void UpnpReceiver::answer(const QByteArray &datagram, const QHostAddress &requester, quint16 port)
 {
-    const ssdp::AnswerKind kind = ssdp::answerKind(datagram, [&] { return m_settings->getUuid(requester); });
+    const ssdp::AnswerKind kind = ssdp::answerKind(datagram, [&] { return settings->getUuid(requester); });
     if (kind == ssdp::NoAnswer)
         return;
     ++m_searchesAnswered;
-    const ssdp::Answer answer = { m_settings->getHttpUrl(requester), m_settings->getServerHeader(), m_settings->getUuid(requester),
+    const ssdp::Answer answer = { settings->getHttpUrl(requester), settings->getServerHeader(), settings->getUuid(requester),
         m_answerDate.now() };
-    send(int(m_udpSocket->socketDescriptor()), kind == ssdp::RootDeviceAnswer ? ssdp::rootDeviceAnswer(answer) : ssdp::uuidAnswer(answer),
+    send(int(udpSocket->socketDescriptor()), kind == ssdp::RootDeviceAnswer ? ssdp::rootDeviceAnswer(answer) : ssdp::uuidAnswer(answer),
         requester, port);
 }
 

@@ -53,10 +53,10 @@ private:
     void multicast(const QByteArray &message);
     void answer(const QByteArray &datagram, const QHostAddress &requester, quint16 port);
 
-    QUdpSocket *m_udpSocket;
-    UpnpSettings *m_settings;
-    QSocketNotifier *m_termNotifier;
-    qint32 m_joinResult; // 0 once the group is joined
+    QUdpSocket *udpSocket;
+    UpnpSettings *settings;
+    QSocketNotifier *termNotifier;
+    qint32 joinResult; // 0 once the group is joined
     DatagramBuffer m_received;
     DateCache m_answerDate;
     quint64 m_searchesAnswered;
