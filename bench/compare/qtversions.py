@@ -45,7 +45,7 @@ def main() -> int:
 def _options() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="bench/qt4", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--write-docs", action="store_true", help="put the table into docs/performance.md as well")
+    parser.add_argument("--write-docs", action="store_true", help="put the table into docs/performance-tables.md as well")
     parser.add_argument("--qt5", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
     parser.add_argument("--qt4", type=pathlib.Path, default=ROOT / "build-qt4-bench", help=argparse.SUPPRESS)
     return parser.parse_args()
