@@ -129,6 +129,6 @@ int main(int argc, char **argv)
     const size_t count = (size_t)(done < MOST_LATENCIES ? done : MOST_LATENCIES);
     printf("{\"operations\": %ld, \"failed\": %ld, \"elapsed\": %.6f, \"processor\": %.9f, \"bytes\": %ld, "
            "\"median_latency\": %.9f}\n",
-        done, failed, elapsed, used, done > 0 ? bytes / done : 0, quantile(latencies, count, 0.5));
+        done, failed, elapsed, used, done > 0 ? bytes / done : 0, median(latencies, count));
     return 0;
 }

@@ -77,6 +77,6 @@ int main(int argc, char **argv)
     }
     printf("{\"operations\": %d, \"devices\": %d, \"bytes\": %d, \"elapsed\": %.6f, \"processor\": %.9f, "
            "\"median_latency\": %.9f}\n",
-        count, devices, bytes, now() - start, processor_time(pid) - processor, quantile(latencies, (size_t)count, 0.5));
+        count, devices, bytes, now() - start, processor_time(pid) - processor, median(latencies, (size_t)count));
     return 0;
 }

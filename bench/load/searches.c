@@ -154,6 +154,6 @@ int main(int argc, char **argv)
     const size_t count = (size_t)(answered < MOST_LATENCIES ? answered : MOST_LATENCIES);
     printf("{\"operations\": %ld, \"sent\": %ld, \"lost\": %ld, \"elapsed\": %.6f, \"processor\": %.9f, \"bytes\": %ld, "
            "\"median_latency\": %.9f}\n",
-        answers, sent, lost, elapsed, used, answers > 0 ? bytes / answers : 0, quantile(latencies, count, 0.5));
+        answers, sent, lost, elapsed, used, answers > 0 ? bytes / answers : 0, median(latencies, count));
     return 0;
 }

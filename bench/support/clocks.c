@@ -39,10 +39,10 @@ static int compare(const void *a, const void *b)
     return (x > y) - (x < y);
 }
 
-double quantile(double *values, size_t count, double part)
+double median(double *values, size_t count)
 {
     if (count == 0)
         return -1;
     qsort(values, count, sizeof *values, compare);
-    return values[(size_t)(part * (double)(count - 1) + 0.5)];
+    return values[count / 2];
 }
