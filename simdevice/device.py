@@ -43,12 +43,12 @@ def default_program() -> str:
     return os.path.abspath(os.environ.get("UPNPVELORN") or here / "build" / "upnpvelorn")
 
 
-def png(size: int = 48, colour: tuple = (0, 96, 160)) -> bytes:
+def png(size: int = 48) -> bytes:
     """A square picture of one colour."""
     def chunk(kind: bytes, data: bytes) -> bytes:
         return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
     header = struct.pack(">IIBBBBB", size, size, 8, 2, 0, 0, 0)
-    pixels = zlib.compress((b"\0" + bytes(colour) * size) * size)
+    pixels = zlib.compress((b"\0" + bytes((0, 96, 160)) * size) * size)
     return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", pixels) + chunk(b"IEND", b"")
 
 
@@ -167,9 +167,9 @@ class Device:
         """Calls a method of the daemon over the bus."""
         return self.bus.call(BUS_NAME, path, interface, member, *arguments, **options)
 
-    def wait_for_exit(self, seconds: float = 10) -> int:
+    def wait_for_exit(self) -> int:
         """For a daemon that is expected to end by itself. Returns its status and forgets it."""
-        wait_for(lambda: not self.running, seconds, "the daemon ends", lambda: self.output)
+        wait_for(lambda: not self.running, what="the daemon ends", seen=lambda: self.output)
         process, self._process = self._process, None
         return process.returncode
 

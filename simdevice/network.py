@@ -157,14 +157,14 @@ class Host(Namespace):
         if name == "eth0" or len(self._ports) == 1:
             self.default_route(name)
 
-    def link_down(self, name: str = "eth0") -> None:
-        self.ip(f"link set {name} down")
+    def link_down(self) -> None:
+        self.ip("link set eth0 down")
 
-    def cable_out(self, name: str = "eth0") -> None:
+    def cable_out(self) -> None:
         """Takes the carrier away; the interface stays up and keeps its addresses."""
-        self.lan.ip(f"link set {self._ports[name]} down")
+        self.lan.ip(f"link set {self._ports['eth0']} down")
         with self.inside():
-            wait_for(lambda: not is_running(name), what=f"{name} of {self.name} without carrier")
+            wait_for(lambda: not is_running("eth0"), what=f"eth0 of {self.name} without carrier")
 
     def cable_in(self, name: str = "eth0") -> None:
         self.lan.ip(f"link set {self._ports[name]} up")
