@@ -83,12 +83,11 @@ class Connection:
         values = [from_dbus(value) for value in reply.get_args_list()]
         return values if len(values) > 1 else values[0] if values else None
 
-    def send_call(self, service: str, path: str, interface: str, member: str, *arguments,
-                  signature: str = None) -> None:
+    def send_call(self, service: str, path: str, interface: str, member: str, *arguments) -> None:
         """Calls without waiting for an answer."""
         message = dbus.lowlevel.MethodCallMessage(service, path, interface, member)
         message.set_no_reply(True)
-        _append(message, signature, arguments)
+        _append(message, None, arguments)
         self.raw.send_message(message)
         self.raw.flush()
 

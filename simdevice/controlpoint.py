@@ -117,7 +117,7 @@ class ControlPoint:
 
     @property
     def address(self) -> str:
-        return self.host.addresses()[0].split("/")[0]
+        return self.host.address
 
     def listen_ssdp(self) -> Listener:
         return self.listen(SSDP)

@@ -16,8 +16,9 @@ import dbus
 from simdevice.bus import Bus
 from simdevice.connman import Connman
 from simdevice.fwconfig import FwConfig
-from simdevice.network import SUBNET, Lan
+from simdevice.network import SUBNET, Lan, sockets_of
 from simdevice.room import Room
+from simdevice.sandbox import PATH
 from simdevice.syslog import Syslog
 from simdevice.waiting import wait_for
 
@@ -32,7 +33,6 @@ _PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "ASAN_SYMBOLIZER_
               "GCOV_PREFIX", "GCOV_PREFIX_STRIP")
 _NOT_THERE_YET = ("org.freedesktop.DBus.Error.UnknownObject", "org.freedesktop.DBus.Error.ServiceUnknown",
                   "org.freedesktop.DBus.Error.NameHasNoOwner", "org.freedesktop.DBus.Error.NoReply")
-_LISTENING = "0A"
 _FAREWELL = 0.05    # seconds
 
 _numbers = itertools.count(1)
@@ -43,12 +43,12 @@ def default_program() -> str:
     return os.path.abspath(os.environ.get("UPNPVELORN") or here / "build" / "upnpvelorn")
 
 
-def png(size: int = 48, colour: tuple = (0, 96, 160)) -> bytes:
+def png(size: int = 48) -> bytes:
     """A square picture of one colour."""
     def chunk(kind: bytes, data: bytes) -> bytes:
         return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
     header = struct.pack(">IIBBBBB", size, size, 8, 2, 0, 0, 0)
-    pixels = zlib.compress((b"\0" + bytes(colour) * size) * size)
+    pixels = zlib.compress((b"\0" + bytes((0, 96, 160)) * size) * size)
     return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", pixels) + chunk(b"IEND", b"")
 
 
@@ -113,7 +113,7 @@ class Device:
         if self._user is not None:
             limits += ["/usr/bin/setpriv", f"--reuid={self._user}", f"--regid={self._user}", "--clear-groups",
                        "--inh-caps=-all", "--bounding-set=-all", "--no-new-privs", "--"]
-        environment = {"LC_ALL": "C", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+        environment = {"LC_ALL": "C", "PATH": PATH,
                        "DBUS_SYSTEM_BUS_ADDRESS": self.bus.address}
         environment.update({name: os.environ[name] for name in _PASSED_ON if name in os.environ})
         self._folder.mkdir(exist_ok=True)
@@ -167,9 +167,9 @@ class Device:
         """Calls a method of the daemon over the bus."""
         return self.bus.call(BUS_NAME, path, interface, member, *arguments, **options)
 
-    def wait_for_exit(self, seconds: float = 10) -> int:
+    def wait_for_exit(self) -> int:
         """For a daemon that is expected to end by itself. Returns its status and forgets it."""
-        wait_for(lambda: not self.running, seconds, "the daemon ends", lambda: self.output)
+        wait_for(lambda: not self.running, what="the daemon ends", seen=lambda: self.output)
         process, self._process = self._process, None
         return process.returncode
 
@@ -204,8 +204,12 @@ class Device:
 
     def restart(self) -> None:
         self.stop()
-        wait_for(lambda: not self.bus.owner(BUS_NAME), what="the bus forgets the old daemon")
+        self.wait_until_forgotten()
         self.start()
+
+    def wait_until_forgotten(self) -> None:
+        """Before the next start, whose bus name has to be free."""
+        wait_for(lambda: not self.bus.owner(BUS_NAME), what="the bus forgets the old daemon")
 
     def limit_open_files(self, number: int) -> None:
         """Changes the limit of the running daemon."""
@@ -221,27 +225,20 @@ class Device:
         return found
 
     def listens(self, port: int) -> bool:
-        return any(state == _LISTENING for found, state, _ in self._sockets("tcp") if found == port)
+        return any(found.listens for found in sockets_of(self.room.pid, "tcp") if found.port == port)
 
     def udp_ports(self) -> set:
-        return {port for port, _, _ in self._sockets("udp")}
+        return {found.port for found in sockets_of(self.room.pid, "udp")}
 
     def unread(self, port: int) -> int:
         """Bytes that have arrived on the connections of a TCP port and that the daemon has not read yet."""
-        return sum(waiting for found, state, waiting in self._sockets("tcp") if found == port and state != _LISTENING)
-
-    def _sockets(self, kind: str) -> list:
-        """Port, state and bytes waiting to be read of each socket."""
-        lines = pathlib.Path(f"/proc/{self.room.pid}/net/{kind}").read_text().splitlines()[1:]
-        fields = [line.split() for line in lines]
-        return [(int(field[1].split(":")[1], 16), field[3], int(field[4].split(":")[1], 16)) for field in fields]
+        return sum(found.unread for found in sockets_of(self.room.pid, "tcp") if found.port == port and not found.listens)
 
     # What is around it
 
     @property
     def address(self) -> str:
-        """The first address of eth0."""
-        return self.host.addresses()[0].split("/")[0]
+        return self.host.address
 
     def set_icon(self, content: bytes = None) -> None:
         """None takes the file away."""

@@ -11,16 +11,13 @@ import sys
 
 sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 
-import dbus
-import dbus.bus
 import dbus.lowlevel
-from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 
+from simdevice.bus import PROPERTIES, Connection
 from simdevice.values import Typed, from_dbus, from_json, to_dbus, typed
 
 NAME = "com.zorv.fwconfig"
-PROPERTIES = "org.freedesktop.DBus.Properties"
 
 _METHODS = {
     "/systemvariables": {"get": ("s", "s"), "set": ("ss", ""), "save": ("", "")},
@@ -41,10 +38,10 @@ class Service:
         self.behaviours = {}
         self.calls = []
         self._held = []
-        self._bus = dbus.bus.BusConnection(address, mainloop=DBusGMainLoop())
+        connection = Connection(address)
+        self._bus = connection.raw
         self._bus.add_message_filter(self._filter)
-        reply = self._bus.request_name(NAME, dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
-        if reply != dbus.bus.REQUEST_NAME_REPLY_PRIMARY_OWNER:
+        if not connection.own(NAME):
             sys.exit(f"{NAME} has another owner")
 
     def order(self, line: str):

@@ -35,9 +35,8 @@ def main() -> int:
     bus.start()
     room.wait_until_ready()
     environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus.address, "SIMDEVICE_PEER": peer.name,
-                   "PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
-    status = subprocess.run([*room.prefix, program, *sys.argv[2:]], env=environment).returncode
-    return status if status >= 0 else 128 - status
+                   "PATH": sandbox.PATH}
+    return sandbox.shell_status(subprocess.run([*room.prefix, program, *sys.argv[2:]], env=environment).returncode)
 
 
 if __name__ == "__main__":

@@ -45,8 +45,8 @@ def mount(source: str, target: str, kind: str = "", flags: int = 0, options: str
     _check(result, f"mount {source} on {target}")
 
 
-def mount_tmpfs(target: str, mode: str = "755") -> None:
-    mount("tmpfs", target, "tmpfs", MS_NOSUID, f"mode={mode}")
+def mount_tmpfs(target: str) -> None:
+    mount("tmpfs", target, "tmpfs", MS_NOSUID, "mode=755")
 
 
 def bind(source: str, target: str) -> None:

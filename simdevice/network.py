@@ -4,9 +4,11 @@ import contextlib
 import fcntl
 import itertools
 import json
+import pathlib
 import socket
 import struct
 import subprocess
+from typing import NamedTuple
 
 from simdevice import namespaces as ns
 from simdevice.waiting import wait_for
@@ -14,6 +16,7 @@ from simdevice.waiting import wait_for
 SUBNET = "10.77.0"
 _SIOCGIFFLAGS = 0x8913
 _IFF_RUNNING = 0x40
+_LISTENING = "0A"
 
 _numbers = itertools.count(1)
 
@@ -33,6 +36,19 @@ def is_running(name: str) -> bool:
         except OSError:
             return False
     return bool(struct.unpack("16sh14x", answer)[1] & _IFF_RUNNING)
+
+
+class Socket(NamedTuple):
+    port: int
+    listens: bool   # of TCP only
+    unread: int     # bytes that have arrived and that its program has not read yet
+
+
+def sockets_of(pid: int, kind: str) -> list:
+    """The sockets, "tcp" or "udp", in the network namespace of a process."""
+    lines = pathlib.Path(f"/proc/{pid}/net/{kind}").read_text().splitlines()[1:]
+    fields = [line.split() for line in lines]
+    return [Socket(int(field[1].split(":")[1], 16), field[3] == _LISTENING, int(field[4].split(":")[1], 16)) for field in fields]
 
 
 class Namespace:
@@ -130,15 +146,17 @@ class Host(Namespace):
         self._ports[new] = self._ports.pop(old)
         self.link_up(new)
 
-    def set_mac(self, mac: str, name: str = "eth0") -> None:
-        self.ip(f"link set {name} address {mac}")
+    def add_address(self, address: str) -> None:
+        self.ip(f"addr add {address} dev eth0")
 
-    def add_address(self, address: str, name: str = "eth0") -> None:
-        self.ip(f"addr add {address} dev {name}")
-
-    def remove_address(self, address: str, name: str = "eth0") -> None:
+    def remove_address(self, address: str) -> None:
         """The default route may go with the last address; see default_route()."""
-        self.ip(f"addr del {address} dev {name}")
+        self.ip(f"addr del {address} dev eth0")
+
+    @property
+    def address(self) -> str:
+        """The first address of eth0."""
+        return self.addresses()[0].split("/")[0]
 
     def addresses(self, name: str = "eth0") -> list:
         """What the interface has, as "address/prefix" texts in the kernel's order."""
@@ -157,14 +175,14 @@ class Host(Namespace):
         if name == "eth0" or len(self._ports) == 1:
             self.default_route(name)
 
-    def link_down(self, name: str = "eth0") -> None:
-        self.ip(f"link set {name} down")
+    def link_down(self) -> None:
+        self.ip("link set eth0 down")
 
-    def cable_out(self, name: str = "eth0") -> None:
+    def cable_out(self) -> None:
         """Takes the carrier away; the interface stays up and keeps its addresses."""
-        self.lan.ip(f"link set {self._ports[name]} down")
+        self.lan.ip(f"link set {self._ports['eth0']} down")
         with self.inside():
-            wait_for(lambda: not is_running(name), what=f"{name} of {self.name} without carrier")
+            wait_for(lambda: not is_running("eth0"), what=f"eth0 of {self.name} without carrier")
 
     def cable_in(self, name: str = "eth0") -> None:
         self.lan.ip(f"link set {self._ports[name]} up")

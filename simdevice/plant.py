@@ -7,9 +7,8 @@ from typing import NamedTuple
 import dbus
 
 from simdevice.controlpoint import ControlPoint
-from simdevice.device import BUS_NAME, HTTP_PORT, Device
+from simdevice.device import HTTP_PORT, Device
 from simdevice.network import SUBNET, Lan
-from simdevice.waiting import wait_for
 
 PC = "pc"
 PC_ADDRESS = f"{SUBNET}.5"
@@ -132,7 +131,7 @@ class Plant:
         node = self.node(name)
         if node.device.running:
             raise PlantError(f"the daemon of {name} runs already")
-        wait_for(lambda: not node.device.bus.owner(BUS_NAME), what="the bus forgets the old daemon")
+        node.device.wait_until_forgotten()
         node.device.start(wait=False)
         return node
 

@@ -23,6 +23,7 @@ sys.path[0] = str(pathlib.Path(__file__).resolve().parent.parent)
 
 from simdevice import controlsocket
 from simdevice import namespaces as ns
+from simdevice.sandbox import PATH, shell_status
 
 _KINDS = {"user": ns.CLONE_NEWUSER, "pid": ns.CLONE_NEWPID, "mnt": ns.CLONE_NEWNS, "net": ns.CLONE_NEWNET,
           "uts": ns.CLONE_NEWUTS, "ipc": ns.CLONE_NEWIPC}
@@ -43,7 +44,7 @@ def _go_inside(host: str, files: dict) -> None:
     if _is_folder(folder, here):
         os.chdir(folder)
     os.environ["PS1"] = f"{host}:\\w\\$ "
-    os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
+    os.environ["PATH"] = PATH
 
 
 def _is_folder(path: str, status: os.stat_result) -> bool:
@@ -61,8 +62,7 @@ def _run(command: list) -> int:
             print(f"{command[0]}: {error.strerror}", file=sys.stderr)
             os._exit(127)
     signal.signal(signal.SIGINT, signal.SIG_IGN)
-    code = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
-    return code if code >= 0 else 128 - code
+    return shell_status(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
 
 
 def _ask(request: dict) -> tuple:

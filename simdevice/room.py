@@ -25,7 +25,6 @@ class Room:
     """`program` stays visible even if it lies in one of the folders that the room replaces."""
 
     def __init__(self, netns: str, hostname: str, program: str = ""):
-        self._hostname = hostname
         self._process = subprocess.Popen(
             [PYTHON, "-E", "-s", __file__, netns, hostname, program],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True, text=True)
@@ -59,11 +58,6 @@ class Room:
         with ns.entered(f"/proc/{self.pid}/ns/uts", ns.CLONE_NEWUTS):
             with open(self.path(HOSTNAME_FILE), "w") as file:
                 file.write(name + "\n")
-            socket.sethostname(name)
-
-    def set_hostname_quietly(self, name: str) -> None:
-        """Sets the host name with the system call, as the usual tools do."""
-        with ns.entered(f"/proc/{self.pid}/ns/uts", ns.CLONE_NEWUTS):
             socket.sethostname(name)
 
     def close(self) -> None:

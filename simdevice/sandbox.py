@@ -14,6 +14,7 @@ import sys
 from simdevice import namespaces as ns
 
 PYTHON = "/usr/bin/python3"
+PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 _MARK = "SIMDEVICE_SANDBOX"
 _FORWARDED = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 _SENT_BY_TERMINAL = 0x80  # si_code SI_KERNEL: the whole process group has the signal already
@@ -55,6 +56,11 @@ def is_real_root() -> bool:
     """False for an ordinary user who is root only in a user namespace."""
     with open("/proc/self/uid_map") as file:
         return file.read().split() == ["0", "0", str(0xffffffff)]
+
+
+def shell_status(code: int) -> int:
+    """What a shell makes of a child's exit code, which is negative after a signal."""
+    return code if code >= 0 else 128 - code
 
 
 def _identity() -> str:
@@ -111,7 +117,7 @@ def _init(problem: int) -> None:
     script = os.fork()
     if script == 0:
         os.environ[_MARK] = _identity()
-        os.environ["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin"
+        os.environ["PATH"] = PATH
         os.execv(PYTHON, [PYTHON, *sys.argv])
     os.close(problem)
     os._exit(_wait(script))
@@ -134,8 +140,7 @@ def _wait(child: int) -> int:
         except ChildProcessError:
             return 1
         if pid == child:
-            code = os.waitstatus_to_exitcode(status)
-            return code if code >= 0 else 128 - code
+            return shell_status(os.waitstatus_to_exitcode(status))
         if pid == 0:
             info = signal.sigwaitinfo({*_FORWARDED, signal.SIGCHLD})
             if info.si_signo != signal.SIGCHLD and info.si_code != _SENT_BY_TERMINAL:

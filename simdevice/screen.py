@@ -13,6 +13,7 @@ import time
 
 WIDTH = 100
 _SETTLED = 1.0     # seconds without a change after which a changed table is printed
+_QUOTED = 24       # lines of another program's output
 _PROGRESS = 10.0   # seconds between two printed lines of progress
 _STYLES = {"bold": "1", "dim": "2", "red": "31", "green": "32"}
 _ESCAPES = re.compile(r"\x1b\[[0-9;]*m")
@@ -50,11 +51,11 @@ class Screen:
     def bad(self, text: str) -> None:
         self.event(f"✗ {text}", "red")
 
-    def quote(self, text: str, most: int = 24) -> None:
+    def quote(self, text: str) -> None:
         """What another program printed or what came over the wire, word for word."""
         lines = [clean(line.expandtabs().rstrip()) for line in text.strip("\r\n").splitlines()]
-        if len(lines) > most:
-            lines = [*lines[:most - 1], f"… and {len(lines) - most + 1} more lines"]
+        if len(lines) > _QUOTED:
+            lines = [*lines[:_QUOTED - 1], f"… and {len(lines) - _QUOTED + 1} more lines"]
         folded = [piece for line in lines for piece in _folded(line, self._width - 6)]
         self._lines([self.style("dim", f"    | {line}") for line in folded])
 

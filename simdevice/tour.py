@@ -9,7 +9,7 @@ import time
 import xml.etree.ElementTree
 
 from simdevice.controlpoint import ANNOUNCEMENTS, SSDP
-from simdevice.device import ICON, default_program, png
+from simdevice.device import default_program
 from simdevice.plant import PC_ADDRESS, Node
 from simdevice.sandbox import PYTHON
 

@@ -1,6 +1,6 @@
 """Processor time of taking in announcements: of new devices, and of known ones among more and more others."""
 
-from measuring import Plan, in_turn, lanes, progress, surviving
+from measuring import Plan, figures, in_turn, lanes, progress, surviving
 from servers import DAEMON, FLOOR, hearing_announcements
 from table import Column, Table
 
@@ -39,8 +39,7 @@ def measure(plan: Plan) -> list:
 def _learn(table: Table, lane, known: int, size: int) -> None:
     """Only once: a device is new only once."""
     progress(f"announcements, up to {size} new: {lane.name}")
-    seen = lane.announce(size - known, size - known, first=known)
-    table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6, lost=seen["lost"], bytes=seen["bytes"])
+    table.add(lane.name, **figures(lane.announce(size - known, size - known, first=known), "lost"))
 
 
 def _number_for(learning: Table, lane) -> int:
@@ -49,6 +48,4 @@ def _number_for(learning: Table, lane) -> int:
 
 
 def _refresh(table: Table, lane, size: int, count: int, changed: bool = False) -> None:
-    seen = lane.announce(size, count, changed=changed)
-    table.add(lane.name, microseconds=seen["processor"] / seen["operations"] * 1e6,
-              per_second=seen["operations"] / seen["elapsed"], lost=seen["lost"], bytes=seen["bytes"])
+    table.add(lane.name, **figures(lane.announce(size, count, changed=changed), "lost"))

@@ -1,23 +1,16 @@
 """Compares builds of the daemon: builds.py OUTPUT NAME=FOLDER... Each folder is a build folder; the first is the base."""
 
-import os
 import pathlib
-import signal
 import sys
 
-HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parent.parent
-sys.path.insert(0, str(ROOT))
-
-from simdevice import sandbox
+from enclosed import PROGRAMS, enter
 
 
 def main() -> int:
     if len(sys.argv) < 3:
         print(__doc__, file=sys.stderr)
         return 2
-    sandbox.enter()
-    signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
+    enter()
 
     import exact
     import machine
@@ -33,7 +26,7 @@ def main() -> int:
         figures = [stripped_size(program)]
         for title, _, operate in exact.operations().values():
             progress(f"{name}: {title.lower()}")
-            with lanes([Daemon(name, program)], Plan(ROOT / "build-bench" / "bench", 1, True), start=False) as all_lanes:
+            with lanes([Daemon(name, program)], Plan(PROGRAMS, 1, True), start=False) as all_lanes:
                 figures.append(exact.instructions(all_lanes[0], operate))
         base = base or figures
         cells = [f"{figure:,.0f} ({figure / first:.3f})" for figure, first in zip(figures, base)]

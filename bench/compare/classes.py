@@ -6,12 +6,12 @@ import re
 import subprocess
 import tempfile
 
+from enclosed import ROOT
 from lane import SERVER_CPU, pinned
 from measuring import Plan, progress
 from simdevice.sandbox import PYTHON
 from table import Column, Table
 
-_ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 _QT = "Qt"
 _OURS = "upnpvelorn"
 
@@ -31,7 +31,7 @@ def measure(plan: Plan) -> list:
 def _run(plan: Plan, name: str) -> list:
     """The repetitions of all benchmarks of one program, interleaved."""
     program = str(plan.programs / f"bench_{name}")
-    alone = [PYTHON, str(_ROOT / "simdevice" / "isolated.py")] if name == "registry" else []
+    alone = [PYTHON, str(ROOT / "simdevice" / "isolated.py")] if name == "registry" else []
     done = subprocess.run(
         [*pinned(SERVER_CPU), *alone, program, "--benchmark_format=json", f"--benchmark_repetitions={plan.rounds}",
          "--benchmark_enable_random_interleaving=true", f"--benchmark_min_time={0.02 if plan.quick else 0.1}"],

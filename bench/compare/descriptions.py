@@ -1,6 +1,6 @@
 """Processor time of a GET of the description."""
 
-from measuring import Plan, in_turn, lanes
+from measuring import Plan, figures, in_turn, lanes
 from servers import DAEMON, FLOOR, serving_descriptions
 from table import Column, Table
 
@@ -15,16 +15,8 @@ def measure(plan: Plan) -> list:
 
     def one(lane) -> None:
         for connections, table in tables.items():
-            _add(table, lane, lane.download(seconds, connections))
+            table.add(lane.name, **figures(lane.download(seconds, connections), "failed"))
 
     with lanes(serving_descriptions(), plan) as all_lanes:
         in_turn(plan, "descriptions", all_lanes, one)
     return list(tables.values())
-
-
-def _add(table: Table, lane, seen: dict) -> None:
-    done = seen["operations"]
-    if done == 0:
-        return table.add(lane.name)
-    table.add(lane.name, microseconds=seen["processor"] / done * 1e6, per_second=done / seen["elapsed"],
-              latency=seen["median_latency"] * 1e6, bytes=seen["bytes"], failed=seen["failed"])

@@ -12,10 +12,11 @@ import pathlib
 import signal
 import subprocess
 
-from simdevice.network import Namespace
+from simdevice.network import Namespace, sockets_of
+from simdevice.sandbox import PATH
 from simdevice.waiting import wait_for
 
-_LISTENING = "0A"
+_PATIENCE = 300     # seconds that a load generator may take
 _numbers = itertools.count(1)
 _cpus = sorted(os.sched_getaffinity(0))
 SERVER_CPU, LOAD_CPU = (_cpus[1], _cpus[0]) if len(_cpus) > 1 else (None, None)
@@ -54,7 +55,7 @@ class Lane:
     def start(self, wrapper: list = (), environment: dict = None, seconds: float = 20) -> None:
         """Starts the server, inside another program where `wrapper` is one, and waits until it serves."""
         self.server.prepare(self)
-        everything = {"LC_ALL": "C", "TZ": "UTC", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+        everything = {"LC_ALL": "C", "TZ": "UTC", "PATH": PATH,
                       **self.server.environment(self), **(environment or {})}
         with open(self.log, "ab") as log:
             self._process = subprocess.Popen(
@@ -75,10 +76,7 @@ class Lane:
         return all(self._is_open(*port) for port in self.server.ports) and self.server.is_ready(self)
 
     def _is_open(self, kind: str, port: int) -> bool:
-        lines = pathlib.Path(f"/proc/{self.pid}/net/{kind}").read_text().splitlines()[1:]
-        fields = [line.split() for line in lines]
-        return any(int(field[1].split(":")[1], 16) == port and (kind == "udp" or field[3] == _LISTENING)
-                   for field in fields)
+        return any(found.port == port and (kind == "udp" or found.listens) for found in sockets_of(self.pid, kind))
 
     @property
     def log(self) -> pathlib.Path:
@@ -117,16 +115,16 @@ class Lane:
 
     # The load
 
-    def load(self, program: str, *arguments, seconds: float = 300) -> dict:
+    def load(self, program: str, *arguments) -> dict:
         """What a load generator prints. It runs on the other end of the cable."""
         if not self.alive:
             raise LaneError(f"{self.name} has ended: {self._last_words()}")
         command = ["nsenter", f"--net={self.there.path}", "--", *pinned(LOAD_CPU), str(self.programs / program)]
         try:
-            done = subprocess.run([*command, *map(str, arguments)], capture_output=True, text=True, timeout=seconds,
+            done = subprocess.run([*command, *map(str, arguments)], capture_output=True, text=True, timeout=_PATIENCE,
                                   env={**os.environ, **self.server.environment(self)})
         except subprocess.TimeoutExpired:
-            raise LaneError(f"{program} against {self.name} has not ended after {seconds:g} seconds") from None
+            raise LaneError(f"{program} against {self.name} has not ended after {_PATIENCE} seconds") from None
         if done.returncode != 0:
             raise LaneError(f"{program} against {self.name}: {done.stderr.strip()}")
         return json.loads(done.stdout)

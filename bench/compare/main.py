@@ -4,16 +4,11 @@ Everything runs in namespaces of its own; when this program ends, in whatever wa
 """
 
 import argparse
-import os
 import pathlib
 import signal
 import sys
 
-HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parent.parent
-sys.path.insert(0, str(ROOT))
-
-from simdevice import sandbox
+from enclosed import BUILD, PROGRAMS, ROOT, enter
 
 BENCHES = ("searches", "descriptions", "announcements", "listings", "footprint", "exact", "classes")
 
@@ -24,8 +19,7 @@ def main() -> int:
         return 0
     if options.write_docs_from:
         return _write_docs(options.write_docs_from)
-    sandbox.enter()
-    signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
+    enter()
 
     import importlib
     import lane
@@ -35,11 +29,11 @@ def main() -> int:
 
     if lane.SERVER_CPU is None:
         progress("only one processor: servers and load share it, and times are not comparable")
-    plan = Plan(options.build / "bench", 2 if options.quick else options.rounds, options.quick)
+    plan = Plan(PROGRAMS, 2 if options.quick else options.rounds, options.quick)
     tables = []
     for name in options.bench or BENCHES:
         tables += importlib.import_module(name).measure(plan)
-        output.write(options.output, machine.described(options.build), tables)
+        output.write(options.output, machine.described(BUILD), tables)
     progress(f"written to {options.output}")
     print((options.output / "figures.md").read_text())
     return _write_docs(options.output) if options.write_docs else 0
@@ -57,12 +51,11 @@ def _options() -> argparse.Namespace:
     parser.add_argument("bench", nargs="*", help=f"of {', '.join(BENCHES)}; without any: all")
     parser.add_argument("--quick", action="store_true", help="2 short rounds: shows that everything works")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--output", type=pathlib.Path, default=ROOT / "build-bench" / "figures",
+    parser.add_argument("--output", type=pathlib.Path, default=BUILD / "figures",
                         help="folder for tables, charts and values")
     parser.add_argument("--write-docs", action="store_true", help="put tables and charts into docs/ as well")
     parser.add_argument("--write-docs-from", type=pathlib.Path, metavar="FOLDER",
                         help="only that, with the values of an earlier run: nothing is measured")
-    parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
     # For bench/run, before it installs and builds
     parser.add_argument("--only-judge", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()

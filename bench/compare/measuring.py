@@ -46,6 +46,17 @@ def lanes(servers: list, plan: Plan, start: bool = True):
             lane.close()
 
 
+def figures(seen: dict, *others: str) -> dict:
+    """Of one operation, from what a load generator has printed; `others` as they are. Empty when there was no operation."""
+    count = seen["operations"]
+    if count == 0:
+        return {}
+    found = {"microseconds": seen["processor"] / count * 1e6, "per_second": count / seen["elapsed"]}
+    if "median_latency" in seen:
+        found["latency"] = seen["median_latency"] * 1e6
+    return {**found, **{name: seen[name] for name in ("bytes", *others)}}
+
+
 def surviving(all_lanes: list, action) -> list:
     """Calls action(lane) for every lane; those for which it did not fail."""
     good = []

@@ -29,12 +29,13 @@ def read(folder: pathlib.Path) -> tuple:
 
 
 def write_docs(docs: pathlib.Path, machine: dict, tables: list) -> None:
-    """Replaces the block between the two marks of docs/performance.md, and the charts that the page shows."""
-    around = _replace(docs, BEGIN, END, markdown(machine, tables))
+    """Replaces the block between the two marks of docs/performance-tables.md, and the charts that the page shows."""
+    _replace(docs, BEGIN, END, markdown(machine, tables))
     folder = docs / "performance"
     folder.mkdir(exist_ok=True)
+    shown = (docs / "performance-tables.md").read_text()
     for name, text in charts(tables).items():
-        if f"performance/{name}" in around:
+        if f"performance/{name}" in shown:
             (folder / name).write_text(text)
 
 
@@ -43,12 +44,10 @@ def write_docs_qt4(docs: pathlib.Path, text: str) -> None:
     _replace(docs, BEGIN_QT4, END_QT4, text)
 
 
-def _replace(docs: pathlib.Path, begin: str, end: str, text: str) -> str:
-    """What the page has around the block."""
-    page = docs / "performance.md"
+def _replace(docs: pathlib.Path, begin: str, end: str, text: str) -> None:
+    page = docs / "performance-tables.md"
     before, found, rest = page.read_text().partition(begin)
     _, found_end, after = rest.partition(end)
     if not found or not found_end:
         raise SystemExit(f"{page} needs these two lines, between which the tables go:\n{begin}\n{end}")
     page.write_text(f"{before}{begin}\n\n{text}\n{end}{after}")
-    return before + after

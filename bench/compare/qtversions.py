@@ -8,34 +8,29 @@ import argparse
 import os
 import pathlib
 import re
-import signal
 import subprocess
 import sys
 
-HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parent.parent
-sys.path.insert(0, str(ROOT))
+from enclosed import BUILD, PROGRAMS, ROOT, enter
 
-from simdevice import sandbox
-
+_BUILDS = (BUILD, ROOT / "build-qt4-bench")
 _PACKAGES = ("libqt5core5a", "libdbus-1-3", "libc6", "valgrind")  # Qt 4.8 comes from no package
 _JSON_FUNCTIONS = ("lexer", "reader", "writer")
 
 
 def main() -> int:
     options = _options()
-    sandbox.enter()
-    signal.signal(signal.SIGINT, lambda *_: os._exit(130))  # the sandbox ends with this process, and all in it
+    enter()
 
     import machine
     import output
     from measuring import Plan
     from report import side_by_side
 
-    builds = {f"Qt {_qt_version(folder)}": folder for folder in (options.qt5, options.qt4)}
-    plan = Plan(options.qt5 / "bench", options.rounds, False)
-    text = side_by_side(machine.described(options.qt5, _PACKAGES), _operations(plan, builds) + _json(plan, builds))
-    (options.qt5 / "qt4.md").write_text(text)
+    builds = {f"Qt {_qt_version(folder)}": folder for folder in _BUILDS}
+    plan = Plan(PROGRAMS, options.rounds, False)
+    text = side_by_side(machine.described(BUILD, _PACKAGES), _operations(plan, builds) + _json(plan, builds))
+    (BUILD / "qt4.md").write_text(text)
     print(text)
     if options.write_docs:
         output.write_docs_qt4(ROOT / "docs", text)
@@ -45,9 +40,7 @@ def main() -> int:
 def _options() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="bench/qt4", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--write-docs", action="store_true", help="put the table into docs/performance.md as well")
-    parser.add_argument("--qt5", type=pathlib.Path, default=ROOT / "build-bench", help=argparse.SUPPRESS)
-    parser.add_argument("--qt4", type=pathlib.Path, default=ROOT / "build-qt4-bench", help=argparse.SUPPRESS)
+    parser.add_argument("--write-docs", action="store_true", help="put the table into docs/performance-tables.md as well")
     return parser.parse_args()
 
 

@@ -1,6 +1,6 @@
 """Processor time of an answer to a search."""
 
-from measuring import Plan, in_turn, lanes
+from measuring import Plan, figures, in_turn, lanes
 from servers import DAEMON, FLOOR, answering_searches
 from table import Column, Table
 
@@ -15,17 +15,9 @@ def measure(plan: Plan) -> list:
     single = Table("searches-paced", f"Searches, {_RATE} a second", _COLUMNS, FLOOR, DAEMON)
 
     def one(lane) -> None:
-        _add(busy, lane, lane.search("closed", seconds, 32))
-        _add(single, lane, lane.search("paced", seconds, _RATE))
+        busy.add(lane.name, **figures(lane.search("closed", seconds, 32), "lost", "sent"))
+        single.add(lane.name, **figures(lane.search("paced", seconds, _RATE), "lost", "sent"))
 
     with lanes(answering_searches(), plan) as all_lanes:
         in_turn(plan, "searches", all_lanes, one)
     return [busy, single]
-
-
-def _add(table: Table, lane, seen: dict) -> None:
-    answers = seen["operations"]
-    if answers == 0:
-        return table.add(lane.name)
-    table.add(lane.name, microseconds=seen["processor"] / answers * 1e6, per_second=answers / seen["elapsed"],
-              latency=seen["median_latency"] * 1e6, bytes=seen["bytes"], lost=seen["lost"], sent=seen["sent"])

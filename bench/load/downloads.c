@@ -2,6 +2,7 @@
      load_downloads ADDRESS PORT PATH SECONDS NUMBER PID    NUMBER connections at a time
    PID is the server whose processor time is read. Prints one line of JSON. */
 #include "clocks.h"
+#include "latencies.h"
 #include "sockets.h"
 
 #include <errno.h>
@@ -13,7 +14,6 @@
 #include <unistd.h>
 
 #define MOST_CLIENTS 64
-#define MOST_LATENCIES (1 << 20)
 
 struct Client
 {
@@ -31,7 +31,6 @@ static int poller;
 static long done;
 static long failed;
 static long bytes;
-static double *latencies;
 
 static void start(struct Client *client)
 {
@@ -77,8 +76,7 @@ static void finish(struct Client *client)
         ++failed;
         return;
     }
-    if (done < MOST_LATENCIES)
-        latencies[done] = now() - client->started;
+    keep_latency(now() - client->started);
     ++done;
 }
 
@@ -120,15 +118,13 @@ int main(int argc, char **argv)
         "GET %s HTTP/1.1\r\nHost: %s:%s\r\nConnection: close\r\nUser-Agent: Linux UPnP/1.0\r\n\r\n", argv[3], argv[1], argv[2]);
     const int pid = atoi(argv[6]);
     poller = epoll_create1(EPOLL_CLOEXEC);
-    latencies = malloc(MOST_LATENCIES * sizeof *latencies);
     const double processor = processor_time(pid);
     const double started = now();
     run(atof(argv[4]), atoi(argv[5]));
     const double used = processor_time(pid) - processor;
     const double elapsed = now() - started;
-    const size_t count = (size_t)(done < MOST_LATENCIES ? done : MOST_LATENCIES);
     printf("{\"operations\": %ld, \"failed\": %ld, \"elapsed\": %.6f, \"processor\": %.9f, \"bytes\": %ld, "
            "\"median_latency\": %.9f}\n",
-        done, failed, elapsed, used, done > 0 ? bytes / done : 0, quantile(latencies, count, 0.5));
+        done, failed, elapsed, used, done > 0 ? bytes / done : 0, median_latency());
     return 0;
 }

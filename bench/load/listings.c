@@ -2,6 +2,7 @@
      load_listings COUNT PID    PID is the server whose processor time is read
    Prints one line of JSON. */
 #include "clocks.h"
+#include "latencies.h"
 
 #include <dbus/dbus.h>
 #include <stdio.h>
@@ -64,19 +65,18 @@ int main(int argc, char **argv)
     const int pid = atoi(argv[2]);
     int devices = 0;
     int bytes = 0;
-    double *latencies = calloc((size_t)count, sizeof *latencies);
     const double processor = processor_time(pid);
     const double start = now();
     for (int i = 0; i < count; ++i) {
         const double asked = now();
         DBusMessage *reply = list(bus);
-        latencies[i] = now() - asked;
+        keep_latency(now() - asked);
         devices = devices_in(reply);
         bytes = bytes_of(reply);
         dbus_message_unref(reply);
     }
     printf("{\"operations\": %d, \"devices\": %d, \"bytes\": %d, \"elapsed\": %.6f, \"processor\": %.9f, "
            "\"median_latency\": %.9f}\n",
-        count, devices, bytes, now() - start, processor_time(pid) - processor, quantile(latencies, (size_t)count, 0.5));
+        count, devices, bytes, now() - start, processor_time(pid) - processor, median_latency());
     return 0;
 }

@@ -3,6 +3,7 @@
      load_searches paced ADDRESS SECONDS RATE PID       RATE searches a second, however long the answers take
    ADDRESS is that of this side, PID the server whose processor time is read. Prints one line of JSON. */
 #include "clocks.h"
+#include "latencies.h"
 #include "sockets.h"
 
 #include <stdio.h>
@@ -12,7 +13,6 @@
 #include <sys/socket.h>
 
 #define MOST_SOCKETS 64
-#define MOST_LATENCIES (1 << 20)
 
 static const double patience = 3; /* seconds until an answer counts as lost */
 static const char search[] = "M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nMAN: \"ssdp:discover\"\r\nMX: 1\r\n"
@@ -32,15 +32,12 @@ static struct sockaddr_in group;
 
 static long sent;
 static long answers; /* copies included */
-static long answered;
 static long lost;
 static long bytes;
-static double *latencies;
 
 static void prepare(const char *address, int count)
 {
     group = socket_address(SSDP_GROUP, SSDP_PORT);
-    latencies = malloc(MOST_LATENCIES * sizeof *latencies);
     poller = epoll_create1(EPOLL_CLOEXEC);
     asker_count = count < MOST_SOCKETS ? count : MOST_SOCKETS;
     for (int i = 0; i < asker_count; ++i) {
@@ -68,9 +65,8 @@ static void take_answers(struct Asker *asker)
             continue;
         ++answers;
         bytes += size;
-        if (asker->is_waiting && answered < MOST_LATENCIES)
-            latencies[answered] = now() - asker->asked;
-        answered += asker->is_waiting;
+        if (asker->is_waiting)
+            keep_latency(now() - asker->asked);
         asker->is_waiting = 0;
     }
 }
@@ -151,9 +147,8 @@ int main(int argc, char **argv)
         run_closed(seconds);
     const double used = processor_time(pid) - processor;
     const double elapsed = now() - start;
-    const size_t count = (size_t)(answered < MOST_LATENCIES ? answered : MOST_LATENCIES);
     printf("{\"operations\": %ld, \"sent\": %ld, \"lost\": %ld, \"elapsed\": %.6f, \"processor\": %.9f, \"bytes\": %ld, "
            "\"median_latency\": %.9f}\n",
-        answers, sent, lost, elapsed, used, answers > 0 ? bytes / answers : 0, quantile(latencies, count, 0.5));
+        answers, sent, lost, elapsed, used, answers > 0 ? bytes / answers : 0, median_latency());
     return 0;
 }

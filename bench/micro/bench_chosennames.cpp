@@ -2,23 +2,17 @@
 // with random names of the same length. Compare the rows of one kind: time is the processor time of all devices together, and
 // worst_turn_ms the longest turn of the event loop among them, processor time as well.
 //     /usr/bin/python3 simdevice/isolated.py build-bench/bench/bench_chosennames
+#include "registry.h"
 #include "samples.h"
-#include "upnpsettings.h"
 #include "zorvdevice.h"
-#include "zorvscan.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimerEvent>
-#include <QtNetwork/QUdpSocket>
 #include <benchmark/benchmark.h>
-
-#include <ctime>
 
 namespace
 {
 
-const int interval = 10; // seconds
-const quint16 port = 31416;
 const int devices = 19990; // with this device itself, fewer than the most that are kept
 const int batch = 50; // announcements that the socket surely holds
 const int lasting = 22; // expirations, in seconds
@@ -57,22 +51,13 @@ QList<QByteArray> namesOf(Names kind)
     return names;
 }
 
-double processorTime()
-{
-    timespec time;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
-}
-
-// The device's registry, and what its turns of the event loop have cost.
-class Registry
+// What the turns of the event loop have cost.
+class TimedRegistry : private Registry
 {
 public:
-    Registry()
+    TimedRegistry()
         : seconds(0)
         , worstTurn(0)
-        , m_settings("Zorv", "http://www.zorv.example", "Kelta", "a device", "http://www.zorv.example/kelta", nullptr)
-        , m_scan(&m_settings, interval, nullptr)
     {
         turn([] { QCoreApplication::processEvents(); }); // its own announcement comes back to it
         forgetCosts();
@@ -85,8 +70,8 @@ public:
         for (int done = 0; done < names.size(); done += batch) {
             const int end = qMin(done + batch, names.size());
             for (int i = done; i < end; ++i)
-                m_sender.writeDatagram(sampleAnnouncementOf(names.at(i), expiration, version), QHostAddress(QHostAddress::LocalHost), port);
-            QUdpSocket *socket = m_scan.findChild<QUdpSocket *>();
+                send(sampleAnnouncementOf(names.at(i), expiration, version));
+            QUdpSocket *socket = scan().findChild<QUdpSocket *>();
             do
                 turn([] { QCoreApplication::processEvents(); });
             while (socket->hasPendingDatagrams());
@@ -97,7 +82,7 @@ public:
     {
         turn([this] {
             QTimerEvent tick(0);
-            QCoreApplication::sendEvent(&m_scan, &tick);
+            QCoreApplication::sendEvent(&scan(), &tick);
         });
     }
 
@@ -106,7 +91,7 @@ public:
         turn([] { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); });
     }
 
-    int size() const { return m_scan.findChildren<ZorvDevice *>().size(); }
+    int size() { return scan().findChildren<ZorvDevice *>().size(); }
 
     double seconds;
     double worstTurn;
@@ -121,13 +106,9 @@ private:
         seconds += took;
         worstTurn = qMax(worstTurn, took);
     }
-
-    UpnpSettings m_settings;
-    ZorvScan m_scan;
-    QUdpSocket m_sender;
 };
 
-void report(benchmark::State &state, const Registry &registry, int expected)
+void report(benchmark::State &state, TimedRegistry &registry, int expected)
 {
     const double milliseconds = 1000;
     state.SetIterationTime(registry.seconds);
@@ -140,7 +121,7 @@ void learning(benchmark::State &state, Names kind)
 {
     const QList<QByteArray> names = namesOf(kind);
     for (auto _ : state) {
-        Registry registry;
+        TimedRegistry registry;
         registry.announce(names, lasting);
         report(state, registry, devices);
     }
@@ -150,7 +131,7 @@ void hearingAgain(benchmark::State &state, Names kind, int version)
 {
     const QList<QByteArray> names = namesOf(kind);
     for (auto _ : state) {
-        Registry registry;
+        TimedRegistry registry;
         registry.announce(names, lasting);
         registry.forgetCosts();
         registry.announce(names, lasting, version);
@@ -173,7 +154,7 @@ void expiring(benchmark::State &state, Names kind)
 {
     const QList<QByteArray> names = namesOf(kind);
     for (auto _ : state) {
-        Registry registry;
+        TimedRegistry registry;
         registry.announce(names, over);
         registry.forgetCosts();
         registry.check();
@@ -185,7 +166,7 @@ void leaving(benchmark::State &state, Names kind)
 {
     const QList<QByteArray> names = namesOf(kind);
     for (auto _ : state) {
-        Registry registry;
+        TimedRegistry registry;
         registry.announce(names, over);
         registry.check();
         registry.forgetCosts();
@@ -199,7 +180,7 @@ void leavingBehindOthers(benchmark::State &state, Names kind)
 {
     const QList<QByteArray> names = namesOf(kind);
     for (auto _ : state) {
-        Registry registry;
+        TimedRegistry registry;
         registry.announce(names.mid(0, devices / 2), lasting);
         registry.announce(names.mid(devices / 2), over);
         registry.check();
@@ -222,13 +203,3 @@ BENCHMARK_NAMES(leaving);
 BENCHMARK_NAMES(leavingBehindOthers);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    const QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

@@ -1,38 +1,24 @@
 // The registry of devices, fed through its socket. Only the taking in is measured, not the sending.
 //     /usr/bin/python3 simdevice/isolated.py build-bench/bench/bench_registry
+#include "registry.h"
 #include "samples.h"
-#include "upnpsettings.h"
-#include "zorvscan.h"
 
-#include <QtCore/QCoreApplication>
-#include <QtNetwork/QUdpSocket>
 #include <benchmark/benchmark.h>
 
 #include <climits>
-#include <ctime>
 
 namespace
 {
 
-const int interval = 10; // seconds
-const quint16 port = 31416;
 const int batch = 10; // announcements between two looks at the clock
 const int mostKnown = 10000;
 
-// The device's registry. No service is on its bus, so the settings are empty.
-class Registry
+class KnownDevices : private Registry
 {
 public:
-    Registry()
-        : m_settings("Zorv", "http://www.zorv.example", "Kelta", "a device", "http://www.zorv.example/kelta", nullptr)
-        , m_scan(&m_settings, interval, nullptr)
+    explicit KnownDevices(int devices = 0)
     {
-        m_scan.pendingDatagrams(); // its own announcement comes back to it
-    }
-
-    explicit Registry(int devices)
-        : Registry()
-    {
+        scan().pendingDatagrams(); // its own announcement comes back to it
         announce(0, devices);
     }
 
@@ -47,36 +33,19 @@ public:
                 send(sampleAnnouncement((first + done + i) % known, version));
             const double begin = processorTime();
             for (int i = 0; i < some; ++i)
-                m_scan.pendingDatagrams();
+                scan().pendingDatagrams();
             seconds += processorTime() - begin;
         }
         return seconds;
     }
 
     int devices() { return list().size(); }
-    QVariantList list() { return m_scan.allChilds(QString()); }
-
-    static double processorTime()
-    {
-        timespec time;
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-        return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
-    }
-
-private:
-    void send(const QByteArray &datagram)
-    {
-        m_sender.writeDatagram(datagram, QHostAddress(QHostAddress::LocalHost), port);
-    }
-
-    UpnpSettings m_settings;
-    ZorvScan m_scan;
-    QUdpSocket m_sender;
+    QVariantList list() { return scan().allChilds(QString()); }
 };
 
 void learning(benchmark::State &state)
 {
-    Registry registry;
+    KnownDevices registry;
     const int before = registry.devices();
     int next = 0;
     for (auto _ : state) {
@@ -91,7 +60,7 @@ BENCHMARK(learning)->Iterations(mostKnown / batch)->UseManualTime();
 void hearingAgain(benchmark::State &state, bool isChanged)
 {
     const int known = int(state.range(0));
-    Registry registry(known);
+    KnownDevices registry(known);
     const int before = registry.devices();
     int next = 0;
     int version = isChanged ? 1 : 0;
@@ -109,7 +78,7 @@ BENCHMARK_CAPTURE(hearingAgain, changed, true)->Arg(batch)->Arg(1000)->Arg(mostK
 
 void listing(benchmark::State &state)
 {
-    Registry registry(int(state.range(0)));
+    KnownDevices registry(int(state.range(0)));
     for (auto _ : state)
         benchmark::DoNotOptimize(registry.list());
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -120,26 +89,16 @@ BENCHMARK(listing)->Arg(batch)->Arg(1000)->Arg(mostKnown);
 void listingAfterChanges(benchmark::State &state)
 {
     const int known = int(state.range(0));
-    Registry registry(known);
+    KnownDevices registry(known);
     int version = 0;
     for (auto _ : state) {
         registry.announce(0, known, known, version = (version + 1) % 10);
-        const double begin = Registry::processorTime();
+        const double begin = processorTime();
         benchmark::DoNotOptimize(registry.list());
-        state.SetIterationTime(Registry::processorTime() - begin);
+        state.SetIterationTime(processorTime() - begin);
     }
     state.SetItemsProcessed(state.iterations() * known);
 }
 BENCHMARK(listingAfterChanges)->Arg(batch)->Arg(1000)->Arg(mostKnown)->UseManualTime();
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    const QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

@@ -1,6 +1,5 @@
 #include "clocks.h"
 
-#include <stdlib.h>
 #include <time.h>
 
 static double seconds(const struct timespec *time)
@@ -30,19 +29,4 @@ double processor_time(int pid)
     if (pid <= 0 || clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0)
         return 0;
     return seconds(&time);
-}
-
-static int compare(const void *a, const void *b)
-{
-    const double x = *(const double *)a;
-    const double y = *(const double *)b;
-    return (x > y) - (x < y);
-}
-
-double quantile(double *values, size_t count, double part)
-{
-    if (count == 0)
-        return -1;
-    qsort(values, count, sizeof *values, compare);
-    return values[(size_t)(part * (double)(count - 1) + 0.5)];
 }

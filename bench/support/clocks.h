@@ -1,8 +1,6 @@
 #ifndef CLOCKS_H
 #define CLOCKS_H
 
-#include <stddef.h>
-
 /* All times are in seconds. */
 
 /* Monotonic time */
@@ -11,8 +9,5 @@ void sleep_until(double time);
 
 /* Processor time, user and system, that all threads of another process have used; 0 when there is no such process */
 double processor_time(int pid);
-
-/* Sorts the values and returns the one at the fraction `part` of them; -1 when there are none */
-double quantile(double *values, size_t count, double part);
 
 #endif

@@ -202,7 +202,7 @@ class RootDevice:
             self._ssdp.bind(SSDP)
             self._ssdp.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, socket.inet_aton(SSDP[0]) + bytes(4))
             self._http = socket.create_server(("0.0.0.0", 5000))
-        address = host.addresses()[0].split("/")[0]
+        address = host.address
         self.answer = (b"HTTP/1.1 200 OK\r\nLocation:http://%s:5000/d.xml\r\nServer: %s\r\nUSN: uuid:9-9::upnp:rootdevice\r\n\r\n"
                        % (address.encode(), server))
         threading.Thread(target=self._answer, daemon=True).start()
