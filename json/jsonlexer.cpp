@@ -294,7 +294,7 @@ int JsonLexer::lex()
     default:
         if (isDigit(c))
             return parseNumber();
-        return isLowerCase(c) ? parseKeyword() : int(JsonGrammar::T_ERROR);
+        return parseKeyword();
     }
 }
 

@@ -19,7 +19,7 @@ bool isPosixName(const QByteArray &locale)
 // where none of those that count names another locale is it sure what Qt would write.
 bool isPosixLocale()
 {
-    static const char *const variables[] = { "LC_NUMERIC", "LC_TIME", "LC_MONETARY", "LC_MESSAGES", "LC_MEASUREMENT", "LANG" };
+    static const char *const variables[] = { "LC_NUMERIC", "LC_TIME", "LANG" };
     const QByteArray all = qgetenv("LC_ALL");
     if (!all.isEmpty())
         return isPosixName(all);
