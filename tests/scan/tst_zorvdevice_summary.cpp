@@ -21,6 +21,7 @@ private slots:
     void summaryTellsItsSize();
     void moreSummariesAndValuesThanAreKept();
     void whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged();
+    void whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor();
 };
 
 static QByteArray named(const QByteArray &name, const QByteArray &interface = "{\"mtu\":1500}")
@@ -197,6 +198,22 @@ void TestZorvDeviceSummary::whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChang
         QVERIFY(listed.summary().value(text("name")).toString().constData() == name.constData());
         QVERIFY(lookedAt.value(path).toString().constData() == value.constData());
     }
+}
+
+void TestZorvDeviceSummary::whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor()
+{
+    const QByteArray json = named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}");
+    const QString path = text("params/device/name");
+    ZorvDevice first(text("A"), json, defaultExpiration, 0);
+    for (int time = 0; time < 400; ++time) {
+        first.summary();
+        first.value(path);
+    }
+    ZorvDevice second(text("B"), json, defaultExpiration, 0);
+    const QString name = second.summary().value(text("name")).toString();
+    const QString value = second.value(path).toString();
+    QVERIFY(second.summary().value(text("name")).toString().constData() == name.constData());
+    QVERIFY(second.value(path).toString().constData() == value.constData());
 }
 
 QTEST_MAIN(TestZorvDeviceSummary)

@@ -109,7 +109,7 @@ void TestLingeringClose::peerIsLeftAfterSoManyBytes()
 {
     static const char bytes[4096] = {};
     LingeringClose::close(m_own, m_parent.data());
-    int left = LingeringClose::maximalBytes;
+    int left = 8 * 1024 * 1024;
     QVERIFY(waitFor([&] {
         ssize_t sent = 0;
         while (left > 0 && (sent = send(m_peer, bytes, size_t(qMin(left, int(sizeof bytes))), MSG_NOSIGNAL)) > 0)

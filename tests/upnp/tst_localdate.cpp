@@ -43,6 +43,7 @@ private slots:
     void everySecondOfAMinute();
     void everyHourOfADay();
     void yearsToCome();
+    void lastYearOfACentury();
     void partsOfASecondAreCut();
     void summerTimeBeginsAndEnds();
     void changeOfTheTimeZoneIsFollowed();
@@ -75,6 +76,11 @@ void TestLocalDate::yearsToCome()
             compareWithQt(newYear2026 + i * 30 * day);
         live("CET-1CEST,M3.5.0,M10.5.0/3");
     }
+}
+
+void TestLocalDate::lastYearOfACentury()
+{
+    compareWithQt(Q_INT64_C(946598400000)); // 31 December 1999
 }
 
 void TestLocalDate::partsOfASecondAreCut()
