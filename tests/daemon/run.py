@@ -6,6 +6,7 @@ UPNPVELORN names the executable to be tested; without it that is build/upnpvelor
 """
 
 import pathlib
+import signal
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -28,6 +29,8 @@ class Outcomes:
 
 
 def main() -> int:
+    # A shell ignores it for what it starts in the background, and so would every program that is started here.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     sandbox.enter(status_if_refused=77)
     import pytest
     outcomes = Outcomes()
