@@ -1,11 +1,13 @@
 #include "idleconnections.h"
 
 #include "bytes.h"
+#include "caughtlog.h"
 #include "waitfor.h"
 
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,6 +25,7 @@ private slots:
     void whatWasReadableIsNotClosed();
     void whatIsLeftIsClosed();
     void whatIsNoConnectionIsNotTaken();
+    void withoutADescriptorOfItsOwnItTakesNoneAndIsSilent();
 
 private:
     QScopedPointer<IdleConnections> m_idle;
@@ -119,6 +122,20 @@ void TestIdleConnections::whatIsNoConnectionIsNotTaken()
     QVERIFY(!m_idle->add(-1));
     m_idle.reset();
     QVERIFY(isOpen(m_own));
+}
+
+void TestIdleConnections::withoutADescriptorOfItsOwnItTakesNoneAndIsSilent()
+{
+    CaughtLog log;
+    struct rlimit before;
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
+    struct rlimit none = before;
+    none.rlim_cur = 0;
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
+    m_idle.reset(new IdleConnections(nullptr));
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+    QVERIFY(!m_idle->add(m_own));
+    QCOMPARE(log.lines(), QStringList());
 }
 
 QTEST_MAIN(TestIdleConnections)
