@@ -8,9 +8,9 @@ _CONCERNED = {
     "core": "startup log command_line sigterm bus_restart bus_lost_at_start hostile_log hostile_start hostile_bus shared_ports change_order",
     "settings": "startup network_change hostname registry change_order bus_interface announcing description search hostile_bus docs_dbus",
     "upnp": "search description announcing hostname network_change docs_wire control_points hostile_datagrams hostile_lines hostile_icon "
-            "hostile_search_datagrams hostile_idle hostile_talkers sigterm shared_ports log",
+            "hostile_search_datagrams hostile_idle hostile_talkers sigterm shared_ports log monitor",
     "scan": "registry scan_announcing scan_expiry scan_hostile scan_recovery hostile_flood hostile_clock hostile_datagrams network_change docs_dbus "
-            "shared_ports log",
+            "shared_ports log monitor",
     "json": "registry scan_announcing scan_hostile docs_dbus",
 }
 _CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": "icon start", "scan": "start", "json": ""}
@@ -19,7 +19,7 @@ _USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "u
 
 # What no unit test is linked with, and the black-box tests of it
 _IN_THE_DAEMON_ALONE = {
-    "core/main.cpp": "startup log change_order sigterm bus_restart bus_interface bus_lost_at_start hostile_start",
+    "core/main.cpp": "startup log change_order sigterm bus_restart bus_interface bus_lost_at_start hostile_start network_change monitor",
     "core/busloss.cpp": "bus_restart bus_lost_at_start hurried hostile_bus",
     "core/commandline.cpp": "command_line",
     "core/qtmessages.cpp": "log startup bus_lost_at_start",
