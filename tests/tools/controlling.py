@@ -5,6 +5,7 @@ import pathlib
 
 import pytest
 
+import shortlived
 from browsing import Browser
 from simdevice.device import Device, default_program
 
@@ -18,7 +19,8 @@ class Ctl(Browser):
     """`environment`: more variables for every run."""
 
     def __init__(self, device: Device, **environment: str):
-        super().__init__(device.host, **{"DBUS_SYSTEM_BUS_ADDRESS": device.bus.address, **environment})
+        leaks = shortlived.environment()["LSAN_OPTIONS"]
+        super().__init__(device.host, **{"DBUS_SYSTEM_BUS_ADDRESS": device.bus.address, "LSAN_OPTIONS": leaks, **environment})
         self._prefix = device.room.prefix
 
     def command(self, *arguments: str) -> list:
