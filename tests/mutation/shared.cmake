@@ -2,7 +2,8 @@
 # linked, and every program that is there already has it.
 include_guard(GLOBAL)
 function(add_library name type)
-    if(type STREQUAL STATIC AND name MATCHES "^(json|kelta|platform|settings|upnp|scan)$")
+    file(RELATIVE_PATH folder "${CMAKE_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
+    if(type STREQUAL STATIC AND NOT folder MATCHES "^(tests|fuzz|bench)")
         set(type SHARED)
     endif()
     _add_library("${name}" ${type} ${ARGN})

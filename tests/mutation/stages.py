@@ -12,10 +12,11 @@ _CONCERNED = {
     "scan": "registry scan_announcing scan_expiry scan_hostile scan_recovery hostile_flood hostile_clock hostile_datagrams network_change docs_dbus "
             "shared_ports log monitor",
     "json": "registry scan_announcing scan_hostile docs_dbus",
+    "monitor": "monitor registry docs_dbus bus_policy bus_interface",
 }
-_CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": "icon start", "scan": "start", "json": ""}
+_CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": "icon start", "scan": "start", "json": "", "monitor": ""}
 # Whose unit tests a folder's code is in, apart from its own
-_USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "upnp": (), "scan": (), "json": ("scan",)}
+_USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "upnp": (), "scan": (), "json": ("scan",), "monitor": ()}
 
 # What no unit test is linked with, and the black-box tests of it
 _IN_THE_DAEMON_ALONE = {
