@@ -48,6 +48,8 @@ def test_the_daemon_comes_back_to_a_restarted_bus(device, peer):
 def test_it_waits_for_the_configuration_service_and_so_keeps_its_identity(device, peer):
     take_away(device)
     bring_back(device, fwconfig=False)
+    looks = device.bus.monitor("type='method_call',member='NameHasOwner'")
+    wait_for(lambda: len(looks.calls()) >= 2, what="it has looked for the service twice", seen=looks.calls)
     serves(device, peer)
     assert not device.bus.owner(BUS_NAME)
     device.fwconfig.start()
