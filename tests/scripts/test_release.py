@@ -105,6 +105,12 @@ def test_a_commit_of_nobody_is_none(repository):
     assert not here.release.check_record()
 
 
+def test_nobody_reads_on():
+    done = subprocess.run(["bash", "-c", f"{ROOT}/scripts/release.py --help | head -n 1; for i in 1 2 3; do {ROOT}/scripts/release.py list; done | true"],
+                          capture_output=True, text=True, timeout=30)
+    assert done.stdout and done.stderr == ""
+
+
 @pytest.mark.parametrize("line, told", [
     (TOLD_BY_CTEST + "\n", TOLD_BY_CTEST),
     ("\x1b[32m99% tests passed, 1 tests failed out of 9\x1b[0m\n", "99% tests passed, 1 tests failed out of 9"),
