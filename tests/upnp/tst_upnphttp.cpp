@@ -66,6 +66,7 @@ private slots:
     void requestsOfEverySizeAreServed();
     void whatStandsBehindTheLargestShortRequestResetsNothing();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
+    void requestsWithoutAnEndLeaveDescriptorsFree();
     void takenPortGoesUnnoticed();
     void qtDoesNotAcceptByItself();
 
@@ -548,6 +549,24 @@ void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
     QVERIFY(isServed());
 }
 
+// Their bytes are there when they are accepted, so each is answered at once, and its descriptor is held for what may follow.
+void TestUpnpHttp::requestsWithoutAnEndLeaveDescriptorsFree()
+{
+    QProcess others;
+    startOwnProgram(&others, "--hold-requests");
+    QVERIFY(others.waitForStarted());
+    const int limit = openDescriptors() + 30;
+    const DescriptorLimit lowered(limit);
+    QVERIFY(others.waitForReadyRead()); // nothing is accepted meanwhile
+    QCOMPARE(others.readLine(), QByteArray("sent\n"));
+    const int taken = limit - limit / 4 + 1 + 1; // of so few a quarter stays free, but for the first of them
+    QVERIFY(waitFor([&] { return openDescriptors() >= taken; }));
+    QCOMPARE(openDescriptors(), taken);
+    others.closeWriteChannel();
+    QVERIFY(waitFor([&] { return others.state() == QProcess::NotRunning; }));
+    QVERIFY(isServed());
+}
+
 void TestUpnpHttp::takenPortGoesUnnoticed()
 {
     CaughtLog log;
@@ -568,7 +587,15 @@ void TestUpnpHttp::qtDoesNotAcceptByItself()
     QVERIFY(!ofQt.first()->isEnabled());
 }
 
-// Another process that holds connections to the server, until its standard input ends.
+// Another process tells that it holds connections to the server, and holds them until its standard input ends.
+static int holdUntilTheEnd(const char *told)
+{
+    std::puts(told);
+    std::fflush(stdout);
+    while (std::getchar() != EOF) { }
+    return 0;
+}
+
 static int holdConnections()
 {
     Peer peers[100];
@@ -576,16 +603,25 @@ static int holdConnections()
         if (!peer.isConnected())
             return 1;
     }
-    std::puts("connected");
-    std::fflush(stdout);
-    while (std::getchar() != EOF) { }
-    return 0;
+    return holdUntilTheEnd("connected");
+}
+
+static int holdRequests()
+{
+    Peer peers[40]; // fewer than wait in the kernel while nobody accepts them
+    for (Peer &peer : peers) {
+        if (!peer.isConnected() || !peer.send("GET / HTTP/1.1\r\n"))
+            return 1;
+    }
+    return holdUntilTheEnd("sent");
 }
 
 int main(int argc, char *argv[])
 {
     if (argc == 2 && QByteArray(argv[1]) == "--hold-connections")
         return holdConnections();
+    if (argc == 2 && QByteArray(argv[1]) == "--hold-requests")
+        return holdRequests();
     const QCoreApplication application(argc, argv);
     TestUpnpHttp test;
     return QTest::qExec(&test, argc, argv);
