@@ -5,6 +5,8 @@
 
 #include <QtTest/QtTest>
 
+#include <ctime>
+
 static QString repeated(const char *text, int times)
 {
     return QString::fromLatin1(text).repeated(times);
@@ -208,11 +210,10 @@ void TestZorvDeviceValues::longPathsFinishAtOnce()
     QFETCH(QString, path);
     QFETCH(QString, expected);
     make(json);
-    QElapsedTimer timer;
-    timer.start();
+    const std::clock_t begun = std::clock(); // of the processor: what else runs does not count
     QCOMPARE(m_device->jsonValue(path), expected);
-    const QByteArray took = "took " + QByteArray::number(timer.elapsed()) + " ms";
-    QVERIFY2(timer.elapsed() < 5000, took.constData());
+    const qint64 took = qint64(std::clock() - begun) * 1000 / CLOCKS_PER_SEC;
+    QVERIFY2(took < 5000, QByteArray("took " + QByteArray::number(took) + " ms").constData());
 }
 
 void TestZorvDeviceValues::textThatParsesToNoObjectHasNoValues()
