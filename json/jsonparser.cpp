@@ -49,7 +49,7 @@ QString expectation(int state)
         if (JsonGrammar::t_action(state, token) != 0)
             names << QLatin1Char('\'') + QLatin1String(JsonGrammar::spell[token]) + QLatin1Char('\'');
     }
-    if (names.isEmpty() || names.size() > 2)
+    if (names.size() > 2)
         return QString();
     return QLatin1String("Expected ") + names.join(QLatin1String(", "));
 }

@@ -242,8 +242,8 @@ void ZorvDevice::forgetParsed()
 {
     if (!m_parsed.isEmpty())
         s_parsedSize -= m_raw.size();
-    if (!m_summary.isEmpty())
-        s_summariesSize -= m_keptSize;
+    s_summariesSize -= m_keptSize;
+    m_keptSize = 0;
     m_parsed.clear();
     m_summary.clear();
     m_familyType.clear();

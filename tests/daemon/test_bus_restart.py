@@ -1,5 +1,9 @@
 """The system bus is restarted under the daemon."""
 
+import contextlib
+import os
+import socket
+
 from simdevice.device import BUS_NAME
 from simdevice.waiting import wait_for
 from texts import DESCRIPTION
@@ -20,6 +24,18 @@ def take_away(device) -> None:
     device.syslog.wait_for_text(LOST)
 
 
+@contextlib.contextmanager
+def bus_that_hangs_up(device):
+    """Something listens where the bus was, and closes what connects. Gives a function that waits for the next to connect."""
+    path = device.bus.address.removeprefix("unix:path=")
+    os.unlink(path)
+    with socket.socket(socket.AF_UNIX) as listening:
+        listening.bind(path)
+        listening.listen()
+        listening.settimeout(20)
+        yield lambda: listening.accept()[0].close()
+
+
 def serves(device, peer) -> None:
     assert len(peer.search("ssdp:all")) == 1
     compare_bytes(peer.http_raw(GET), DESCRIPTION)
@@ -29,6 +45,17 @@ def test_without_a_bus_everything_else_goes_on(device, peer):
     take_away(device)
     serves(device, peer)
     assert device.running
+
+
+def test_a_bus_that_hangs_up_is_tried_again(device, peer):
+    take_away(device)
+    with bus_that_hangs_up(device) as wait_for_connection:
+        for _ in range(3):
+            wait_for_connection()
+    serves(device, peer)
+    bring_back(device)
+    device.bus.wait_for_name(BUS_NAME)
+    assert device.syslog.texts == [LOST]
 
 
 def test_the_daemon_comes_back_to_a_restarted_bus(device, peer):

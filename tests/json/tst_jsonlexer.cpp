@@ -30,6 +30,7 @@ private slots:
     void stringWithoutEscapesIsTakenInOnePiece();
     void unterminatedStringIsAnErrorAtTheEnd_data();
     void unterminatedStringIsAnErrorAtTheEnd();
+    void everyPairOfAUnicodeEscapeIsReadAsQtReadsIt();
     void unicodeEscapeNeedsACharacterBehindItsDigits();
     void unicodeEscapeMaySwallowTheClosingQuote();
     void escapesFarBeyondTheLocalBuffer();
@@ -351,6 +352,22 @@ void tst_JsonLexer::unterminatedStringIsAnErrorAtTheEnd()
     QCOMPARE(lexer.pos(), text.size());
     QVERIFY(!lexer.symbolValue().isValid());
     QCOMPARE(lexer.lex(), 0);
+}
+
+void tst_JsonLexer::everyPairOfAUnicodeEscapeIsReadAsQtReadsIt()
+{
+    for (ushort first = 1; first < 0x80; ++first) {
+        QString content;
+        QString expected;
+        for (ushort second = 1; second < 0x80; ++second) {
+            const QString pair = QString(QChar(first)) + QChar(second);
+            content += latin1("\\u00") + pair;
+            expected += QChar(pair.toUShort(0, 16));
+        }
+        JsonLexer lexer(quoted(content));
+        QCOMPARE(lexer.lex(), 1);
+        QCOMPARE(lexer.symbolValue(), QVariant(expected));
+    }
 }
 
 void tst_JsonLexer::unicodeEscapeNeedsACharacterBehindItsDigits()

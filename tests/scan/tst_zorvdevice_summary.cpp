@@ -22,6 +22,7 @@ private slots:
     void moreSummariesAndValuesThanAreKept();
     void whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged();
     void whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor();
+    void roomIsGivenBackOnceHoweverOftenTheTextChanges();
 };
 
 static QByteArray named(const QByteArray &name, const QByteArray &interface = "{\"mtu\":1500}")
@@ -214,6 +215,42 @@ void TestZorvDeviceSummary::whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor()
     const QString value = second.value(path).toString();
     QVERIFY(second.summary().value(text("name")).toString().constData() == name.constData());
     QVERIFY(second.value(path).toString().constData() == value.constData());
+}
+
+// How many of three hundred devices have their summary and their values kept: more than there is room for.
+static void countKept(int *summaries, int *values)
+{
+    const QByteArray json = named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}");
+    const QString path = text("params/device/name");
+    QObject owner;
+    *summaries = *values = 0;
+    for (int i = 0; i < 300; ++i) {
+        ZorvDevice *const device = new ZorvDevice(text("A"), json, defaultExpiration, &owner);
+        const QString name = device->summary().value(text("name")).toString();
+        const QString value = device->value(path).toString();
+        *summaries += device->summary().value(text("name")).toString().constData() == name.constData();
+        *values += device->value(path).toString().constData() == value.constData();
+    }
+}
+
+void TestZorvDeviceSummary::roomIsGivenBackOnceHoweverOftenTheTextChanges()
+{
+    int summariesBefore = 0;
+    int valuesBefore = 0;
+    countKept(&summariesBefore, &valuesBefore);
+    QVERIFY(summariesBefore < 300 && valuesBefore < 300);
+
+    make(named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}"));
+    m_device->summary();
+    m_device->value(text("params/device/name"));
+    for (int time = 0; time < 100; ++time)
+        m_device->update(named("n"));
+
+    int summaries = 0;
+    int values = 0;
+    countKept(&summaries, &values);
+    QCOMPARE(summaries, summariesBefore);
+    QCOMPARE(values, valuesBefore);
 }
 
 QTEST_MAIN(TestZorvDeviceSummary)

@@ -41,6 +41,7 @@ class TestZorvDeviceValues : public DeviceTest
 private slots:
     void value_data();
     void value();
+    void aKeyLongerThanTheAnnouncementIsNotTheEmptyKey();
     void jsonValue_data();
     void jsonValue();
     void deepListsAreWalkedToTheirEnd();
@@ -118,6 +119,13 @@ void TestZorvDeviceValues::value()
     QCOMPARE(got.userType(), expected.userType());
     QCOMPARE(got, expected);
     QCOMPARE(m_device->value(path), expected);
+}
+
+void TestZorvDeviceValues::aKeyLongerThanTheAnnouncementIsNotTheEmptyKey()
+{
+    make("{\"\":\"t\",\"params\":{\"expiration\":22}}");
+    QCOMPARE(m_device->value(QString()), QVariant(text("t")));
+    QCOMPARE(m_device->value(repeated("x", 5000)), QVariant());
 }
 
 void TestZorvDeviceValues::jsonValue_data()
