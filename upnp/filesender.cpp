@@ -15,10 +15,9 @@ FileSender::Outcome FileSender::sendHead(int socketDescriptor, QByteArray *head)
 {
     while (!head->isEmpty()) {
         const ssize_t sent = ::send(socketDescriptor, head->constData(), size_t(head->size()), MSG_NOSIGNAL);
-        if (sent > 0)
-            head->remove(0, int(sent));
-        else if (errno != EINTR)
+        if (sent == -1)
             return errno == EAGAIN ? Blocked : Done;
+        head->remove(0, int(sent));
     }
     return Done;
 }
@@ -27,9 +26,8 @@ FileSender::Outcome FileSender::sendFile(int socketDescriptor, Rest *rest)
 {
     while (rest->offset < rest->size) {
         const ssize_t sent = sendfile(socketDescriptor, rest->file->handle(), &rest->offset, size_t(rest->size - rest->offset));
-        if (sent > 0 || (sent == -1 && errno == EINTR))
-            continue;
-        return sent == -1 && errno == EAGAIN ? Blocked : Done;
+        if (sent <= 0)
+            return sent == -1 && errno == EAGAIN ? Blocked : Done;
     }
     return Done;
 }

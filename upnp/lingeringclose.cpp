@@ -12,10 +12,9 @@ static bool readSome(int descriptor, int *bytesLeft)
     char bytes[16384];
     while (*bytesLeft > 0) {
         const ssize_t received = recv(descriptor, bytes, sizeof bytes, 0);
-        if (received > 0)
-            *bytesLeft -= int(received);
-        else if (received == 0 || errno != EINTR)
+        if (received <= 0)
             return received == -1 && errno == EAGAIN;
+        *bytesLeft -= int(received);
     }
     return false;
 }
@@ -38,7 +37,7 @@ LingeringClose::LingeringClose(int descriptor, int bytesLeft, QObject *parent)
     , m_bytesLeft(bytesLeft)
     , m_readable(new QSocketNotifier(descriptor, QSocketNotifier::Read, this))
 {
-    connect(m_readable, SIGNAL(activated(int)), this, SLOT(readAway()));
+    connect(m_readable, SIGNAL(activated(int)), this, SLOT(discardReceived()));
     m_timer.start(maximalTime, this);
 }
 
@@ -48,17 +47,13 @@ LingeringClose::~LingeringClose()
     ::close(m_descriptor);
 }
 
-void LingeringClose::readAway()
+void LingeringClose::discardReceived()
 {
-    if (readSome(m_descriptor, &m_bytesLeft))
-        return;
-    m_readable->setEnabled(false);
-    deleteLater();
+    if (!readSome(m_descriptor, &m_bytesLeft))
+        deleteLater();
 }
 
 void LingeringClose::timerEvent(QTimerEvent *)
 {
-    m_timer.stop();
-    m_readable->setEnabled(false);
     deleteLater();
 }

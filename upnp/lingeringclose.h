@@ -29,7 +29,7 @@ protected:
     void timerEvent(QTimerEvent *event) override;
 
 private slots:
-    void readAway();
+    void discardReceived();
 
 private:
     LingeringClose(int descriptor, int bytesLeft, QObject *parent);
