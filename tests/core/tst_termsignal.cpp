@@ -7,6 +7,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtTest/QtTest>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -23,6 +24,7 @@ private slots:
     void init();
     void cleanup();
 
+    void beforeThereIsAPairNoSignalHasArrived();
     void pairIsAConnectedPairOfLocalStreamSockets();
     void handlerWritesTheByteOne_data();
     void handlerWritesTheByteOne();
@@ -32,6 +34,8 @@ private slots:
     void installedHandlerRestartsInterruptedCalls();
     void missingPairIsFatal();
 };
+
+static const int firstPair[2] = { termSocketPair[0], termSocketPair[1] };
 
 void TestTermSignal::init()
 {
@@ -59,6 +63,22 @@ static QByteArray waitingBytes()
     char buffer[16];
     const ssize_t size = recv(termSocketPair[1], buffer, sizeof buffer, MSG_DONTWAIT);
     return size > 0 ? QByteArray(buffer, int(size)) : QByteArray();
+}
+
+// Neither end is the standard input.
+void TestTermSignal::beforeThereIsAPairNoSignalHasArrived()
+{
+    cleanup();
+    std::copy(firstPair, firstPair + 2, termSocketPair);
+    int input[2];
+    QVERIFY(socketpair(AF_UNIX, SOCK_STREAM, 0, input) == 0 && write(input[1], "x", 1) == 1);
+    QCOMPARE(dup2(input[0], STDIN_FILENO), STDIN_FILENO);
+    QVERIFY(!hasTermSignalArrived());
+    termSignalHandler(SIGTERM);
+    char byte = 0;
+    QCOMPARE(recv(input[1], &byte, 1, MSG_DONTWAIT), ssize_t(-1));
+    close(input[0]);
+    close(input[1]);
 }
 
 void TestTermSignal::pairIsAConnectedPairOfLocalStreamSockets()

@@ -1,4 +1,5 @@
 #include "bytes.h"
+#include "dbusvalue.h"
 #include "fakeclock.h"
 #include "scantest.h"
 #include "zorvdevice.h"
@@ -16,6 +17,7 @@ class TestZorvScanLimits : public ScanTest
 private slots:
     void roomForAnnouncementsIsUsedToTheLastByte();
     void twentyThousandDevicesAreKnownAtMost();
+    void oneReplyHas24MebibytesOfSummariesAtMost();
     void tenThousandDevices();
     void chosenNamesCostNoMore_data();
     void chosenNamesCostNoMore();
@@ -98,6 +100,26 @@ void TestZorvScanLimits::twentyThousandDevicesAreKnownAtMost()
     loopback.feed(scan, announcing("late"));
     QVERIFY(deviceNamed(scan, "late"));
     QCOMPARE(takeWarnings(), QStringList());
+}
+
+void TestZorvScanLimits::oneReplyHas24MebibytesOfSummariesAtMost()
+{
+    const int most = 24 * 1024 * 1024;
+    const QByteArray large = "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}";
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    for (int i = 0; i < 450; ++i)
+        loopback.feed(scan, announcing("D" + QByteArray::number(1000 + i), "22", "Large", large));
+    const int sizeOfOne = dbusvalue::marshalledSize(deviceNamed(scan, "D1000")->summary());
+    QVERIFY(sizeOfOne * 450 > most);
+    QCOMPARE(scan.allChilds(text("Large")).size(), most / sizeOfOne);
+
+    // What is small enough still finds room behind what was left out.
+    loopback.feed(scan, announcing("small", "22", "Large", "{}"));
+    const QVariantList all = scan.allChilds(text("Large"));
+    QCOMPARE(all.size(), most / sizeOfOne + 1);
+    QCOMPARE(all.last().toMap().value(text("uuid")), QVariant(text("small")));
 }
 
 // Processor time, which others on this machine do not change: that of feeding known devices.
