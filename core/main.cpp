@@ -66,7 +66,7 @@ static void surviveLostConnections()
 }
 
 // Returns to the system the heap memory that only the start-up needed.
-static void giveMemoryBack()
+static void trimHeap()
 {
 #ifdef __GLIBC__
     malloc_trim(0);
@@ -81,7 +81,7 @@ int main(int argc, char *argv[])
     surviveLostConnections();
     openLog();
     limitDescriptorsToEventLoop();
-    // Before anything else exists, so that a second instance ends without having opened a socket.
+    // Before anything else exists, so that a second instance ends without having bound a port.
     if (!QDBusConnection::systemBus().registerService(QLatin1String(busName))) {
         kelta::keltalog.msg(QtCriticalMsg, "registering dbus connection failed.");
         return -1;
@@ -118,6 +118,7 @@ int main(int argc, char *argv[])
         QDBusConnection::ExportScriptableSignals | QDBusConnection::ExportScriptableProperties);
 
     settings->configureIp();
-    giveMemoryBack();
+    trimHeap();
+    // Meant: -1, a failure, does not keep the daemon from running (tests/faults).
     return installTermSignalHandler() > 0 ? 1 : application.exec();
 }

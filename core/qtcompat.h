@@ -1,4 +1,4 @@
-// Every difference between Qt 4.8 and Qt 5 that the sources must know of. Nothing else tests QT_VERSION.
+// Every difference between Qt 4.8 and Qt 5 that the sources must know of. No other source tests QT_VERSION.
 #ifndef QTCOMPAT_H
 #define QTCOMPAT_H
 
@@ -15,9 +15,10 @@
 namespace qtcompat
 {
 
-// Receives every message of qDebug(), qWarning(), qCritical() and qFatal(), in the local 8-bit encoding.
+// Receives every message of qDebug(), qWarning(), qCritical() and qFatal(), in the local 8-bit encoding, in the thread that
+// writes it: QtDBus has one of its own.
 typedef void (*MessageSink)(QtMsgType type, const char *text);
-// Says whether a message, in the same encoding, is to be received.
+// Says whether a message, in the same encoding and the same thread, is to be received.
 typedef bool (*MessageFilter)(const char *text);
 
 namespace detail
@@ -79,7 +80,7 @@ inline HostAddress anyIPv4()
     return HostAddress(HostAddress::AnyIPv4);
 }
 
-// Qt 5 lets timers drift by 5 % unless asked not to.
+// QObject::startTimer(). Qt 5 lets timers drift by 5 % unless asked not to.
 inline int startExactTimer(QObject *object, int milliseconds)
 {
     return object->startTimer(milliseconds, Qt::PreciseTimer);

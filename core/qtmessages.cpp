@@ -21,7 +21,7 @@ static bool isEarlyConnection(const char *text)
 static bool filter(const char *text)
 {
     if (isMissingThread(text)) {
-        kelta::keltalog.msg(QtCriticalMsg, "no thread to be had, ending");
+        kelta::keltalog.msg(QtCriticalMsg, "cannot create a thread, ending");
         _exit(255);
     }
     return !isEarlyConnection(text);

@@ -9,7 +9,7 @@ extern int termSocketPair[2];
 // Fills termSocketPair. Ends the process with a fatal message when socketpair(2) fails.
 void createTermSocketPair();
 
-// Whether SIGTERM has arrived: whether element 1 is readable.
+// Whether SIGTERM has arrived: whether element 1 is readable. False before createTermSocketPair().
 bool hasTermSignalArrived();
 
 // Async-signal-safe: one write() of the byte 1 to element 0; errno stays. The signal number is not used.

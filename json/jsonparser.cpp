@@ -19,11 +19,11 @@
            < 0       reduce: the symbols on top are the right-hand side of rule -entry - 1;
                      rhs[rule] of them are popped and one for the left-hand side lhs[rule] is pushed
 
-   The state to push after a reduction comes from the state that the pop has laid bare and the new symbol:
+   The state to push after a reduction comes from the state that is on top after the pop and the new symbol:
 
        JsonGrammar::nt_action(state, lhs[rule] - TERMINAL_COUNT)
 
-   Most entries of one state are alike, so they are squeezed: action_index[state] + token is a place in
+   Most entries of one state are alike, so the table is compressed: action_index[state] + token is a place in
    action_info, and action_check at that place tells whether the entry belongs to this token. If not, or
    if the place is negative, action_default[state] holds for it. A state whose index is -TERMINAL_COUNT has
    nothing but its default, and no token needs to be fetched for it. */

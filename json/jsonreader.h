@@ -27,8 +27,7 @@ public:
 
     // Empty after success, else "Expected '}', ',' at line 1 pos 17". What was expected is left out when it
     // is more than two tokens, or when the nesting is too deep; then the text begins with the blank before "at".
-    // Lines count from 1,
-    // positions from the start of the whole text in UTF-16 units.
+    // Lines count from 1, positions from the start of the whole text in UTF-16 units.
     QString errorString() const { return m_errorString; }
 
 private:

@@ -7,7 +7,7 @@
 
 #include <QtCore/QDateTime>
 
-static const int gatheringTime = 1000; // ms
+static const int collectionPeriod = 1000; // ms
 
 Monitor::Monitor(const ZorvScan *scan, const UpnpReceiver *receiver, const UpnpHttp *http, QObject *parent)
     : QObject(parent)
@@ -72,26 +72,26 @@ qulonglong Monitor::announcementsWithoutRoom() const
 void Monitor::deviceAppeared(const QString &uuid)
 {
     m_changes.addAppeared(uuid);
-    tellLater();
+    scheduleSignal();
 }
 
 void Monitor::deviceChanged(const QString &uuid)
 {
     m_changes.addChanged(uuid);
-    tellLater();
+    scheduleSignal();
 }
 
 void Monitor::deviceGone(const QString &uuid)
 {
     m_changes.addGone(uuid);
-    tellLater();
+    scheduleSignal();
 }
 
 // So a signal a second is the most there can be, and while nothing changes no timer runs.
-void Monitor::tellLater()
+void Monitor::scheduleSignal()
 {
     if (m_timer == 0)
-        m_timer = qtcompat::startExactTimer(this, gatheringTime);
+        m_timer = qtcompat::startExactTimer(this, collectionPeriod);
 }
 
 void Monitor::timerEvent(QTimerEvent *)

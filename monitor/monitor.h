@@ -83,7 +83,7 @@ protected:
     void timerEvent(QTimerEvent *event) override;
 
 private:
-    void tellLater();
+    void scheduleSignal();
 
     const ZorvScan *m_scan;
     const UpnpReceiver *m_receiver;

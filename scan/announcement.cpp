@@ -121,11 +121,11 @@ namespace
 {
 
 // The bytes of a JSON text, one after the other, without the white space between its tokens.
-class Visible
+class NonBlankBytes
 {
 public:
     // The text must outlive it.
-    explicit Visible(const QByteArray &text)
+    explicit NonBlankBytes(const QByteArray &text)
         : m_next(text.constData())
         , m_end(text.constData() + text.size())
         , m_isInString(false)
@@ -194,8 +194,8 @@ bool areSameButForBlanks(const QByteArray &a, const QByteArray &b)
     const int common = commonBeginning(a, b);
     if (common < qMin(a.size(), b.size()) && !isBlank(a.at(common)) && !isBlank(b.at(common)))
         return false;
-    Visible left(a);
-    Visible right(b);
+    NonBlankBytes left(a);
+    NonBlankBytes right(b);
     int byte = left.next();
     while (byte == right.next()) {
         if (byte == -1)

@@ -60,7 +60,7 @@ struct Span
     int size; // bytes
 };
 
-// The announcing device's uuid, found without reading JSON: the first string behind the first "uuid" behind "params".
+// The announcing device's uuid, found without reading JSON: the first string after the first "uuid" after "params".
 // Empty when there is none. Meant: without the key "uuid" a string behind a colon may be found all the same (tst_announcement).
 Span uuidIn(const QByteArray &datagram);
 

@@ -107,9 +107,9 @@ void DeviceIndex::fill(int hole)
 {
     const int mask = m_slots.size() - 1;
     for (int i = next(hole); m_slots.at(i).device; i = next(i)) {
-        const int wayToHole = (hole - home(m_slots.at(i).hash)) & mask;
-        const int wayToDevice = (i - home(m_slots.at(i).hash)) & mask;
-        if (wayToHole > wayToDevice)
+        const int holeDistance = (hole - home(m_slots.at(i).hash)) & mask;
+        const int deviceDistance = (i - home(m_slots.at(i).hash)) & mask;
+        if (holeDistance > deviceDistance)
             continue;
         put(m_slots.at(i), hole);
         hole = i;

@@ -67,7 +67,7 @@ static QString textOf(const QVariant &value)
 namespace
 {
 
-// A path of keys parted by slashes. It comes from any local program and is followed through as many values as an announcement
+// A path of keys separated by slashes. It comes from any local program and is followed through as many values as an announcement
 // holds, so no part of it is ever copied, and of one that is longer than every key no more than that is looked at.
 class Path
 {
@@ -102,8 +102,8 @@ int Path::endOfPart(int begin) const
     return size <= m_longestKey ? m_text.size() : -1;
 }
 
-// Where the text of the part is met first from begin on: at the part at the latest. What lies before it has been found as keys,
-// so a longer text is not there.
+// Where the path has the text of the part first, from begin on: at the part itself at the latest. A text longer than every key is
+// nowhere before it, since keys of that part of the path have been found.
 int Path::firstPlaceOf(int part, int begin) const
 {
     const int end = part == begin ? -1 : endOfPart(part);

@@ -17,7 +17,7 @@ class ZorvDevice : public QObject
 public:
     // An announcement that does not parse, or that names no whole number of seconds as its expiration, makes an
     // object that deletes itself as soon as the event loop is reached. A valid one keeps the object for three times
-    // its expiration. defaultExpiration is in seconds. The text is copied: the caller may overwrite its array.
+    // its expiration. defaultExpiration, in seconds, decides nothing. The text is copied: the caller may overwrite its array.
     ZorvDevice(const QString &uuid, const QByteArray &json, int defaultExpiration, QObject *parent);
 
     ~ZorvDevice();
@@ -41,10 +41,10 @@ public:
     // Whether this announcement says what the last one says, if perhaps with other white space.
     bool isRepeatedBy(const QByteArray &json) const;
 
-    // The value at a path of keys parted by slashes. A path that leads through a list gives the list of what
-    // the path's remainder, from the first place on where the path has the current key, finds in each element.
-    // What holds no values, an empty object too, is itself what is found behind it; behind an empty list, and where an
-    // object has no such key, it is an invalid value.
+    // The value at a path of keys separated by slashes. At a list the rest of the path is looked up in each element, and the
+    // result is the list of what was found; the rest begins where the path has the text of the current key first. A plain value
+    // or an empty object is the result whatever follows in the path. An empty list, or a key that an object does not have, gives
+    // an invalid value.
     QVariant value(const QString &path);
 
     // The device's interface object, in which "uuid", "name", "version", "type" and "familyType" of the device are set.

@@ -235,7 +235,7 @@ void ZorvScan::refresh()
     } else if (m_devices.size() < maximalDevices && m_devices.textSize() + m_received.datagram().size() <= maximalRegistrySize) {
         add();
     } else {
-        refuseForWantOfRoom();
+        refuse();
     }
 }
 
@@ -257,7 +257,7 @@ void ZorvScan::replaceText(ZorvDevice *known)
     const int oldSize = known->textSize();
     if (size > qMax(oldSize, alwaysAcceptedSize) && m_devices.textSize() + size - oldSize > maximalRegistrySize) {
         known->touch();
-        refuseForWantOfRoom();
+        refuse();
         return;
     }
     ++m_counts.taken;
@@ -267,7 +267,7 @@ void ZorvScan::replaceText(ZorvDevice *known)
         m_listener->deviceChanged(known->objectName());
 }
 
-void ZorvScan::refuseForWantOfRoom()
+void ZorvScan::refuse()
 {
     ++m_counts.withoutRoom;
     if (m_sinceFullWarning.isValid() && m_sinceFullWarning.elapsed() < fullWarningPeriod)

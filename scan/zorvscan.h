@@ -37,12 +37,13 @@ public:
     // How many datagrams were received so far, by what was done with them.
     struct Counts
     {
-        quint64 taken; // announcements of new and known devices, this one's own included
+        quint64 taken; // announcements of new devices, and whatever text of known ones; this device's own included
         quint64 withoutUuid; // they name no device
-        quint64 unusable; // do not parse, or name no whole number of seconds as their expiration
+        quint64 unusable; // of devices not known yet: they do not parse, or name no whole number of seconds as their expiration
         quint64 withoutRoom; // beyond the bounds of number and memory
     };
     const Counts &counts() const { return m_counts; }
+    // Devices in the registry, this one included.
     int deviceCount() const { return m_devices.size(); }
     // There is one listener, or null. Not owned; it must outlive the scan, or the event loop.
     void setListener(RegistryListener *listener) { m_listener = listener; }
@@ -66,6 +67,7 @@ public slots:
     void pendingDatagrams();
     // Builds the announcement again from the settings; the next announcement of the timer sends it.
     void configChanged();
+    // When the state of a service becomes "online", of whatever service: setupMulticast() and configChanged().
     void connmanServicePropertyChanged(const QString &name, const QDBusVariant &map);
 
 private slots:
@@ -87,7 +89,7 @@ private:
     void refresh();
     void add();
     void replaceText(ZorvDevice *known);
-    void refuseForWantOfRoom();
+    void refuse();
     void checkDevices();
 
     QUdpSocket *m_socket;
@@ -95,14 +97,14 @@ private:
     const quint16 m_port;
     UpnpSettings *m_settings;
     int m_interval; // seconds
-    DatagramBuffer m_received; // with the datagram that is being taken in
+    DatagramBuffer m_received; // with the datagram that is being processed
     QByteArray m_uuid; // the part of it that names the device, not a copy
     QByteArray m_announcement;
     bool m_multicastPending; // the last set-up failed
     int m_readsPerSignal; // of the socket; 0: not connected yet
     Counts m_counts;
     RegistryListener *m_listener; // or null
-    bool m_hasNewcomer; // a device was added since the socket was last read to the end
+    bool m_hasNewcomer; // a device was added since the last report of the socket was dealt with
     DeviceIndex m_devices; // the children that are devices
     QElapsedTimer m_sinceFullWarning;
 };

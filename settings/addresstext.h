@@ -9,7 +9,8 @@
 // unlike QHostAddress of Qt 5, "10.5", "5" and octal or hexadecimal parts are no short forms of anything.
 QHostAddress addressFromText(const QString &text);
 
-// Appends QHostAddress::toString() in ASCII: nothing for the null address. For IPv4 it makes no QString: every answer has one.
+// Appends QHostAddress::toString() in ASCII: nothing for the null address. For IPv4 without a QString, since every answer contains
+// an address.
 void appendAddress(QByteArray *text, const QHostAddress &address);
 
 // Whether the text of the address begins with "169.254": an IPv4 address in 169.254/16.

@@ -1,8 +1,8 @@
 #include "interfaces.h"
 
-static const int maximalQuestions = 4;
+static const int maximalTries = 4;
 
-static bool isWhole(const QList<QNetworkInterface> &answer)
+static bool isComplete(const QList<QNetworkInterface> &answer)
 {
     for (int i = 0; i < answer.size(); ++i) {
         if ((answer.at(i).flags() & QNetworkInterface::IsLoopBack) && !answer.at(i).addressEntries().isEmpty())
@@ -14,7 +14,7 @@ static bool isWhole(const QList<QNetworkInterface> &answer)
 QList<QNetworkInterface> networkInterfaces()
 {
     QList<QNetworkInterface> answer = QNetworkInterface::allInterfaces();
-    for (int questions = 1; questions < maximalQuestions && !isWhole(answer); ++questions)
+    for (int tries = 1; tries < maximalTries && !isComplete(answer); ++tries)
         answer = QNetworkInterface::allInterfaces();
     return answer;
 }

@@ -52,8 +52,8 @@ public slots:
     // The firmware version text.
     QByteArray getModelNr() const;
     QByteArray getSerial() const;
-    // src is the peer that asks, or null for the device's own announcements. A peer in 169.254/16 is given
-    // the link-local variant of UUID and URLs, provided that the device has a link-local address.
+    // src is the peer that asks; in messages of the device's own, its link-local address, or null for the regular one. An address
+    // in 169.254/16 is given the link-local variant of UUID and URLs, provided that the device has a link-local address.
     QByteArray getUuid(const QHostAddress &src) const;
     QByteArray getHostname() const;
     // The host name up to its first zero byte, read as Latin-1.
@@ -66,7 +66,8 @@ public slots:
     QByteArray getMulticastUrl() const;
     // "Kelta/1.4.2, UPnP/1.0"
     QByteArray getServerHeader() const;
-    // The regular address of eth0, the SSDP group, the link-local address of eth0, and the gateway. Null while unknown.
+    // The regular address, the SSDP group, the link-local address, and the gateway. Null while unknown. The addresses are those of
+    // eth0 at the start and after configureIp(), later what a service of connman reported last.
     QHostAddress getAddress() const;
     QHostAddress getMulticastAddress() const;
     QHostAddress getAutoipAddress() const;

@@ -53,7 +53,7 @@ void UpnpSettings::readInterfaceAddresses()
         const QHostAddress ip = entries.at(i).ip();
         if (ip.protocol() != QAbstractSocket::IPv4Protocol)
             continue;
-        if (ip.toString().startsWith(QLatin1String("169.254.")))
+        if (isLinkLocalIpv4(ip))
             autoipAddress = ip;
         else
             address = ip;

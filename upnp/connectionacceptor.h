@@ -28,7 +28,7 @@ public:
 // Accepts the connections of a listening socket and keeps those on which nothing has come yet. It handles descriptors only.
 //
 // When the descriptors of the process become scarce, further connections wait in the kernel. Whether one is free again is
-// looked at five times a second, and at once when descriptorClosed() is called.
+// checked five times a second, and at once when descriptorClosed() is called.
 class ConnectionAcceptor : public QObject
 {
     Q_OBJECT

@@ -148,6 +148,7 @@ void UpnpHttp::takeOver(int descriptor)
     incomingConnection(descriptor);
 }
 
+// As accepting is not left to Qt, only takeOver() calls it.
 void UpnpHttp::incomingConnection(qtcompat::SocketDescriptor socketDescriptor)
 {
     makeSocket(socketDescriptor);
@@ -272,6 +273,7 @@ void UpnpHttp::closeAnswered(HttpConnection *connection)
         LingeringClose::close(duplicate, this);
 }
 
+// What FileSender and LingeringClose close is noticed at the acceptor's next check.
 void UpnpHttp::disconnected()
 {
     sender()->deleteLater();

@@ -29,6 +29,7 @@ public:
     // The settings are not owned and must outlive the receiver.
     UpnpReceiver(UpnpSettings *deviceSettings, QObject *parent);
 
+    // Those whose answer the system refused to send count as well.
     quint64 searchesAnswered() const { return m_searchesAnswered; }
 
 public slots:
@@ -38,6 +39,7 @@ public slots:
     // One announcement for the regular address and, where there is one, another for the link-local address. What cannot be
     // sent is lost.
     void sendAlive();
+    // Byebye for the same addresses; what cannot be sent is lost.
     void sendByeBye();
 
 protected slots:

@@ -57,7 +57,7 @@ static QByteArray timestamp()
 Keltalog::Keltalog()
     : m_facility(FacilityUser)
     , m_threshold(LOG_DEBUG)
-    , m_grantedLines(0)
+    , m_usedLines(0)
 {
     m_clock.start();
 }
@@ -92,15 +92,15 @@ void Keltalog::receiveQtMessage(QtMsgType type, const char *text)
 
 // Some warnings are written as often as a program on the device asks for what fails. The rate is above that of any
 // trouble of the daemon's own.
-bool Keltalog::isGranted(int severity)
+bool Keltalog::isWithinRate(int severity)
 {
     if (severity < LOG_WARNING)
         return true;
     const qint64 regained = m_clock.elapsed() / lineInterval;
-    m_grantedLines = qMax(m_grantedLines, regained);
-    if (m_grantedLines - regained >= maximalLinesAtOnce)
+    m_usedLines = qMax(m_usedLines, regained);
+    if (m_usedLines - regained >= maximalLinesAtOnce)
         return false;
-    ++m_grantedLines;
+    ++m_usedLines;
     return true;
 }
 
@@ -119,7 +119,7 @@ void Keltalog::write(QtMsgType type, const char *text)
     line += ": ";
     line += text;
     const QMutexLocker locker(&m_mutex);
-    if (isGranted(severity))
+    if (isWithinRate(severity))
         m_socket.send(line);
 }
 

@@ -15,7 +15,8 @@ namespace kelta
 // (qDebug(), qWarning(), qCritical(), qFatal()) under the same ident, facility and threshold.
 // A log that is absent, broken or read by nobody loses messages; it never stops the process.
 // Texts are in the local 8-bit encoding. Every thread may write, once open() and setSyslogLevelWarning() have returned.
-// Warnings are written at a bounded rate: 1,000 at once, and one every five seconds in the long run.
+// Debug messages and warnings are written at a bounded rate: 1,000 at once, and one every five seconds in the long run. Critical
+// and fatal messages are written always.
 class Keltalog
 {
 public:
@@ -44,14 +45,14 @@ public:
 private:
     static void receiveQtMessage(QtMsgType type, const char *text);
     void write(QtMsgType type, const char *text);
-    bool isGranted(int severity);
+    bool isWithinRate(int severity);
 
     QMutex m_mutex; // QtDBus writes messages from a thread of its own
     SyslogSocket m_socket;
     QByteArray m_ident;
     int m_facility;
     int m_threshold;
-    qint64 m_grantedLines; // since the clock was started
+    qint64 m_usedLines; // since the clock was started
     QElapsedTimer m_clock;
 };
 
