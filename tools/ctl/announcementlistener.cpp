@@ -1,5 +1,7 @@
 #include "announcementlistener.h"
 
+#include "protocol.h"
+
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -8,16 +10,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-static const char group[] = "239.255.77.76";
-static const quint16 port = 31416;
 static const int maximalSize = 65536;
 
 static struct sockaddr_in groupAddress()
 {
     struct sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    inet_pton(AF_INET, group, &address.sin_addr);
+    address.sin_port = htons(protocol::announcementPort);
+    inet_pton(AF_INET, protocol::announcementGroup, &address.sin_addr);
     return address;
 }
 
