@@ -27,7 +27,7 @@ QString bus::connectionProblem()
 static QString problemOf(const char *service, const QString &error, const QString &message)
 {
     if (error == latin1("org.freedesktop.DBus.Error.ServiceUnknown") || error == latin1("org.freedesktop.DBus.Error.NameHasNoOwner"))
-        return latin1("Nobody is %1 on the bus: the daemon does not run. Look with: systemctl status upnpvelorn, and what it has "
+        return latin1("%1 has no owner on the bus: the daemon does not run. Look with: systemctl status upnpvelorn, and what it has "
                       "logged: journalctl -t upnp")
             .arg(latin1(service));
     if (error == latin1("org.freedesktop.DBus.Error.AccessDenied"))

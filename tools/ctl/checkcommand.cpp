@@ -16,7 +16,7 @@
 
 static const char wiredInterface[] = DEVICE_INTERFACE;
 static const char iconPath[] = DEVICE_ICON_PATH;
-static const int iconSize = 48; // points
+static const int iconSize = 48; // pixels
 static const int hearingTime = 11000; // ms: an announcement's ten seconds, and one more
 static const int progressPeriod = 500; // ms
 
@@ -104,14 +104,14 @@ void Check::checkName()
     const bool isThere = bus::hasOwner(DEVICE_BUS_NAME);
     m_user = isThere ? bus::userOf(DEVICE_BUS_NAME) : -1;
     m_report.judge(isThere, "bus name " DEVICE_BUS_NAME,
-        isThere ? latin1("process %1 of user %2").arg(bus::processOf(DEVICE_BUS_NAME)).arg(ownnetwork::userName(m_user)) : latin1("nobody has it"),
+        isThere ? latin1("process %1 of user %2").arg(bus::processOf(DEVICE_BUS_NAME)).arg(ownnetwork::userName(m_user)) : latin1("has no owner on the bus"),
         latin1("the daemon has it on a healthy device; start it, and see why it ended: journalctl -t upnp"));
 }
 
 void Check::checkConfigurationService()
 {
     const bool isThere = bus::hasOwner(DEVICE_CONFIG_SERVICE);
-    m_report.judge(isThere, "configuration service", latin1(isThere ? DEVICE_CONFIG_SERVICE " is on the bus" : "nobody is " DEVICE_CONFIG_SERVICE),
+    m_report.judge(isThere, "configuration service", latin1(isThere ? DEVICE_CONFIG_SERVICE " is on the bus" : DEVICE_CONFIG_SERVICE " has no owner on the bus"),
         latin1("it has to be there before the daemon starts, which asks it once who the device is"));
 }
 
@@ -164,7 +164,7 @@ void Check::checkPort(quint16 port, bool isTcp)
         isDaemons = isDaemons || (socket.user == m_user && socket.address == latin1("0.0.0.0"));
         seen += latin1("%1 of user %2").arg(socket.address, ownnetwork::userName(socket.user));
     }
-    m_report.judge(isDaemons, what.constData(), seen.isEmpty() ? latin1("nobody has it") : seen.join(latin1(", ")),
+    m_report.judge(isDaemons, what.constData(), seen.isEmpty() ? latin1("no socket is bound to it") : seen.join(latin1(", ")),
         latin1(isTcp ? "the daemon listens on 0.0.0.0 on a healthy device; another program must not have it: ss -ltnp"
                      : "the daemon has it on a healthy device; see who does not share it: ss -lunp"));
 }
@@ -250,15 +250,15 @@ static QString iconSeen(const QByteArray &answer, const QString &reason)
         return latin1("not served: %1").arg(reason);
     if (!answer.startsWith("HTTP/1.1 200"))
         return latin1("not found");
-    return size.isPng ? latin1("a PNG of %1 by %2 points").arg(size.width).arg(size.height) : latin1("no PNG");
+    return size.isPng ? latin1("a PNG of %1 x %2 pixels").arg(size.width).arg(size.height) : latin1("no PNG");
 }
 
 void Check::checkIcon()
 {
     QString reason;
     const QString seen = iconSeen(httpGet(serverAddress(), protocol::httpPort, iconPath, &reason), reason);
-    m_report.judge(seen == latin1("a PNG of %1 by %1 points").arg(iconSize), "icon", seen,
-        latin1("a healthy device has a PNG of %1 by %1 points at " DEVICE_ICON_FILE ", which %2 may read").arg(iconSize).arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
+    m_report.judge(seen == latin1("a PNG of %1 x %1 pixels").arg(iconSize), "icon", seen,
+        latin1("a healthy device has a PNG of %1 x %1 pixels at " DEVICE_ICON_FILE ", which %2 may read").arg(iconSize).arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
 }
 
 void Check::checkList()
