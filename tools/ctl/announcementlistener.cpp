@@ -47,10 +47,10 @@ bool AnnouncementListener::open()
         && setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }
 
-QByteArray AnnouncementListener::next(int patience)
+QByteArray AnnouncementListener::next(int timeout)
 {
     struct pollfd readable = { m_socket, POLLIN, 0 };
-    if (poll(&readable, 1, patience) <= 0)
+    if (poll(&readable, 1, timeout) <= 0)
         return QByteArray();
     QByteArray datagram(maximalSize, '\0');
     const ssize_t size = recv(m_socket, datagram.data(), size_t(datagram.size()), 0);

@@ -8,7 +8,7 @@
 #include <QtDBus/QDBusError>
 #include <QtDBus/QDBusMessage>
 
-static const int patience = 10000; // ms, for one answer
+static const int timeout = 10000; // ms, for one answer
 
 static QString latin1(const char *text)
 {
@@ -49,7 +49,7 @@ bus::Answer bus::call(const char *service, const char *path, const char *interfa
 {
     QDBusMessage question = QDBusMessage::createMethodCall(latin1(service), latin1(path), latin1(interface), latin1(member));
     question.setArguments(arguments);
-    const QDBusMessage reply = QDBusConnection::systemBus().call(question, QDBus::Block, patience);
+    const QDBusMessage reply = QDBusConnection::systemBus().call(question, QDBus::Block, timeout);
     Answer answer;
     if (reply.type() == QDBusMessage::ReplyMessage) {
         answer.values = reply.arguments();
