@@ -30,7 +30,7 @@ static QVariantMap mapFromReply(const QVariant &argument)
     return argument.toMap();
 }
 
-// Meant: no aboutToChange() here, other than on connman's way (tst_networkstate).
+// Meant: no aboutToChange() here, other than on connman's way (tst_upnpsettings_network).
 void UpnpSettings::configureIp()
 {
     const QDBusPendingReply<QVariantMap> reply = askForNetworkConfiguration();
@@ -45,7 +45,7 @@ void UpnpSettings::readInterfaceAddresses()
 {
     const QList<QNetworkAddressEntry> entries = networkInterface(QLatin1String(DEVICE_INTERFACE)).addressEntries();
     if (entries.size() == 1) {
-        // Meant: an only address counts as the regular one, even when it is link-local or IPv6 (tst_networkstate).
+        // Meant: an only address counts as the regular one, even when it is link-local or IPv6 (tst_upnpsettings_network).
         address = entries.first().ip();
         return;
     }
@@ -104,6 +104,6 @@ void UpnpSettings::applyConnmanIpv4(const QVariantMap &ipv4)
     debugMessage() << "ip:" << address.toString();
 
     gateway = addressFromText(ipv4.value(QLatin1String("Gateway")).toString());
-    // Meant: this line shows the address, not the gateway (tst_networkstate).
+    // Meant: this line shows the address, not the gateway (tst_upnpsettings_network).
     debugMessage() << "gateway:" << address.toString();
 }

@@ -13,14 +13,14 @@ from test_hostile_flood import FOREVER, LARGE, MOST_BYTES, WARNING, all_read, la
 from texts import has_joined
 
 pytestmark = needs_clocks
-PATIENCE = 90  # seconds; short waits are not hurried, so on a busy machine a daemon's time goes slower
+TIMEOUT = 90  # seconds; short waits are not hurried, so on a busy machine a daemon's time goes slower
 
 
 def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_without(start_device, peer, tmp_path):
     device = start_device(program=hurried_program(tmp_path, 20))
     take_away(device)
     bring_back(device, fwconfig=False)
-    device.bus.wait_for_name(BUS_NAME, PATIENCE)
+    device.bus.wait_for_name(BUS_NAME, TIMEOUT)
     # It looks every second, each time with a connection of its own, and the bus counts these: ":1.<number>".
     assert 60 <= int(device.bus.owner(BUS_NAME).split(".")[1]) <= 70
     device.wait_until_ready()
@@ -33,12 +33,12 @@ def test_it_waits_a_minute_for_the_configuration_service_and_then_comes_back_wit
 
 def test_it_joins_the_group_of_searches_with_its_timer(start_device, peer, tmp_path):
     device = start_device(program=hurried_program(tmp_path, 100), interface=None)
-    device.syslog.wait_for_text("setsockopt: interface invalid", count=2, seconds=PATIENCE)
+    device.syslog.wait_for_text("setsockopt: interface invalid", count=2, seconds=TIMEOUT)
     device.host.add_interface("eth0", ["10.77.0.2/24"])
-    wait_for(lambda: has_joined(device), PATIENCE, what="it has joined")
+    wait_for(lambda: has_joined(device), TIMEOUT, what="it has joined")
     assert len(peer.search("ssdp:all")) == 1
     joined = len(device.syslog.texts)
-    peer.listen_ssdp().wait_for(b"ssdp:alive", count=2, seconds=PATIENCE)
+    peer.listen_ssdp().wait_for(b"ssdp:alive", count=2, seconds=TIMEOUT)
     assert len(device.syslog.texts) == joined
 
 
@@ -46,9 +46,9 @@ def test_it_joins_the_group_of_searches_with_its_timer(start_device, peer, tmp_p
 def test_a_bus_that_stays_away_for_a_while_is_found_again(start_device, peer, tmp_path, announcements):
     device = start_device(program=hurried_program(tmp_path, 20))
     take_away(device)
-    peer.listen_announcements().wait_for(b"KM-2044817", count=announcements, seconds=PATIENCE)  # ten seconds of its time each
+    peer.listen_announcements().wait_for(b"KM-2044817", count=announcements, seconds=TIMEOUT)  # ten seconds of its time each
     bring_back(device)
-    device.bus.wait_for_name(BUS_NAME, PATIENCE)
+    device.bus.wait_for_name(BUS_NAME, TIMEOUT)
     device.wait_until_ready()
     serves(device, peer)
 
@@ -56,9 +56,9 @@ def test_a_bus_that_stays_away_for_a_while_is_found_again(start_device, peer, tm
 def only_says_byebye(device, peer) -> None:
     """For twenty seconds of the daemon's time, in which it would have looked for the bus twenty times."""
     heard, announced = peer.listen_ssdp(), peer.listen_announcements()
-    announced.wait_for(b"KM-2044817", count=3, seconds=PATIENCE)
+    announced.wait_for(b"KM-2044817", count=3, seconds=TIMEOUT)
     heard.clear()
-    heard.wait_for(b"ssdp:byebye", count=20, seconds=PATIENCE)
+    heard.wait_for(b"ssdp:byebye", count=20, seconds=TIMEOUT)
     assert not device.bus.owner(BUS_NAME)
     serves(device, peer)
 

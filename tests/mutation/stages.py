@@ -52,4 +52,4 @@ def of(file: str, tests: list, durations: dict) -> list:
 
 
 def _is_of(stem: str, test: str) -> bool:
-    return test == f"tst_{stem}" or test.startswith(f"tst_{stem}_") or (stem == "networkstate" and test.startswith("tst_upnpsettings_"))
+    return test == f"tst_{stem}" or test.startswith(f"tst_{stem}_")

@@ -7,6 +7,45 @@
 #include <QtCore/QFile>
 #include <QtTest/QtTest>
 
+Listener::Listener(UpnpSettings *settings, State state)
+    : speaks(false)
+    , m_settings(settings)
+    , m_state(state)
+{
+    connect(settings, SIGNAL(aboutToChange()), this, SLOT(aboutToChange()));
+    connect(settings, SIGNAL(changed()), this, SLOT(changed()));
+    connect(settings, SIGNAL(networkReady()), this, SLOT(networkReady()));
+}
+
+void Listener::aboutToChange()
+{
+    seen << text("aboutToChange ") + m_state(*m_settings);
+    speak("heard aboutToChange()");
+}
+
+void Listener::changed()
+{
+    seen << text("changed ") + m_state(*m_settings);
+    speak("heard changed()");
+}
+
+void Listener::networkReady()
+{
+    seen << text("networkReady");
+    speak("heard networkReady()");
+}
+
+void Listener::speak(const char *line) const
+{
+    if (speaks)
+        qDebug("%s", line);
+}
+
+QString hostnameOf(const UpnpSettings &settings)
+{
+    return QString::fromLatin1(settings.getHostname().constData());
+}
+
 SettingsTest::SettingsTest() = default;
 
 SettingsTest::~SettingsTest() = default;

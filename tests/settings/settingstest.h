@@ -5,52 +5,48 @@
 #include "fakefwconfig.h"
 #include "upnpsettings.h"
 
-#include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QScopedPointer>
+#include <QtCore/QStringList>
 
 static const char hostnameFile[] = "/proc/sys/kernel/hostname";
 static const char readUuid[] = "/systemvariables get UUID";
 static const char readSerial[] = "/systemconstants get SERIALNUMBER";
 
-// Writes down each signal together with the host name at that moment.
+// Writes down each signal together with the state of the settings at that moment.
 class Listener : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit Listener(UpnpSettings *sender)
-        : speaks(false)
-        , settings(sender)
-    {
-        connect(settings, SIGNAL(aboutToChange()), this, SLOT(aboutToChange()));
-        connect(settings, SIGNAL(changed()), this, SLOT(changed()));
-        connect(settings, SIGNAL(networkReady()), this, SLOT(networkReady()));
-    }
+    typedef QString (*State)(const UpnpSettings &settings);
 
-    QList<QByteArray> seen;
-    bool speaks; // of changed(), in the log
+    Listener(UpnpSettings *settings, State state);
+
+    QStringList seen;
+    bool speaks; // of the signals, in the log
 
 public slots:
-    void aboutToChange() { seen << "aboutToChange " + settings->getHostname(); }
-    void changed()
-    {
-        seen << "changed " + settings->getHostname();
-        if (speaks)
-            qDebug("heard changed()");
-    }
-    void networkReady() { seen << "networkReady"; }
+    void aboutToChange();
+    void changed();
+    void networkReady();
 
 private:
-    UpnpSettings *settings;
+    void speak(const char *line) const;
+
+    UpnpSettings *m_settings;
+    State m_state;
 };
+
+// A state for Listener.
+QString hostnameOf(const UpnpSettings &settings);
 
 // Before each test the network is as at first, and the configuration service knows the device.
 class SettingsTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+protected slots:
     void initTestCase();
     void init();
     void cleanup();

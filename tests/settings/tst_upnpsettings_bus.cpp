@@ -199,10 +199,10 @@ void TestUpnpSettingsBus::configureIpOnTheBusTellsTheChangeInProcess()
 {
     makeSettings();
     QVERIFY(QDBusConnection::systemBus().registerObject(text("/settings"), m_settings.data(), QDBusConnection::ExportAllSlots));
-    Listener listener(m_settings.data());
+    Listener listener(m_settings.data(), hostnameOf);
     const QDBusMessage reply = callOverTheBus("/settings", "local.UpnpSettings", "configureIp");
     QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
-    QCOMPARE(listener.seen, QList<QByteArray>() << "changed dev1");
+    QCOMPARE(listener.seen, QStringList(text("changed dev1")));
     QCOMPARE(m_service->calls(), QStringList(text("/network GetAll com.zorv.fwconfig.network local.NetworkInterface")));
 }
 
@@ -224,11 +224,11 @@ void TestUpnpSettingsBus::protectedSlotsAndSignalsAreNotOnTheBus()
     QFETCH(QByteArray, method);
     makeSettings();
     QVERIFY(QDBusConnection::systemBus().registerObject(text("/settings"), m_settings.data(), QDBusConnection::ExportAllSlots));
-    Listener listener(m_settings.data());
+    Listener listener(m_settings.data(), hostnameOf);
     const QDBusMessage reply = callOverTheBus("/settings", "local.UpnpSettings", method.constData());
     QCOMPARE(reply.type(), QDBusMessage::ErrorMessage);
     QCOMPARE(reply.errorName(), text("org.freedesktop.DBus.Error.UnknownMethod"));
-    QCOMPARE(listener.seen, QList<QByteArray>());
+    QCOMPARE(listener.seen, QStringList());
 }
 
 // The process would end here, so it is done in another one: this program with one argument.

@@ -13,7 +13,7 @@
 // constants and network configuration. It has a connection and a thread of its own, so that it also answers while
 // the tested object waits.
 //
-// Calls are named as they are recorded: object, member and arguments, parted by blanks ("/systemvariables get UUID").
+// Calls are named as they are recorded: object, member and arguments, separated by blanks ("/systemvariables get UUID").
 // A call without an answer set is answered with an error.
 class FakeFwConfig : public QObject
 {

@@ -48,7 +48,7 @@ def test_healthy(device):
     status, lines = check(device)
     assert (status, list(lines), {mark for mark, _ in lines.values()}) == (0, NAMES, {"✓"})
     assert lines["address of the daemon"] == ("✓", "10.77.0.2")
-    assert lines["icon"] == ("✓", "a PNG of 48 by 48 points")
+    assert lines["icon"] == ("✓", "a PNG of 48 x 48 pixels")
 
 
 def test_no_daemon(start_device):
@@ -56,6 +56,8 @@ def test_no_daemon(start_device):
     assert status == 1
     assert wrong(lines) == {"bus name com.zorv.upnpvelorn", "UDP port 1900", "UDP port 31416", "TCP port 8200",
                             "group 239.255.255.250", "group 239.255.77.76", "description", "icon"}
+    assert lines["bus name com.zorv.upnpvelorn"][1].startswith("has no owner on the bus; the daemon has it")
+    assert lines["UDP port 1900"][1].startswith("no socket is bound to it; the daemon has it")
     assert lines["description"][1].startswith("not served: Connection refused; the daemon serves it")
     assert lines["announcement"][0] == "–"
 
@@ -111,7 +113,7 @@ def fault_no_multicast_route(start_device):
 
 FAULTS = [
     (fault_no_service, {"configuration service", "serial number", "firmware version", "host name"}, "serial number", "none; a healthy device has one"),
-    (fault_no_icon, {"icon"}, "icon", "not found; a healthy device has a PNG of 48 by 48 points at /var/www/icons/kelta_icon48.png"),
+    (fault_no_icon, {"icon"}, "icon", "not found; a healthy device has a PNG of 48 x 48 pixels at /var/www/icons/kelta_icon48.png"),
     (fault_other_icon, {"icon"}, "icon", "no PNG; "),
     (fault_other_address, {"address of the daemon"}, "address of the daemon",
      "10.77.0.2; eth0 has 10.77.0.99; tell the daemon: upnpvelornctl reconfigure"),

@@ -181,7 +181,7 @@ def test_reconfigure(kelta, ctl, peer):
 def test_no_daemon(start_device, command):
     done = Ctl(start_device(daemon="off")).run(command)
     assert (done.returncode, done.stdout) == (1, "")
-    assert done.stderr == ("upnpvelornctl: Nobody is com.zorv.upnpvelorn on the bus: the daemon does not run. Look with: systemctl "
+    assert done.stderr == ("upnpvelornctl: com.zorv.upnpvelorn has no owner on the bus: the daemon does not run. Look with: systemctl "
                            "status upnpvelorn, and what it has logged: journalctl -t upnp\n")
 
 

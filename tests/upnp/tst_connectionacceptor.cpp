@@ -3,6 +3,7 @@
 #include "waitfor.h"
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QTimer>
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
@@ -208,17 +209,21 @@ void TestConnectionAcceptor::acceptingGoesOnAsSoonAsADescriptorIsClosed()
     QCOMPARE(m_server.served.size(), 3);
 }
 
-// Five times a second; the bounds leave a busy machine its time.
+// Five times a second. A busy machine delays the later timer as well, and its event loop calls timers in the order in which
+// they are due.
 void TestConnectionAcceptor::acceptingGoesOnByItselfBeforeLong()
 {
     QElapsedTimer sincePause;
     sincePause.start();
     const int first = fillToTheLimit();
+    QTimer later;
+    later.setSingleShot(true);
+    later.start(300);
     m_server.kept.removeAll(first);
     close(first);
-    QCoreApplication::processEvents();
-    QVERIFY(m_server.served.size() == 2 || sincePause.elapsed() >= 180);
-    QVERIFY(waitFor([this] { return m_server.served.size() == 3; }, 1500));
+    QVERIFY(waitFor([&] { return m_server.served.size() == 3 || !later.isActive(); }));
+    QCoreApplication::processEvents(); // both were due: what the first one lets in is seen in the next pass
+    QCOMPARE(m_server.served.size(), 3);
     QVERIFY(sincePause.elapsed() >= 180); // a coarse timer may be 5 % early
 }
 

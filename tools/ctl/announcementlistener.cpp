@@ -1,5 +1,7 @@
 #include "announcementlistener.h"
 
+#include "protocol.h"
+
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -8,16 +10,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-static const char group[] = "239.255.77.76";
-static const quint16 port = 31416;
 static const int maximalSize = 65536;
 
 static struct sockaddr_in groupAddress()
 {
     struct sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    inet_pton(AF_INET, group, &address.sin_addr);
+    address.sin_port = htons(protocol::announcementPort);
+    inet_pton(AF_INET, protocol::announcementGroup, &address.sin_addr);
     return address;
 }
 
@@ -47,10 +47,10 @@ bool AnnouncementListener::open()
         && setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }
 
-QByteArray AnnouncementListener::next(int patience)
+QByteArray AnnouncementListener::next(int timeout)
 {
     struct pollfd readable = { m_socket, POLLIN, 0 };
-    if (poll(&readable, 1, patience) <= 0)
+    if (poll(&readable, 1, timeout) <= 0)
         return QByteArray();
     QByteArray datagram(maximalSize, '\0');
     const ssize_t size = recv(m_socket, datagram.data(), size_t(datagram.size()), 0);

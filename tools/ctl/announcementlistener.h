@@ -14,8 +14,8 @@ public:
 
     // Empty, or the text of the system's error: the socket could not be opened, bound or joined.
     QString problem() const { return m_problem; }
-    // The next datagram; empty when none comes within patience, in milliseconds.
-    QByteArray next(int patience);
+    // The next datagram; empty when none comes within timeout, in milliseconds.
+    QByteArray next(int timeout);
 
 private:
     Q_DISABLE_COPY(AnnouncementListener)

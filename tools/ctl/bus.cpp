@@ -8,7 +8,7 @@
 #include <QtDBus/QDBusError>
 #include <QtDBus/QDBusMessage>
 
-static const int patience = 10000; // ms, for one answer
+static const int timeout = 10000; // ms, for one answer
 
 static QString latin1(const char *text)
 {
@@ -27,7 +27,7 @@ QString bus::connectionProblem()
 static QString problemOf(const char *service, const QString &error, const QString &message)
 {
     if (error == latin1("org.freedesktop.DBus.Error.ServiceUnknown") || error == latin1("org.freedesktop.DBus.Error.NameHasNoOwner"))
-        return latin1("Nobody is %1 on the bus: the daemon does not run. Look with: systemctl status upnpvelorn, and what it has "
+        return latin1("%1 has no owner on the bus: the daemon does not run. Look with: systemctl status upnpvelorn, and what it has "
                       "logged: journalctl -t upnp")
             .arg(latin1(service));
     if (error == latin1("org.freedesktop.DBus.Error.AccessDenied"))
@@ -49,7 +49,7 @@ bus::Answer bus::call(const char *service, const char *path, const char *interfa
 {
     QDBusMessage question = QDBusMessage::createMethodCall(latin1(service), latin1(path), latin1(interface), latin1(member));
     question.setArguments(arguments);
-    const QDBusMessage reply = QDBusConnection::systemBus().call(question, QDBus::Block, patience);
+    const QDBusMessage reply = QDBusConnection::systemBus().call(question, QDBus::Block, timeout);
     Answer answer;
     if (reply.type() == QDBusMessage::ReplyMessage) {
         answer.values = reply.arguments();

@@ -8,20 +8,15 @@
 #include "ownnetwork.h"
 #include "pngsize.h"
 #include "procnet.h"
+#include "protocol.h"
 #include "report.h"
 #include "text.h"
 
 #include <QtCore/QElapsedTimer>
 
 static const char wiredInterface[] = DEVICE_INTERFACE;
-static const char searchGroup[] = "239.255.255.250";
-static const char announcementGroup[] = "239.255.77.76";
-static const quint16 searchPort = 1900;
-static const quint16 announcementPort = 31416;
-static const quint16 httpPort = 8200;
-static const char descriptionPath[] = "/rootDesc.xml";
 static const char iconPath[] = DEVICE_ICON_PATH;
-static const int iconSize = 48; // points
+static const int iconSize = 48; // pixels
 static const int hearingTime = 11000; // ms: an announcement's ten seconds, and one more
 static const int progressPeriod = 500; // ms
 
@@ -66,7 +61,7 @@ private:
     void checkConnman();
     void readIdentity();
     void checkIdentity();
-    void checkPort(const char *what, const char *table, quint16 port, bool isTcp);
+    void checkPort(quint16 port, bool isTcp);
     void checkGroups();
     void checkAddresses();
     void checkAddress(const QStringList &there);
@@ -92,9 +87,9 @@ int Check::run()
     checkConnman();
     readIdentity();
     checkIdentity();
-    checkPort("UDP port 1900", "udp", searchPort, false);
-    checkPort("UDP port 31416", "udp", announcementPort, false);
-    checkPort("TCP port 8200", "tcp", httpPort, true);
+    checkPort(protocol::searchPort, false);
+    checkPort(protocol::announcementPort, false);
+    checkPort(protocol::httpPort, true);
     checkGroups();
     checkAddresses();
     checkDescription();
@@ -109,20 +104,20 @@ void Check::checkName()
     const bool isThere = bus::hasOwner(DEVICE_BUS_NAME);
     m_user = isThere ? bus::userOf(DEVICE_BUS_NAME) : -1;
     m_report.judge(isThere, "bus name " DEVICE_BUS_NAME,
-        isThere ? latin1("process %1 of user %2").arg(bus::processOf(DEVICE_BUS_NAME)).arg(ownnetwork::userName(m_user)) : latin1("nobody has it"),
+        isThere ? latin1("process %1 of user %2").arg(bus::processOf(DEVICE_BUS_NAME)).arg(ownnetwork::userName(m_user)) : latin1("has no owner on the bus"),
         latin1("the daemon has it on a healthy device; start it, and see why it ended: journalctl -t upnp"));
 }
 
 void Check::checkConfigurationService()
 {
     const bool isThere = bus::hasOwner(DEVICE_CONFIG_SERVICE);
-    m_report.judge(isThere, "configuration service", latin1(isThere ? DEVICE_CONFIG_SERVICE " is on the bus" : "nobody is " DEVICE_CONFIG_SERVICE),
+    m_report.judge(isThere, "configuration service", latin1(isThere ? DEVICE_CONFIG_SERVICE " is on the bus" : DEVICE_CONFIG_SERVICE " has no owner on the bus"),
         latin1("it has to be there before the daemon starts, which asks it once who the device is"));
 }
 
 void Check::checkConnman()
 {
-    if (bus::hasOwner("net.connman"))
+    if (bus::hasOwner(protocol::connmanName))
         m_report.right("connman", latin1("is on the bus"));
     else
         m_report.skipped("connman", latin1("is not on the bus; whatever configures the network has to call upnpvelornctl reconfigure"));
@@ -156,9 +151,10 @@ void Check::checkIdentity()
             .arg(hostname));
 }
 
-void Check::checkPort(const char *what, const char *table, quint16 port, bool isTcp)
+void Check::checkPort(quint16 port, bool isTcp)
 {
-    const QList<procnet::Socket> sockets = procnet::sockets(procnet::table(table));
+    const QByteArray what = (isTcp ? "TCP port " : "UDP port ") + QByteArray::number(port);
+    const QList<procnet::Socket> sockets = procnet::sockets(procnet::table(isTcp ? "tcp" : "udp"));
     QStringList seen;
     bool isDaemons = false;
     for (int i = 0; i < sockets.size(); ++i) {
@@ -168,7 +164,7 @@ void Check::checkPort(const char *what, const char *table, quint16 port, bool is
         isDaemons = isDaemons || (socket.user == m_user && socket.address == latin1("0.0.0.0"));
         seen += latin1("%1 of user %2").arg(socket.address, ownnetwork::userName(socket.user));
     }
-    m_report.judge(isDaemons, what, seen.isEmpty() ? latin1("nobody has it") : seen.join(latin1(", ")),
+    m_report.judge(isDaemons, what.constData(), seen.isEmpty() ? latin1("no socket is bound to it") : seen.join(latin1(", ")),
         latin1(isTcp ? "the daemon listens on 0.0.0.0 on a healthy device; another program must not have it: ss -ltnp"
                      : "the daemon has it on a healthy device; see who does not share it: ss -lunp"));
 }
@@ -183,17 +179,23 @@ static bool isJoined(const QMap<QString, QStringList> &groups, const QString &gr
     return i != groups.constEnd();
 }
 
+static QByteArray groupLine(const char *group)
+{
+    return QByteArray("group ") + group;
+}
+
 // The kernel does not say which program has joined a group. So this is looked at before this program joins one itself.
 void Check::checkGroups()
 {
     const QMap<QString, QStringList> groups = procnet::groups(procnet::table("igmp"));
-    const bool searches = isJoined(groups, latin1(searchGroup), latin1(wiredInterface));
-    m_report.judge(searches, "group 239.255.255.250", latin1(searches ? "joined on " DEVICE_INTERFACE : "not joined on " DEVICE_INTERFACE),
+    const bool searches = isJoined(groups, latin1(protocol::searchGroup), latin1(wiredInterface));
+    m_report.judge(searches, groupLine(protocol::searchGroup).constData(), latin1(searches ? "joined on " DEVICE_INTERFACE : "not joined on " DEVICE_INTERFACE),
         latin1("a healthy device has joined it; is " DEVICE_INTERFACE " up, with an address? It is tried again every 100 seconds"));
-    const bool announcements = isJoined(groups, latin1(announcementGroup), QString());
-    m_report.judge(announcements, "group 239.255.77.76", latin1(announcements ? "joined" : "not joined"),
-        latin1("a healthy device has joined it; there has to be a route for multicast: ip route get 239.255.77.76. It is tried again "
-               "every ten seconds"));
+    const bool announcements = isJoined(groups, latin1(protocol::announcementGroup), QString());
+    m_report.judge(announcements, groupLine(protocol::announcementGroup).constData(), latin1(announcements ? "joined" : "not joined"),
+        latin1("a healthy device has joined it; there has to be a route for multicast: ip route get %1. It is tried again "
+               "every ten seconds")
+            .arg(latin1(protocol::announcementGroup)));
 }
 
 void Check::checkAddresses()
@@ -232,11 +234,12 @@ QString Check::serverAddress() const
 void Check::checkDescription()
 {
     QString reason;
-    const QByteArray answer = httpGet(serverAddress(), httpPort, descriptionPath, &reason);
+    const QByteArray answer = httpGet(serverAddress(), protocol::httpPort, protocol::descriptionPath, &reason);
     const bool isRight = answer.startsWith("HTTP/1.1 200") && answer.contains("</root>");
-    m_report.judge(isRight, "description", isRight ? latin1("served at http://%1:8200/rootDesc.xml").arg(serverAddress()) : answer.isEmpty() ? latin1("not served: %1").arg(reason)
-                                                                                                                                             : latin1("the answer is ") + text::clean(text::fromBytes(answer.left(answer.indexOf('\r')))),
-        latin1("the daemon serves it at TCP port 8200 on a healthy device; does another program have the port? ss -ltnp"));
+    const QString url = latin1("http://%1:%2%3").arg(serverAddress(), QString::number(protocol::httpPort), latin1(protocol::descriptionPath));
+    m_report.judge(isRight, "description", isRight ? latin1("served at ") + url : answer.isEmpty() ? latin1("not served: %1").arg(reason)
+                                                                                                   : latin1("the answer is ") + text::clean(text::fromBytes(answer.left(answer.indexOf('\r')))),
+        latin1("the daemon serves it at TCP port %1 on a healthy device; does another program have the port? ss -ltnp").arg(protocol::httpPort));
 }
 
 static QString iconSeen(const QByteArray &answer, const QString &reason)
@@ -247,15 +250,15 @@ static QString iconSeen(const QByteArray &answer, const QString &reason)
         return latin1("not served: %1").arg(reason);
     if (!answer.startsWith("HTTP/1.1 200"))
         return latin1("not found");
-    return size.isPng ? latin1("a PNG of %1 by %2 points").arg(size.width).arg(size.height) : latin1("no PNG");
+    return size.isPng ? latin1("a PNG of %1 x %2 pixels").arg(size.width).arg(size.height) : latin1("no PNG");
 }
 
 void Check::checkIcon()
 {
     QString reason;
-    const QString seen = iconSeen(httpGet(serverAddress(), httpPort, iconPath, &reason), reason);
-    m_report.judge(seen == latin1("a PNG of %1 by %1 points").arg(iconSize), "icon", seen,
-        latin1("a healthy device has a PNG of 48 by 48 points at " DEVICE_ICON_FILE ", which %1 may read").arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
+    const QString seen = iconSeen(httpGet(serverAddress(), protocol::httpPort, iconPath, &reason), reason);
+    m_report.judge(seen == latin1("a PNG of %1 x %1 pixels").arg(iconSize), "icon", seen,
+        latin1("a healthy device has a PNG of %1 x %1 pixels at " DEVICE_ICON_FILE ", which %2 may read").arg(iconSize).arg(m_user == -1 ? latin1("the daemon") : ownnetwork::userName(m_user)));
 }
 
 void Check::checkList()
@@ -293,12 +296,15 @@ void Check::checkAnnouncement()
     AnnouncementListener listener;
     if (!listener.problem().isEmpty()) {
         m_report.wrong("announcement", latin1("cannot be listened for: %1").arg(listener.problem()),
-            latin1("there has to be a route for multicast (ip route get 239.255.77.76), and UDP port 31416 has to be shared"));
+            latin1("there has to be a route for multicast (ip route get %1), and UDP port %2 has to be shared")
+                .arg(latin1(protocol::announcementGroup))
+                .arg(protocol::announcementPort));
         return;
     }
     const bool isHeard = hearsItself(&listener);
-    m_report.judge(isHeard, "announcement", latin1(isHeard ? "heard" : "not heard in 11 seconds"),
-        latin1("a healthy device sends one every ten seconds; does a firewall let UDP port 31416 out and in?"));
+    m_report.judge(isHeard, "announcement", isHeard ? latin1("heard") : latin1("not heard in %1 seconds").arg(hearingTime / 1000),
+        latin1("a healthy device sends one every ten seconds; does a firewall let UDP port %1 out and in?")
+            .arg(protocol::announcementPort));
 }
 
 int checkDevice()

@@ -1,5 +1,7 @@
 #include "helptexts.h"
 
+#include "device.h"
+
 #include <QtCore/QString>
 
 static const char whole[]
@@ -33,7 +35,7 @@ static const struct
         "Usage: upnpvelornctl list [--family FAMILY] [--json]\n"
         "Prints one row for each device that the daemon has heard of within about a minute, this one included.\n"
         "\n"
-        "  --family FAMILY  only those of this family, such as Kelta\n"
+        "  --family FAMILY  only those of this family, such as " DEVICE_MODEL_NAME "\n"
         "  --json           one JSON object a line, for programs; see upnpvelornctl(1)" },
     { "show",
         "Usage: upnpvelornctl show UUID\n"

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 static const int maximalSize = 256 * 1024;
-static const struct timeval patience = { 3, 0 };
+static const struct timeval timeout = { 3, 0 };
 
 static QByteArray everythingFrom(int descriptor)
 {
@@ -27,8 +27,8 @@ static bool ask(int descriptor, const QString &address, quint16 port, const QByt
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     inet_pton(AF_INET, address.toLatin1().constData(), &to.sin_addr);
-    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
     return connect(descriptor, reinterpret_cast<const struct sockaddr *>(&to), sizeof to) == 0
         && send(descriptor, question.constData(), size_t(question.size()), MSG_NOSIGNAL) == question.size();
 }

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "device.h"
 #include "text.h"
 
 static const char *const commands[] = { "status", "list", "show", "monitor", "check", "announce", "reconfigure" };
@@ -87,9 +88,9 @@ bool Reader::readFamily(const QString &word)
 {
     const int equals = word.indexOf(QLatin1Char('='));
     if (equals == -1 && m_words.isEmpty())
-        return fail("--family needs a family, such as Kelta");
+        return fail("--family needs a family, such as " DEVICE_MODEL_NAME);
     m_options->family = equals == -1 ? m_words.takeFirst() : word.mid(equals + 1);
-    return !m_options->family.isEmpty() || fail("--family needs a family, such as Kelta");
+    return !m_options->family.isEmpty() || fail("--family needs a family, such as " DEVICE_MODEL_NAME);
 }
 
 bool Reader::readOperand(const QString &word)

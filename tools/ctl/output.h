@@ -3,8 +3,8 @@
 
 #include <QtCore/QString>
 
-// What the person in front sees. Everything is written in UTF-8; what strangers wrote has to be cleaned before (text.h). A
-// reader who has gone ends the program, by SIGPIPE.
+// Output for the user. Everything is written in UTF-8; what strangers wrote has to be cleaned before (text.h). A closed pipe
+// ends the program, by SIGPIPE.
 namespace output
 {
 

@@ -6,7 +6,7 @@
 struct PngSize
 {
     bool isPng;
-    quint32 width; // points
+    quint32 width; // pixels
     quint32 height;
 };
 

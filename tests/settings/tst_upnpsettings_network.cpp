@@ -1,6 +1,3 @@
-// UpnpSettings as it follows the network: eth0, the configuration service and connman.
-#include "upnpsettings.h"
-
 #include "bytes.h"
 #include "caughtlog.h"
 #include "dbustypes.h"
@@ -8,6 +5,8 @@
 #include "fakefwconfig.h"
 #include "network.h"
 #include "qtversions.h"
+#include "settingstest.h"
+#include "upnpsettings.h"
 #include "waitfor.h"
 
 #include <QtCore/QScopedPointer>
@@ -15,65 +14,21 @@
 #include <QtDBus/QDBusMessage>
 #include <QtTest/QtTest>
 
-// Writes down each signal of the settings together with the network values at that moment.
-class Listener : public QObject
+static QString networkOf(const UpnpSettings &settings)
+{
+    return (QStringList() << settings.getAddressStr() << settings.getAutoipAddressStr() << settings.getGateway().toString() << settings.getNetworkConfigMethod()).join(text("|"));
+}
+
+// How the settings follow the network: eth0, the configuration service and connman.
+class TestUpnpSettingsNetwork : public SettingsTest
 {
     Q_OBJECT
 
-public:
-    explicit Listener(UpnpSettings *sender)
-        : speaks(false)
-        , settings(sender)
-    {
-        connect(settings, SIGNAL(aboutToChange()), this, SLOT(aboutToChange()));
-        connect(settings, SIGNAL(changed()), this, SLOT(changed()));
-        connect(settings, SIGNAL(networkReady()), this, SLOT(networkReady()));
-    }
-
-    static QString state(const UpnpSettings &s)
-    {
-        return (QStringList() << s.getAddressStr() << s.getAutoipAddressStr() << s.getGateway().toString() << s.getNetworkConfigMethod()).join(text("|"));
-    }
-
-    QStringList seen;
-    bool speaks; // of the signals, in the log
-
-public slots:
-    void aboutToChange()
-    {
-        seen << text("aboutToChange ") + state(*settings);
-        speak("heard aboutToChange()");
-    }
-    void changed()
-    {
-        seen << text("changed ") + state(*settings);
-        speak("heard changed()");
-    }
-    void networkReady()
-    {
-        seen << text("networkReady");
-        speak("heard networkReady()");
-    }
-
-private:
-    void speak(const char *line)
-    {
-        if (speaks)
-            qDebug("%s", line);
-    }
-
-    UpnpSettings *settings;
-};
-
-class TestNetworkState : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
+protected slots:
     void init();
     void cleanup();
 
+private slots:
     void queryHasTwoArguments();
     void configureIpTellsOnlyThatItChanged();
     void configureIpLogsTheAddressAfterTheSignal();
@@ -119,11 +74,9 @@ private slots:
 private:
     void makeSettings();
     bool allSignalsArrived();
-    QString state() const { return Listener::state(*m_settings); }
+    QString state() const { return networkOf(*m_settings); }
 
-    QScopedPointer<FakeFwConfig> m_service;
     QScopedPointer<FakeConnman> m_connman;
-    QScopedPointer<UpnpSettings> m_settings;
     QScopedPointer<Listener> m_listener;
 };
 
@@ -151,44 +104,36 @@ static QVariantMap ipv4(const char *method, const char *address, const char *gat
 
 static const char getAll[] = "/network GetAll com.zorv.fwconfig.network local.NetworkInterface";
 
-void TestNetworkState::initTestCase()
+void TestUpnpSettingsNetwork::init()
 {
-    registerDbusTypes();
-}
-
-void TestNetworkState::init()
-{
-    QVERIFY(network::reset());
-    m_service.reset(new FakeFwConfig);
-    m_service->answer("/systemvariables get UUID", text("abc"));
-    m_service->start();
+    SettingsTest::init();
     m_connman.reset(new FakeConnman);
 }
 
-void TestNetworkState::cleanup()
+void TestUpnpSettingsNetwork::cleanup()
 {
     m_listener.reset();
     m_settings.reset();
     m_connman.reset();
-    m_service.reset();
+    SettingsTest::cleanup();
 }
 
 // With the address of eth0, the link-local address 169.254.1.1, the gateway 10.77.0.1 and the method "dhcp".
-void TestNetworkState::makeSettings()
+void TestUpnpSettingsNetwork::makeSettings()
 {
     m_service->answerNetwork(configuration(true, text("10.77.0.1")));
     CaughtLog log;
-    m_settings.reset(new UpnpSettings("Zorv", "http://www.zorv.example", "Kelta", "Kelta", "http://www.zorv.example/kelta", nullptr));
+    SettingsTest::makeSettings();
     QVERIFY(network::ip("address add 169.254.1.1/16 dev eth0"));
     m_settings->configureIp();
     QVERIFY(network::ip("address del 169.254.1.1/16 dev eth0"));
     QCOMPARE(state(), text("10.77.0.2|169.254.1.1|10.77.0.1|dhcp"));
-    m_listener.reset(new Listener(m_settings.data()));
+    m_listener.reset(new Listener(m_settings.data(), networkOf));
     m_service->forgetCalls();
 }
 
 // A last signal was sent and seen, so that everything sent before has been seen, too.
-bool TestNetworkState::allSignalsArrived()
+bool TestUpnpSettingsNetwork::allSignalsArrived()
 {
     m_connman->propertyChanged("State", text("ready"));
     if (!waitFor([this] { return !m_listener->seen.isEmpty() && m_listener->seen.last() == text("networkReady"); }))
@@ -197,14 +142,14 @@ bool TestNetworkState::allSignalsArrived()
     return true;
 }
 
-void TestNetworkState::queryHasTwoArguments()
+void TestUpnpSettingsNetwork::queryHasTwoArguments()
 {
     makeSettings();
     m_settings->configureIp();
     QCOMPARE(m_service->calls(), QStringList(text(getAll)));
 }
 
-void TestNetworkState::configureIpTellsOnlyThatItChanged()
+void TestUpnpSettingsNetwork::configureIpTellsOnlyThatItChanged()
 {
     makeSettings();
     m_service->answerNetwork(configuration(false, text("10.77.0.9")));
@@ -212,7 +157,7 @@ void TestNetworkState::configureIpTellsOnlyThatItChanged()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.2|169.254.1.1|10.77.0.9|static")));
 }
 
-void TestNetworkState::configureIpLogsTheAddressAfterTheSignal()
+void TestUpnpSettingsNetwork::configureIpLogsTheAddressAfterTheSignal()
 {
     makeSettings();
     CaughtLog log;
@@ -221,7 +166,7 @@ void TestNetworkState::configureIpLogsTheAddressAfterTheSignal()
     QCOMPARE(log.lines(), QStringList() << text("debug: heard changed()") << text("debug: ip: \"10.77.0.2\""));
 }
 
-void TestNetworkState::methodAndGatewayComeFromTheService_data()
+void TestUpnpSettingsNetwork::methodAndGatewayComeFromTheService_data()
 {
     QTest::addColumn<QVariantMap>("configured");
     QTest::addColumn<QString>("gatewayAndMethod");
@@ -244,7 +189,7 @@ void TestNetworkState::methodAndGatewayComeFromTheService_data()
     QTest::newRow("nothing") << QVariantMap() << text("10.77.0.1|dhcp");
 }
 
-void TestNetworkState::methodAndGatewayComeFromTheService()
+void TestUpnpSettingsNetwork::methodAndGatewayComeFromTheService()
 {
     QFETCH(QVariantMap, configured);
     QFETCH(QString, gatewayAndMethod);
@@ -254,7 +199,7 @@ void TestNetworkState::methodAndGatewayComeFromTheService()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.2|169.254.1.1|") + gatewayAndMethod));
 }
 
-void TestNetworkState::invalidRepliesLeaveMethodAndGateway_data()
+void TestUpnpSettingsNetwork::invalidRepliesLeaveMethodAndGateway_data()
 {
     QTest::addColumn<QVariantList>("reply");
 
@@ -269,7 +214,7 @@ void TestNetworkState::invalidRepliesLeaveMethodAndGateway_data()
     QTest::newRow("structure") << (QVariantList() << QVariant::fromValue(pair));
 }
 
-void TestNetworkState::invalidRepliesLeaveMethodAndGateway()
+void TestUpnpSettingsNetwork::invalidRepliesLeaveMethodAndGateway()
 {
     QFETCH(QVariantList, reply);
     makeSettings();
@@ -282,7 +227,7 @@ void TestNetworkState::invalidRepliesLeaveMethodAndGateway()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.4|169.254.1.1|10.77.0.1|dhcp")));
 }
 
-void TestNetworkState::missingServiceLeavesMethodAndGateway()
+void TestUpnpSettingsNetwork::missingServiceLeavesMethodAndGateway()
 {
     makeSettings();
     m_service->stop();
@@ -290,7 +235,7 @@ void TestNetworkState::missingServiceLeavesMethodAndGateway()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.2|169.254.1.1|10.77.0.1|dhcp")));
 }
 
-void TestNetworkState::regularAndLinkLocalAddressesAreToldApart()
+void TestUpnpSettingsNetwork::regularAndLinkLocalAddressesAreToldApart()
 {
     makeSettings();
     QVERIFY(network::ip("address flush dev eth0"));
@@ -300,7 +245,7 @@ void TestNetworkState::regularAndLinkLocalAddressesAreToldApart()
     QCOMPARE(state(), text("10.77.0.7|169.254.3.4|10.77.0.1|dhcp"));
 }
 
-void TestNetworkState::lastAddressOfEachKindWins()
+void TestUpnpSettingsNetwork::lastAddressOfEachKindWins()
 {
     makeSettings();
     QVERIFY(network::ip("address flush dev eth0"));
@@ -312,7 +257,7 @@ void TestNetworkState::lastAddressOfEachKindWins()
     QCOMPARE(state(), text("10.77.0.6|169.254.3.5|10.77.0.1|dhcp"));
 }
 
-void TestNetworkState::onlyAddressCountsAsTheRegularOne_data()
+void TestUpnpSettingsNetwork::onlyAddressCountsAsTheRegularOne_data()
 {
     QTest::addColumn<QString>("address");
     QTest::addColumn<QString>("command");
@@ -321,7 +266,7 @@ void TestNetworkState::onlyAddressCountsAsTheRegularOne_data()
     QTest::newRow("IPv6") << text("fd00:77::2") << text("-6 address add fd00:77::2/64 dev eth0 nodad");
 }
 
-void TestNetworkState::onlyAddressCountsAsTheRegularOne()
+void TestUpnpSettingsNetwork::onlyAddressCountsAsTheRegularOne()
 {
     QFETCH(QString, address);
     QFETCH(QString, command);
@@ -334,7 +279,7 @@ void TestNetworkState::onlyAddressCountsAsTheRegularOne()
     QCOMPARE(state().toLower(), address + text("|169.254.1.1|10.77.0.1|dhcp"));
 }
 
-void TestNetworkState::linkLocalAddressNeedsTheSecondPointOnTheInterface()
+void TestUpnpSettingsNetwork::linkLocalAddressNeedsTheSecondPointOnTheInterface()
 {
     makeSettings();
     QVERIFY(network::ip("address flush dev eth0"));
@@ -344,7 +289,7 @@ void TestNetworkState::linkLocalAddressNeedsTheSecondPointOnTheInterface()
     QCOMPARE(state(), text("169.25.4.1|169.254.1.1|10.77.0.1|dhcp"));
 }
 
-void TestNetworkState::interfaceWithoutAddressesKeepsTheOldOnes()
+void TestUpnpSettingsNetwork::interfaceWithoutAddressesKeepsTheOldOnes()
 {
     makeSettings();
     QVERIFY(network::ip("address flush dev eth0"));
@@ -352,7 +297,7 @@ void TestNetworkState::interfaceWithoutAddressesKeepsTheOldOnes()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.2|169.254.1.1|10.77.0.1|dhcp")));
 }
 
-void TestNetworkState::missingInterfaceKeepsTheOldAddresses()
+void TestUpnpSettingsNetwork::missingInterfaceKeepsTheOldAddresses()
 {
     makeSettings();
     QVERIFY(network::ip("link set eth0 down"));
@@ -362,7 +307,7 @@ void TestNetworkState::missingInterfaceKeepsTheOldAddresses()
     QCOMPARE(m_listener->seen, QStringList(text("changed 10.77.0.2|169.254.1.1|10.77.0.1|dhcp")));
 }
 
-void TestNetworkState::serviceComingBackIsAskedAgain()
+void TestUpnpSettingsNetwork::serviceComingBackIsAskedAgain()
 {
     makeSettings();
     m_service->stop();
@@ -373,7 +318,7 @@ void TestNetworkState::serviceComingBackIsAskedAgain()
     QCOMPARE(m_service->calls(), QStringList(text(getAll)));
 }
 
-void TestNetworkState::onlyTheConfigurationServiceStartsAQuery()
+void TestUpnpSettingsNetwork::onlyTheConfigurationServiceStartsAQuery()
 {
     makeSettings();
     const char *const others[] = { "net.connman", "", "com.zorv.fwconfig2", "com.zorv.FWCONFIG", "com.zorv" };
@@ -386,7 +331,7 @@ void TestNetworkState::onlyTheConfigurationServiceStartsAQuery()
     QCOMPARE(m_service->calls(), QStringList(text(getAll)));
 }
 
-void TestNetworkState::onlyReadyMakesTheNetworkReady_data()
+void TestUpnpSettingsNetwork::onlyReadyMakesTheNetworkReady_data()
 {
     QTest::addColumn<QString>("connmanState");
 
@@ -402,7 +347,7 @@ void TestNetworkState::onlyReadyMakesTheNetworkReady_data()
     QTest::newRow("empty") << text("");
 }
 
-void TestNetworkState::onlyReadyMakesTheNetworkReady()
+void TestUpnpSettingsNetwork::onlyReadyMakesTheNetworkReady()
 {
     QFETCH(QString, connmanState);
     makeSettings();
@@ -413,7 +358,7 @@ void TestNetworkState::onlyReadyMakesTheNetworkReady()
     QCOMPARE(log.lines(), QStringList(text("debug: network ready")));
 }
 
-void TestNetworkState::everyReadyIsTold()
+void TestUpnpSettingsNetwork::everyReadyIsTold()
 {
     makeSettings();
     CaughtLog log;
@@ -424,7 +369,7 @@ void TestNetworkState::everyReadyIsTold()
     QCOMPARE(log.lines(), QStringList() << text("debug: network ready") << text("debug: network ready"));
 }
 
-void TestNetworkState::readyIsLoggedAfterTheSignal()
+void TestUpnpSettingsNetwork::readyIsLoggedAfterTheSignal()
 {
     makeSettings();
     CaughtLog log;
@@ -433,7 +378,7 @@ void TestNetworkState::readyIsLoggedAfterTheSignal()
     QCOMPARE(log.lines(), QStringList() << text("debug: heard networkReady()") << text("debug: network ready"));
 }
 
-void TestNetworkState::ipv4ChangeIsLoggedBetweenTheSignals()
+void TestUpnpSettingsNetwork::ipv4ChangeIsLoggedBetweenTheSignals()
 {
     makeSettings();
     CaughtLog log;
@@ -443,7 +388,7 @@ void TestNetworkState::ipv4ChangeIsLoggedBetweenTheSignals()
     QCOMPARE(log.lines(), QStringList() << text("debug: heard aboutToChange()") << text("debug: config method: \"dhcp\"") << text("debug: ip: \"10.0.0.5\"") << text("debug: gateway: \"10.0.0.5\"") << text("debug: heard changed()"));
 }
 
-void TestNetworkState::ipv4ChangeIsToldBeforeAndAfter()
+void TestUpnpSettingsNetwork::ipv4ChangeIsToldBeforeAndAfter()
 {
     makeSettings();
     m_connman->propertyChanged("IPv4", ipv4("manual", "10.0.0.5", "10.0.0.1"));
@@ -451,7 +396,7 @@ void TestNetworkState::ipv4ChangeIsToldBeforeAndAfter()
     QCOMPARE(m_listener->seen, QStringList() << text("aboutToChange 10.77.0.2|169.254.1.1|10.77.0.1|dhcp") << text("changed 10.0.0.5|169.254.1.1|10.0.0.1|manual"));
 }
 
-void TestNetworkState::logOfAnIpv4ChangeShowsTheAddressAsGateway()
+void TestUpnpSettingsNetwork::logOfAnIpv4ChangeShowsTheAddressAsGateway()
 {
     makeSettings();
     CaughtLog log;
@@ -461,7 +406,7 @@ void TestNetworkState::logOfAnIpv4ChangeShowsTheAddressAsGateway()
     QCOMPARE(m_settings->getGateway(), QHostAddress(text("10.0.0.1")));
 }
 
-void TestNetworkState::linkLocalAddressOfConnmanLeavesTheRegularOne()
+void TestUpnpSettingsNetwork::linkLocalAddressOfConnmanLeavesTheRegularOne()
 {
     makeSettings();
     CaughtLog log;
@@ -471,7 +416,7 @@ void TestNetworkState::linkLocalAddressOfConnmanLeavesTheRegularOne()
     QCOMPARE(log.lines(), QStringList() << text("debug: config method: \"auto\"") << text("debug: ip: \"10.77.0.2\"") << text("debug: gateway: \"10.77.0.2\"") << text("debug: network ready"));
 }
 
-void TestNetworkState::prefixOfConnmanHasNoSecondPoint()
+void TestUpnpSettingsNetwork::prefixOfConnmanHasNoSecondPoint()
 {
     makeSettings();
     // No address at all, but one that begins like a link-local one.
@@ -480,7 +425,7 @@ void TestNetworkState::prefixOfConnmanHasNoSecondPoint()
     QCOMPARE(state(), text("10.77.0.2|||auto"));
 }
 
-void TestNetworkState::emptyDictionaryClearsEverythingButTheLinkLocalAddress()
+void TestUpnpSettingsNetwork::emptyDictionaryClearsEverythingButTheLinkLocalAddress()
 {
     makeSettings();
     CaughtLog log;
@@ -492,7 +437,7 @@ void TestNetworkState::emptyDictionaryClearsEverythingButTheLinkLocalAddress()
     QCOMPARE(log.lines(), QStringList() << text("debug: config method: \"\"") << text("debug: ip: \"\"") << text("debug: gateway: \"\"") << text("debug: network ready"));
 }
 
-void TestNetworkState::missingEntriesReadAsEmptyTexts_data()
+void TestUpnpSettingsNetwork::missingEntriesReadAsEmptyTexts_data()
 {
     QTest::addColumn<QVariantMap>("value");
     QTest::addColumn<QString>("after");
@@ -509,7 +454,7 @@ void TestNetworkState::missingEntriesReadAsEmptyTexts_data()
     QTest::newRow("others beside them") << others << text("10.0.0.5|169.254.1.1|10.0.0.1|fixed");
 }
 
-void TestNetworkState::missingEntriesReadAsEmptyTexts()
+void TestUpnpSettingsNetwork::missingEntriesReadAsEmptyTexts()
 {
     QFETCH(QVariantMap, value);
     QFETCH(QString, after);
@@ -519,7 +464,7 @@ void TestNetworkState::missingEntriesReadAsEmptyTexts()
     QCOMPARE(state(), after);
 }
 
-void TestNetworkState::badAddressesOfConnmanAreNull()
+void TestUpnpSettingsNetwork::badAddressesOfConnmanAreNull()
 {
     makeSettings();
     m_connman->propertyChanged("IPv4", ipv4("dhcp", "10.5", "0x10.1.1.1"));
@@ -527,7 +472,7 @@ void TestNetworkState::badAddressesOfConnmanAreNull()
     QCOMPARE(state(), text("|169.254.1.1||dhcp"));
 }
 
-void TestNetworkState::lastServiceToReportWins()
+void TestUpnpSettingsNetwork::lastServiceToReportWins()
 {
     makeSettings();
     m_connman->propertyChanged("IPv4", ipv4("dhcp", "10.0.0.5", "10.0.0.1"), "/net/connman/service/ethernet");
@@ -537,7 +482,7 @@ void TestNetworkState::lastServiceToReportWins()
     QCOMPARE(state(), text("10.9.0.5|169.254.1.1|10.9.0.1|manual"));
 }
 
-void TestNetworkState::otherPropertiesAreIgnored_data()
+void TestUpnpSettingsNetwork::otherPropertiesAreIgnored_data()
 {
     QTest::addColumn<QByteArray>("name");
 
@@ -548,7 +493,7 @@ void TestNetworkState::otherPropertiesAreIgnored_data()
     QTest::newRow("empty") << QByteArray("");
 }
 
-void TestNetworkState::otherPropertiesAreIgnored()
+void TestUpnpSettingsNetwork::otherPropertiesAreIgnored()
 {
     QFETCH(QByteArray, name);
     makeSettings();
@@ -582,7 +527,7 @@ static void addValuesOfOtherTypes()
     QTest::newRow("ready in a variant in a variant") << QVariant::fromValue(QDBusVariant(text("ready")));
 }
 
-void TestNetworkState::valuesOfOtherTypesReadAsEmpty_data()
+void TestUpnpSettingsNetwork::valuesOfOtherTypesReadAsEmpty_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("after");
@@ -590,7 +535,7 @@ void TestNetworkState::valuesOfOtherTypesReadAsEmpty_data()
     addValuesOfOtherTypes();
 }
 
-void TestNetworkState::valuesOfOtherTypesReadAsEmpty()
+void TestUpnpSettingsNetwork::valuesOfOtherTypesReadAsEmpty()
 {
     QFETCH(QVariant, value);
     makeSettings();
@@ -599,7 +544,7 @@ void TestNetworkState::valuesOfOtherTypesReadAsEmpty()
     QCOMPARE(m_listener->seen, QStringList() << text("aboutToChange 10.77.0.2|169.254.1.1|10.77.0.1|dhcp") << text("changed |169.254.1.1||"));
 }
 
-void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered_data()
+void TestUpnpSettingsNetwork::signalsOfOtherSignaturesAreNotDelivered_data()
 {
     QTest::addColumn<QVariantList>("arguments");
 
@@ -613,7 +558,7 @@ void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered_data()
     QTest::newRow("dictionary for a name") << (QVariantList() << ipv4("dhcp", "10.0.0.5", "10.0.0.1") << QVariant::fromValue(QDBusVariant(text("ready"))));
 }
 
-void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered()
+void TestUpnpSettingsNetwork::signalsOfOtherSignaturesAreNotDelivered()
 {
     QFETCH(QVariantList, arguments);
     makeSettings();
@@ -623,14 +568,14 @@ void TestNetworkState::signalsOfOtherSignaturesAreNotDelivered()
     QCOMPARE(state(), text("10.77.0.2|169.254.1.1|10.77.0.1|dhcp"));
 }
 
-void TestNetworkState::statesOfOtherTypesAreIgnored_data()
+void TestUpnpSettingsNetwork::statesOfOtherTypesAreIgnored_data()
 {
     QTest::addColumn<QVariant>("value");
 
     addValuesOfOtherTypes();
 }
 
-void TestNetworkState::statesOfOtherTypesAreIgnored()
+void TestUpnpSettingsNetwork::statesOfOtherTypesAreIgnored()
 {
     QFETCH(QVariant, value);
     makeSettings();
@@ -639,7 +584,7 @@ void TestNetworkState::statesOfOtherTypesAreIgnored()
     QCOMPARE(m_listener->seen, QStringList());
 }
 
-void TestNetworkState::signalsOfOtherServicesAreNotDelivered()
+void TestUpnpSettingsNetwork::signalsOfOtherServicesAreNotDelivered()
 {
     makeSettings();
     QDBusMessage signal = QDBusMessage::createSignal(text("/net/connman/service/ethernet"), text("net.connman.Service"), text("PropertyChanged"));
@@ -649,6 +594,6 @@ void TestNetworkState::signalsOfOtherServicesAreNotDelivered()
     QCOMPARE(m_listener->seen, QStringList());
 }
 
-QTEST_MAIN(TestNetworkState)
+QTEST_MAIN(TestUpnpSettingsNetwork)
 
-#include "tst_networkstate.moc"
+#include "tst_upnpsettings_network.moc"
