@@ -11,6 +11,7 @@
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -89,6 +90,7 @@ private slots:
     void restartedLogIsFoundAgain();
     void logThatNobodyReadsLosesMessages();
     void streamLogGetsZeroBytesBetweenLines();
+    void streamLogThatGoesAwayEndsNothing();
     void socketSendsTheBytesAsTheyAre();
     void lineLongerThanADatagramIsLostAlone();
     // The last one: the process's own log cannot be opened up again.
@@ -326,6 +328,22 @@ void TestKeltalog::streamLogGetsZeroBytesBetweenLines()
     socket.send("<180>first");
     socket.send("<180>second");
     QCOMPARE(daemon.next(), QByteArray("<180>first\0<180>second\0", 23));
+}
+
+void TestKeltalog::streamLogThatGoesAwayEndsNothing()
+{
+    signal(SIGPIPE, SIG_DFL);
+    SyslogSocket socket;
+    {
+        LogDaemon daemon(SOCK_STREAM);
+        socket.send("<180>first");
+        QCOMPARE(daemon.next(), QByteArray("<180>first\0", 11));
+    }
+    socket.send("<180>lost");
+    socket.send("<180>lost");
+    LogDaemon daemon(SOCK_STREAM);
+    socket.send("<180>next");
+    QCOMPARE(daemon.next(), QByteArray("<180>next\0", 10));
 }
 
 void TestKeltalog::socketSendsTheBytesAsTheyAre()
