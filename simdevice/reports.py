@@ -1,4 +1,4 @@
-"""What the PC hears, as lines for the person in front of it: repetitions are counted and told of in one line."""
+"""What the PC hears, as lines to read: repetitions are counted and shown in one line."""
 
 import time
 

@@ -1,4 +1,4 @@
-"""What the person in front of a demonstration sees.
+"""What somebody who watches a demonstration sees.
 
 On a terminal: lines that stay, and below them a part that is redrawn. Elsewhere (a pipe, a file): plain lines, and
 the lower part only when it has changed.

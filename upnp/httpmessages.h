@@ -15,7 +15,7 @@ struct Request
 };
 
 // The first two words of a request line, which ends at its first zero byte. Any run of blanks, carriage returns
-// and line feeds parts the words; a tab does not. A missing word is empty.
+// and line feeds separates the words; a tab does not. A missing word is empty.
 Request parseRequestLine(const QByteArray &line);
 
 // Whether these last bytes of a request end with an empty line, and so the request. If not, more of it may come.

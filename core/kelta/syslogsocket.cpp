@@ -38,7 +38,7 @@ void SyslogSocket::send(const QByteArray &line)
 // False when the connection is of no more use; a full queue is no reason to connect anew.
 bool SyslogSocket::trySend(const QByteArray &line)
 {
-    // On a stream the terminating zero parts the lines.
+    // On a stream the terminating zero separates the lines.
     const size_t length = size_t(line.size()) + (m_isStream ? 1 : 0);
     return ::send(m_descriptor, line.constData(), length, MSG_NOSIGNAL | MSG_DONTWAIT) != -1
         || errno == EAGAIN || errno == ENOBUFS || errno == EMSGSIZE;

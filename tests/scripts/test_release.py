@@ -38,6 +38,10 @@ class Repository:
         self.git("commit", "--quiet", "--message", file)
 
     @property
+    def commits(self) -> list:
+        return self.release.output_of("git", "log", "--reverse", "--format=%H").splitlines()
+
+    @property
     def results(self) -> list:
         return [(run.suite, run.result) for run in self.release.recorded()]
 
@@ -86,6 +90,18 @@ def test_a_run_counts_for_its_commit_only(repository):
     assert here.release.run_suites([]) and here.release.check_record()
     here.commit("releases/note", "more about it")
     assert here.release.check_record()
+    here.commit("main.cpp", "int main() {}")
+    assert not here.release.check_record()
+
+
+def test_a_review_of_the_mutation_sample_counts_for_the_same_sample(repository):
+    here = repository(mutation="test -f tests/mutation/equivalents.txt && cat built; echo {seed} > built; test -f tests/mutation/equivalents.txt")
+    assert not here.release.run_suites([])
+    (here.folder / "tests/mutation").mkdir(parents=True)
+    here.commit("tests/mutation/equivalents.txt", "reviewed")
+    assert here.release.run_suites([])
+    seeds = [path.read_text() for path in here.release.CACHE.glob("*/built")]
+    assert len(seeds) == 1 and (here.release.CACHE / f"{here.commits[-1][:12]}-mutation.log").read_text() == seeds[0]
     here.commit("main.cpp", "int main() {}")
     assert not here.release.check_record()
 
