@@ -9,7 +9,6 @@
 #include "fwconfigglobals.h"
 #include "interfaces.h"
 
-#include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusPendingReply>
@@ -23,20 +22,13 @@ static QDBusPendingReply<QVariantMap> askForNetworkConfiguration()
     return QDBusConnection::systemBus().call(getAll);
 }
 
-static QVariantMap mapFromReply(const QVariant &argument)
-{
-    if (argument.userType() == qMetaTypeId<QDBusArgument>())
-        return mapFromArgument(argument);
-    return argument.toMap();
-}
-
 // Meant: no aboutToChange() here, other than on connman's way (tst_upnpsettings_network).
 void UpnpSettings::configureIp()
 {
     const QDBusPendingReply<QVariantMap> reply = askForNetworkConfiguration();
     readInterfaceAddresses();
     if (reply.isValid())
-        applyNetworkConfiguration(mapFromReply(reply.argumentAt(0)));
+        applyNetworkConfiguration(mapFromArgument(reply.argumentAt(0)));
     emit changed();
     debugMessage() << "ip:" << address.toString();
 }

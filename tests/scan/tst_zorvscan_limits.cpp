@@ -63,8 +63,10 @@ void TestZorvScanLimits::roomForAnnouncementsIsUsedToTheLastByte()
     const QByteArray another = QByteArray::number(room - 400 - large);
     loopback.feed(scan, ofSize(another, large - 5));
     QCOMPARE(textSizeOf(scan), room - 5);
+    QCOMPARE(scan.counts().withoutRoom, Q_UINT64_C(1));
     loopback.feed(scan, ofSize(known, large + 6));
     QCOMPARE(textSizeOf(scan), room - 5);
+    QCOMPARE(scan.counts().withoutRoom, Q_UINT64_C(2));
     loopback.feed(scan, ofSize(known, large + 5));
     QCOMPARE(textSizeOf(scan), room);
 

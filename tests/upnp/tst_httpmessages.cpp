@@ -29,6 +29,7 @@ private slots:
 
     void requestEndsWithAnEmptyLine_data();
     void requestEndsWithAnEmptyLine();
+    void whatIsBeforeTheBytesIsNoPartOfTheRequest();
 };
 
 void TestHttpMessages::descriptionHeaderHasItsBytes()
@@ -142,6 +143,17 @@ void TestHttpMessages::requestEndsWithAnEmptyLine()
     const QByteArray more = bytes + "\n\nx";
     QTEST(http::isRequestEnd(more.constData(), bytes.size()), "isEnd");
     QTEST(http::isRequestEnd((bytes + 'x').constData(), bytes.size()), "isEnd");
+}
+
+void TestHttpMessages::whatIsBeforeTheBytesIsNoPartOfTheRequest()
+{
+    const char bytes[] = "\n\r\n\n";
+    QVERIFY(http::isRequestEnd(bytes, 3));
+    QVERIFY(!http::isRequestEnd(bytes + 1, 2));
+    QVERIFY(!http::isRequestEnd(bytes + 2, 1));
+    QVERIFY(!http::isRequestEnd(bytes + 3, 1));
+    QVERIFY(!http::isRequestEnd(bytes + 4, 0));
+    QVERIFY(http::isRequestEnd(bytes + 2, 2));
 }
 
 QTEST_APPLESS_MAIN(TestHttpMessages)
