@@ -11,6 +11,7 @@
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -91,6 +92,7 @@ private slots:
     void logThatNobodyReadsLosesMessages();
     void streamLogGetsZeroBytesBetweenLines();
     void streamLogThatGoesAwayEndsNothing();
+    void socketWithoutALogLeavesOtherDescriptorsAlone();
     void socketSendsTheBytesAsTheyAre();
     void lineLongerThanADatagramIsLostAlone();
     // The last one: the process's own log cannot be opened up again.
@@ -344,6 +346,20 @@ void TestKeltalog::streamLogThatGoesAwayEndsNothing()
     LogDaemon daemon(SOCK_STREAM);
     socket.send("<180>next");
     QCOMPARE(daemon.next(), QByteArray("<180>next\0", 10));
+}
+
+void TestKeltalog::socketWithoutALogLeavesOtherDescriptorsAlone()
+{
+    const int null = open("/dev/null", O_RDONLY);
+    QCOMPARE(dup2(null, STDIN_FILENO), STDIN_FILENO);
+    {
+        SyslogSocket unused;
+        SyslogSocket socket;
+        socket.send("<180>lost");
+        socket.send("<180>lost");
+    }
+    QVERIFY(fcntl(STDIN_FILENO, F_GETFD) != -1);
+    close(null);
 }
 
 void TestKeltalog::socketSendsTheBytesAsTheyAre()

@@ -4,6 +4,7 @@ import contextlib
 import os
 import socket
 
+from simdevice.bus import DRIVER
 from simdevice.device import BUS_NAME
 from simdevice.waiting import wait_for
 from texts import DESCRIPTION
@@ -77,6 +78,9 @@ def test_it_waits_for_the_configuration_service_and_so_keeps_its_identity(device
     bring_back(device, fwconfig=False)
     looks = device.bus.monitor("type='method_call',member='NameHasOwner'")
     wait_for(lambda: len(looks.calls()) >= 2, what="it has looked for the service twice", seen=looks.calls)
+    connections = len(device.bus.call(*DRIVER, "ListNames"))
+    wait_for(lambda: len(looks.calls()) >= 4, what="it has looked for it two more times", seen=looks.calls)
+    assert len(device.bus.call(*DRIVER, "ListNames")) <= connections + 1  # one, while it looks
     serves(device, peer)
     assert not device.bus.owner(BUS_NAME)
     device.fwconfig.start()
