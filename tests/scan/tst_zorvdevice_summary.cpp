@@ -245,6 +245,9 @@ void TestZorvDeviceSummary::roomIsGivenBackOnceHoweverOftenTheTextChanges()
     m_device->value(text("params/device/name"));
     for (int time = 0; time < 100; ++time)
         m_device->update(named("n"));
+    m_device->update("[" + QByteArray(60000, ' ') + "]"); // it holds no values: nothing is kept of it
+    for (int time = 0; time < 100; ++time)
+        m_device->value(text("params/device/name"));
 
     int summaries = 0;
     int values = 0;

@@ -65,6 +65,8 @@ private slots:
     void requestsOfEverySizeAreServed_data();
     void requestsOfEverySizeAreServed();
     void whatStandsBehindTheLargestShortRequestResetsNothing();
+    void headersThatComeAfterTheAnswerResetNothing_data();
+    void headersThatComeAfterTheAnswerResetNothing();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
     void requestsWithoutAnEndLeaveDescriptorsFree();
     void takenPortGoesUnnoticed();
@@ -502,6 +504,30 @@ void TestUpnpHttp::whatStandsBehindTheLargestShortRequestResetsNothing()
         QVERIFY(peer.readToEnd());
         QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
     }
+}
+
+void TestUpnpHttp::headersThatComeAfterTheAnswerResetNothing_data()
+{
+    QTest::addColumn<QByteArray>("beginning");
+    QTest::newRow("first line in one piece") << QByteArray();
+    QTest::newRow("first line in two pieces") << QByteArray("GET /rootD");
+}
+
+void TestUpnpHttp::headersThatComeAfterTheAnswerResetNothing()
+{
+    QFETCH(QByteArray, beginning);
+    Peer peer;
+    QVERIFY(peer.send(beginning));
+    QVERIFY(isSilentAndOpen(&peer));
+    QVERIFY(peer.send(QByteArray("GET /rootDesc.xml HTTP/1.1\r\n").mid(beginning.size())));
+    QVERIFY(waitFor([&] {
+        peer.read();
+        return peer.received().endsWith("</root>");
+    }));
+    for (int line = 0; line < 10; ++line)
+        QVERIFY(peer.send("Accept: text/xml\r\n"));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
 }
 
 // Lowers the number of descriptors that the process may have.
