@@ -8,6 +8,7 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QDebug>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
@@ -84,6 +85,7 @@ private slots:
     void formatsAreFilledIn();
     void percentSignsOfQtMessagesAreText();
     void longMessagesAreCutButSent();
+    void aThousandWarningsAtOnceAreWritten();
     void introspectionNoiseIsDropped_data();
     void introspectionNoiseIsDropped();
     void missingLogLosesMessages();
@@ -248,6 +250,26 @@ void TestKeltalog::longMessagesAreCutButSent()
     const QByteArray message = messageOf(daemon.next());
     QVERIFY(message.startsWith("upnp: begin xxx"));
     QVERIFY(message.size() < longText.size());
+}
+
+void TestKeltalog::aThousandWarningsAtOnceAreWritten()
+{
+    LogDaemon daemon;
+    QElapsedTimer timer;
+    timer.start();
+    Keltalog log;
+    openLog(&log);
+    int written = 0;
+    for (int i = 0; i < 1500; ++i) {
+        log.msg(i % 2 ? QtWarningMsg : QtDebugMsg, "line %d", i);
+        written += !daemon.next().isEmpty();
+    }
+    const int regained = int(timer.elapsed() / 5000); // one each five seconds, on a very slow machine
+    QVERIFY2(written >= 1000 && written <= 1000 + regained, qPrintable(QString::number(written)));
+    for (int i = 0; i < 10; ++i) {
+        log.msg(QtCriticalMsg, "critical");
+        QCOMPARE(messageOf(daemon.next()), QByteArray("upnp: critical"));
+    }
 }
 
 void TestKeltalog::introspectionNoiseIsDropped_data()

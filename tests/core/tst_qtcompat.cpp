@@ -83,7 +83,7 @@ void TestQtCompat::exactTimersDoNotDrift()
 {
     QObject object;
     QVERIFY(qtcompat::startExactTimer(&object, 100000) != 0);
-    QCOMPARE(qtversions::timerPeriods(&object), QList<int>() << 100000);
+    QCOMPARE(qtversions::exactTimerPeriods(&object), QList<int>() << 100000);
 }
 
 QTEST_MAIN(TestQtCompat)

@@ -404,18 +404,25 @@ void tst_JsonLexer::escapesFarBeyondTheLocalBuffer()
     QCOMPARE(lexer.symbolValue(), QVariant(latin1("\nab\xe9").repeated(count)));
 }
 
+static void findEndsOfStrings(const QString &plain)
+{
+    JsonLexer lexer(quoted(plain) + quoted(plain + latin1("\\n") + plain) + latin1("\"") + plain);
+    QCOMPARE(lexer.lex(), 1);
+    QCOMPARE(lexer.symbolValue(), QVariant(plain));
+    QCOMPARE(lexer.pos(), plain.size() + 2);
+    QCOMPARE(lexer.lex(), 1);
+    QCOMPARE(lexer.symbolValue(), QVariant(plain + QLatin1Char('\n') + plain));
+    QCOMPARE(lexer.lex(), 12);
+    QCOMPARE(lexer.pos(), plain.size() * 4 + 7);
+}
+
 void tst_JsonLexer::endOfAStringIsFoundAtEveryDistance()
 {
-    for (int length = 0; length < 40; ++length) {
-        const QString plain(length, QLatin1Char('a'));
-        JsonLexer lexer(quoted(plain) + quoted(plain + latin1("\\n") + plain) + latin1("\"") + plain);
-        QCOMPARE(lexer.lex(), 1);
-        QCOMPARE(lexer.symbolValue(), QVariant(plain));
-        QCOMPARE(lexer.pos(), length + 2);
-        QCOMPARE(lexer.lex(), 1);
-        QCOMPARE(lexer.symbolValue(), QVariant(plain + QLatin1Char('\n') + plain));
-        QCOMPARE(lexer.lex(), 12);
-        QCOMPARE(lexer.pos(), length * 4 + 7);
+    for (int length = 0; length < 40; ++length)
+        findEndsOfStrings(QString(length, QLatin1Char('a')));
+    for (ushort unit = 1; unit < 0x100; ++unit) {
+        for (int length = 1; length < 9 && unit != '"' && unit != '\\'; ++length)
+            findEndsOfStrings(QString(length, QChar(unit)));
     }
 }
 

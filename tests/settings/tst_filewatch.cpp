@@ -1,6 +1,7 @@
 #include "filewatch.h"
 
 #include "bytes.h"
+#include "qtversions.h"
 #include "waitfor.h"
 
 #include <QtCore/QDir>
@@ -15,6 +16,7 @@ class TestFileWatch : public QObject
 private slots:
     void changeIsTold();
     void fileThatCannotBeWatchedIsTriedAgain();
+    void triesGetRarerUpToOneAnHour();
 };
 
 static void write(const QString &name)
@@ -48,6 +50,23 @@ void TestFileWatch::fileThatCannotBeWatchedIsTriedAgain()
     QCOMPARE(told.size(), 1);
     write(name);
     QVERIFY(waitFor([&] { return told.size() >= 2; }));
+    QVERIFY(QFile::remove(name));
+}
+
+void TestFileWatch::triesGetRarerUpToOneAnHour()
+{
+    FileWatch watch(text("/nowhere/to/be/found"));
+    QTimerEvent itsTimer(0);
+    for (int seconds = 10; seconds < 10000; seconds *= 2) {
+        QCOMPARE(qtversions::timerPeriods(&watch), QList<int>() << qMin(seconds, 3600) * 1000);
+        QCoreApplication::sendEvent(&watch, &itsTimer);
+    }
+
+    const QString name = QDir::tempPath() + text("/tst_filewatch.") + QString::number(QCoreApplication::applicationPid());
+    FileWatch later(name);
+    write(name);
+    QCoreApplication::sendEvent(&later, &itsTimer);
+    QCOMPARE(qtversions::timerPeriods(&later), QList<int>());
     QVERIFY(QFile::remove(name));
 }
 

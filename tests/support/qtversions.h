@@ -144,19 +144,33 @@ inline void showErrors(QProcess *process)
 #endif
 }
 
-// The periods of an object's timers in milliseconds; a timer that may drift counts as -1.
+// The periods of an object's timers in milliseconds
 inline QList<int> timerPeriods(QObject *object)
 {
     QList<int> periods;
     const QList<QAbstractEventDispatcher::TimerInfo> timers = QAbstractEventDispatcher::instance()->registeredTimers(object);
     for (int i = 0; i < timers.size(); ++i) {
 #if QT_VERSION >= 0x050000
-        periods << (timers.at(i).timerType == Qt::PreciseTimer ? timers.at(i).interval : -1);
+        periods << timers.at(i).interval;
 #else
         periods << timers.at(i).second;
 #endif
     }
     return periods;
+}
+
+// The same; a timer that may drift counts as -1.
+inline QList<int> exactTimerPeriods(QObject *object)
+{
+#if QT_VERSION >= 0x050000
+    QList<int> periods;
+    const QList<QAbstractEventDispatcher::TimerInfo> timers = QAbstractEventDispatcher::instance()->registeredTimers(object);
+    for (int i = 0; i < timers.size(); ++i)
+        periods << (timers.at(i).timerType == Qt::PreciseTimer ? timers.at(i).interval : -1);
+    return periods;
+#else
+    return timerPeriods(object);
+#endif
 }
 
 } // namespace qtversions
