@@ -49,7 +49,7 @@ SUITES = {
     "soak": "tests/soak/run.py --minutes 30",
     "faults": "tests/faults/run.py",
     "fuzzers": "fuzz/run.sh",
-    "mutation": "tests/mutation/run.py --sample 400 --at-least 97 --in-each-folder 94 --seed {seed}",
+    "mutation": "tests/mutation/run.py --jobs 3 --sample 400 --at-least 97 --in-each-folder 94 --seed {seed}",
 }
 NEED_BUILD = ("soak", "faults")  # they take the daemon in build/
 
