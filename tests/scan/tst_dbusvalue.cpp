@@ -331,6 +331,9 @@ void tst_DbusValue::texts_data()
     QTest::newRow("high surrogate at the end") << a + high << a;
     QTest::newRow("low surrogate alone") << a + low + b << a + b;
     QTest::newRow("low surrogate at the beginning") << low + b << b;
+    QTest::newRow("first surrogate alone") << a + QChar(0xd800) + b << a + b;
+    QTest::newRow("last surrogate alone") << a + QChar(0xdfff) + b << a + b;
+    QTest::newRow("beside the surrogates") << QString(QChar(0xd7ff)) + QChar(0xe000) << QString(QChar(0xd7ff)) + QChar(0xe000);
     QTest::newRow("surrogates in the wrong order") << low + high << QString();
     QTest::newRow("two high ones, one low one") << high + high + low << high + low;
     QTest::newRow("one high one, two low ones") << high + low + low << high + low;

@@ -13,7 +13,7 @@ static QString repeated(const char *text, int times)
 }
 
 static const char document[] = "{\"params\":{\"expiration\":22,"
-                               "\"text\":\"t\",\"yes\":true,\"no\":false,\"nothing\":null,\"large\":9007199254740993,\"third\":0.1,"
+                               "\"text\":\"t\",\"yes\":true,\"no\":false,\"nothing\":null,\"large\":9007199254740993,\"third\":0.1,\"long\":0.1234567890123456,"
                                "\"none\":[],\"void\":{},\"\":{\"\":\"empty\",\"k\":\"below\"},"
                                "\"device\":{\"name\":\"kelta\"},"
                                "\"list\":[{\"zz\":1,\"w\":{\"vv\":2}},{\"zz\":\"x\"},{\"other\":0}],"
@@ -136,6 +136,7 @@ void TestZorvDeviceValues::jsonValue_data()
     QTest::newRow("number") << text("params/expiration") << text("22");
     QTest::newRow("more than a double holds") << text("params/large") << text("9007199254740993");
     QTest::newRow("fraction") << text("params/third") << text("0.1");
+    QTest::newRow("fraction of more than 15 digits") << text("params/long") << text("0.123456789012346");
     QTest::newRow("true") << text("params/yes") << text("true");
     QTest::newRow("false") << text("params/no") << text("false");
     QTest::newRow("null") << text("params/nothing") << QString();
