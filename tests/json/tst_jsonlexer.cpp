@@ -490,6 +490,11 @@ void tst_JsonLexer::valuesAreNotShared()
         QCOMPARE(one, other);
         QVERIFY(one.constData() != other.constData());
     }
+    const QString text = latin1("\"value\":");
+    const QString one = lexedText(QString::fromRawData(text.constData(), 7)); // without the colon
+    const QString other = lexedText(QString::fromRawData(text.constData(), 7));
+    QCOMPARE(one, other);
+    QVERIFY(one.constData() != other.constData());
 }
 
 // In a thread of its own, where no key has been read before.
