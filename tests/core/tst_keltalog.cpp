@@ -12,6 +12,7 @@
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -110,6 +111,7 @@ private slots:
     void streamLogGetsZeroBytesBetweenLines();
     void streamLogThatGoesAwayEndsNothing();
     void streamLogThatNobodyReadsKeepsItsConnection();
+    void errorFromBeforeIsNoneOfTheSocket();
     void socketWithoutALogLeavesOtherDescriptorsAlone();
     void socketSendsTheBytesAsTheyAre();
     void lineLongerThanADatagramIsLostAlone();
@@ -440,6 +442,15 @@ void TestKeltalog::streamLogThatNobodyReadsKeepsItsConnection()
     QVERIFY(read > 0 && read < 10000 * 106);
     socket.send("<180>again");
     QVERIFY(daemon.next().endsWith(QByteArray("<180>again\0", 11)));
+}
+
+void TestKeltalog::errorFromBeforeIsNoneOfTheSocket()
+{
+    LogDaemon daemon;
+    SyslogSocket socket;
+    errno = EPROTOTYPE; // as for a log that takes streams
+    socket.send("<180>first");
+    QCOMPARE(daemon.next(), QByteArray("<180>first"));
 }
 
 void TestKeltalog::socketWithoutALogLeavesOtherDescriptorsAlone()
