@@ -6,6 +6,8 @@
 
 #include <cmath>
 #include <limits>
+#include <sys/mman.h>
+#include <unistd.h>
 
 class tst_JsonLexer : public QObject
 {
@@ -52,6 +54,7 @@ private slots:
     void everyShortNumberIsReadByTheRule();
     void everyExponentIsReadAsQtReadsIt();
     void tokensEndWithTheirTextWhateverIsBehind();
+    void nothingIsReadBehindTheText();
     void numberEndsAtTheFirstOtherCharacter_data();
     void numberEndsAtTheFirstOtherCharacter();
     void scannersStartAtTheCurrentPosition();
@@ -751,18 +754,39 @@ static QStringList tokensOf(const QString &text)
     return tokens;
 }
 
+// Each of them has a beginning for nearly every way in which a token can be cut.
+static const char *const textsToCut[] = {
+    "{\"key\": [1, -22, +3.25, 4e5, 6.5E-1, 7e+22, 1-2, true ], \n\t\"other\" :null,\"a\\n\\u00e9\\\\b\":false}",
+    "11111111", "........", "1.......", "1eeeeeee", "1e++++++", "1.555555", "1e555555", "--------", "tttttttt", "\"a\"::::", "        \n\n"
+};
+
 // A text need not have a zero behind its last character. Each beginning of a text is read as if it were alone.
 void tst_JsonLexer::tokensEndWithTheirTextWhateverIsBehind()
 {
-    const char *const texts[] = {
-        "{\"key\": [1, -22, +3.25, 4e5, 6.5E-1, 7e+22, 1-2, true ], \n\t\"other\" :null,\"a\\n\\u00e9\\\\b\":false}",
-        "11111111", "........", "1.......", "1eeeeeee", "1e++++++", "1.555555", "1e555555", "--------", "tttttttt", "\"a\"::::", "        \n\n"
-    };
-    for (const char *text : texts) {
+    for (const char *text : textsToCut) {
         const QString whole = latin1(text);
         for (int size = 0; size < whole.size(); ++size)
             QCOMPARE(tokensOf(QString::fromRawData(whole.constData(), size)), tokensOf(whole.left(size)));
     }
+}
+
+// The memory ends with the text: reading one character more ends the program.
+void tst_JsonLexer::nothingIsReadBehindTheText()
+{
+    const size_t page = size_t(sysconf(_SC_PAGESIZE));
+    void *const pages = mmap(nullptr, page * 2, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    QVERIFY(pages != MAP_FAILED);
+    char *const end = static_cast<char *>(pages) + page;
+    QCOMPARE(mprotect(end, page, PROT_NONE), 0);
+    for (const char *text : textsToCut) {
+        const QString whole = latin1(text);
+        for (int size = 0; size <= whole.size(); ++size) {
+            QChar *const begin = reinterpret_cast<QChar *>(end) - size;
+            memcpy(begin, whole.constData(), size_t(size) * sizeof *begin);
+            QCOMPARE(tokensOf(QString::fromRawData(begin, size)), tokensOf(whole.left(size)));
+        }
+    }
+    munmap(pages, page * 2);
 }
 
 void tst_JsonLexer::numberEndsAtTheFirstOtherCharacter_data()
