@@ -12,12 +12,26 @@
 #include <QtCore/QScopedPointer>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
+
+// As QElapsedTimer has it in this thread; that of QtTest looks for tests that take too long.
+static thread_local qint64 secondsPassed = 0;
+
+// Comes before that of the C library.
+extern "C" int clock_gettime(clockid_t clock, struct timespec *now) noexcept
+{
+    const int result = int(syscall(SYS_clock_gettime, clock, now));
+    if (clock == CLOCK_MONOTONIC)
+        now->tv_sec += time_t(secondsPassed);
+    return result;
+}
 
 using kelta::Keltalog;
 using kelta::SyslogSocket;
@@ -85,7 +99,9 @@ private slots:
     void formatsAreFilledIn();
     void percentSignsOfQtMessagesAreText();
     void longMessagesAreCutButSent();
+    void messagesOfUpTo1023BytesAreWhole();
     void aThousandWarningsAtOnceAreWritten();
+    void aWarningEachFiveSecondsIsWritten();
     void introspectionNoiseIsDropped_data();
     void introspectionNoiseIsDropped();
     void missingLogLosesMessages();
@@ -94,6 +110,8 @@ private slots:
     void logThatNobodyReadsLosesMessages();
     void streamLogGetsZeroBytesBetweenLines();
     void streamLogThatGoesAwayEndsNothing();
+    void streamLogThatNobodyReadsKeepsItsConnection();
+    void errorFromBeforeIsNoneOfTheSocket();
     void socketWithoutALogLeavesOtherDescriptorsAlone();
     void socketSendsTheBytesAsTheyAre();
     void lineLongerThanADatagramIsLostAlone();
@@ -252,6 +270,17 @@ void TestKeltalog::longMessagesAreCutButSent()
     QVERIFY(message.size() < longText.size());
 }
 
+void TestKeltalog::messagesOfUpTo1023BytesAreWhole()
+{
+    LogDaemon daemon;
+    Keltalog log;
+    openLog(&log);
+    for (int size = 1020; size < 1030; ++size) {
+        log.msg(QtWarningMsg, "%s", QByteArray(size, 'x').constData());
+        QCOMPARE(messageOf(daemon.next()), "upnp: " + QByteArray(qMin(size, 1023), 'x'));
+    }
+}
+
 void TestKeltalog::aThousandWarningsAtOnceAreWritten()
 {
     LogDaemon daemon;
@@ -272,6 +301,34 @@ void TestKeltalog::aThousandWarningsAtOnceAreWritten()
     }
 }
 
+static int warningsWritten(Keltalog *log, LogDaemon *daemon)
+{
+    int written = 0;
+    for (int i = 0; i < 1200; ++i) {
+        log->msg(QtWarningMsg, "line %d", i);
+        written += !daemon->next().isEmpty();
+    }
+    return written;
+}
+
+// However long nothing was written, there are no more than a thousand at once. An hour and a half has 1,080 times five seconds.
+void TestKeltalog::aWarningEachFiveSecondsIsWritten()
+{
+    LogDaemon daemon;
+    QElapsedTimer timer;
+    timer.start();
+    Keltalog log;
+    openLog(&log);
+    const int seconds[] = { 0, 4000, 5400, 5, 50, 5400 };
+    const int lines[] = { 1000, 800, 1000, 1, 10, 1000 };
+    for (int i = 0; i < 6; ++i) {
+        secondsPassed += seconds[i];
+        const int written = warningsWritten(&log, &daemon);
+        const int regained = int((timer.elapsed() - secondsPassed * 1000) / 5000); // on a very slow machine
+        QVERIFY2(written >= lines[i] && written <= lines[i] + regained, qPrintable(QString::number(written)));
+    }
+}
+
 void TestKeltalog::introspectionNoiseIsDropped_data()
 {
     QTest::addColumn<QByteArray>("message");
@@ -279,6 +336,9 @@ void TestKeltalog::introspectionNoiseIsDropped_data()
 
     QTest::newRow("skipped method") << QByteArray("Skipped method \"getUuid\" : Type not registered with QtDBus in parameter list: QHostAddress") << false;
     QTest::newRow("result type") << QByteArray("Invalid return type in method \"getAddress\" : \"QHostAddress\"") << false;
+    QTest::newRow("parameter type") << QByteArray("Unregistered input type in parameter list: QHostAddress") << false;
+    QTest::newRow("beginning of another parameter list") << QByteArray("Unregistered input type in parameter list:") << true;
+    QTest::newRow("beginning of another result type") << QByteArray("Invalid return type in method") << true;
     QTest::newRow("same words elsewhere") << QByteArray("a Skipped method ") << true;
     QTest::newRow("other words") << QByteArray("Skipped") << true;
     QTest::newRow("empty") << QByteArray("") << true;
@@ -368,6 +428,29 @@ void TestKeltalog::streamLogThatGoesAwayEndsNothing()
     LogDaemon daemon(SOCK_STREAM);
     socket.send("<180>next");
     QCOMPARE(daemon.next(), QByteArray("<180>next\0", 10));
+}
+
+void TestKeltalog::streamLogThatNobodyReadsKeepsItsConnection()
+{
+    LogDaemon daemon(SOCK_STREAM);
+    SyslogSocket socket;
+    for (int i = 0; i < 10000; ++i)
+        socket.send("<180>" + QByteArray(100, 'x'));
+    int read = 0;
+    for (QByteArray bytes = daemon.next(); !bytes.isEmpty(); bytes = daemon.next())
+        read += bytes.size();
+    QVERIFY(read > 0 && read < 10000 * 106);
+    socket.send("<180>again");
+    QVERIFY(daemon.next().endsWith(QByteArray("<180>again\0", 11)));
+}
+
+void TestKeltalog::errorFromBeforeIsNoneOfTheSocket()
+{
+    LogDaemon daemon;
+    SyslogSocket socket;
+    errno = EPROTOTYPE; // as for a log that takes streams
+    socket.send("<180>first");
+    QCOMPARE(daemon.next(), QByteArray("<180>first"));
 }
 
 void TestKeltalog::socketWithoutALogLeavesOtherDescriptorsAlone()

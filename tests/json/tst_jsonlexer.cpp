@@ -1,10 +1,13 @@
 #include "jsongrammar_p.h"
 #include "jsonlexer.h"
 
+#include <QThread>
 #include <QtTest>
 
 #include <cmath>
 #include <limits>
+#include <sys/mman.h>
+#include <unistd.h>
 
 class tst_JsonLexer : public QObject
 {
@@ -36,14 +39,22 @@ private slots:
     void escapesFarBeyondTheLocalBuffer();
     void endOfAStringIsFoundAtEveryDistance();
     void highUnitsEndNoString();
-    void keysAreSharedAmongTexts();
+    void stringsEndWithTheirTextWhateverIsBehind();
+    void keysOfUpTo32CharactersAreSharedAmongTexts();
+    void valuesAreNotShared();
+    void emptyKeyIsNoNullText();
     void keysAreNotTakenForOneAnother_data();
     void keysAreNotTakenForOneAnother();
+    void everyKeyIsToldFromItsBeginning();
     void integers_data();
     void integers();
     void floatingNumbers_data();
     void floatingNumbers();
     void onlyANumberCanBeMinusZero();
+    void everyShortNumberIsReadByTheRule();
+    void everyExponentIsReadAsQtReadsIt();
+    void tokensEndWithTheirTextWhateverIsBehind();
+    void nothingIsReadBehindTheText();
     void numberEndsAtTheFirstOtherCharacter_data();
     void numberEndsAtTheFirstOtherCharacter();
     void scannersStartAtTheCurrentPosition();
@@ -439,18 +450,72 @@ void tst_JsonLexer::highUnitsEndNoString()
     }
 }
 
-void tst_JsonLexer::keysAreSharedAmongTexts()
+// Quotes and backslashes behind the end are not looked for, also behind units that look like them at first.
+void tst_JsonLexer::stringsEndWithTheirTextWhateverIsBehind()
 {
-    JsonLexer first(latin1("\"sharedKey\":1"));
-    JsonLexer second(latin1("{\"sharedKey\":2"));
-    first.lex();
-    second.lex();
-    second.lex();
-    const QString one = first.symbolValue().toString();
-    const QString other = second.symbolValue().toString();
-    QCOMPARE(one, latin1("sharedKey"));
-    QCOMPARE(other, latin1("sharedKey"));
-    QVERIFY(one.constData() == other.constData());
+    const ushort units[] = { 'a', 0x8000, 0x8022, 0x805c, 0xffff };
+    for (ushort unit : units) {
+        for (int length = 0; length < 12; ++length) {
+            const QString text = QLatin1Char('"') + QString(length, QChar(unit));
+            const QString more = text + latin1("\"\\\"\\\"\\");
+            JsonLexer lexer(QString::fromRawData(more.constData(), text.size()));
+            QCOMPARE(lexer.lex(), 12);
+            QCOMPARE(lexer.pos(), text.size());
+        }
+    }
+}
+
+static QString lexedText(const QString &text)
+{
+    JsonLexer lexer(text);
+    lexer.lex();
+    return lexer.symbolValue().toString();
+}
+
+void tst_JsonLexer::keysOfUpTo32CharactersAreSharedAmongTexts()
+{
+    for (int size = 1; size < 40; ++size) {
+        const QString key(size, QLatin1Char('s'));
+        const QString one = lexedText(quoted(key) + latin1(":1"));
+        const QString other = lexedText(quoted(key) + latin1(":2"));
+        QCOMPARE(one, key);
+        QCOMPARE(other, key);
+        QCOMPARE(one.constData() == other.constData(), size <= 32);
+    }
+}
+
+void tst_JsonLexer::valuesAreNotShared()
+{
+    const char *const ends[] = { "", ",", " :", "}" };
+    for (const char *end : ends) {
+        const QString one = lexedText(latin1("\"value\"") + latin1(end));
+        const QString other = lexedText(latin1("\"value\"") + latin1(end));
+        QCOMPARE(one, other);
+        QVERIFY(one.constData() != other.constData());
+    }
+    const QString text = latin1("\"value\":");
+    const QString one = lexedText(QString::fromRawData(text.constData(), 7)); // without the colon
+    const QString other = lexedText(QString::fromRawData(text.constData(), 7));
+    QCOMPARE(one, other);
+    QVERIFY(one.constData() != other.constData());
+}
+
+// In a thread of its own, where no key has been read before.
+void tst_JsonLexer::emptyKeyIsNoNullText()
+{
+    class Reader : public QThread
+    {
+    public:
+        QString key;
+
+    protected:
+        void run() override { key = lexedText(latin1("\"\":1")); }
+    };
+    Reader reader;
+    reader.start();
+    QVERIFY(reader.wait());
+    QCOMPARE(reader.key, latin1(""));
+    QVERIFY(!reader.key.isNull());
 }
 
 void tst_JsonLexer::keysAreNotTakenForOneAnother_data()
@@ -480,6 +545,22 @@ void tst_JsonLexer::keysAreNotTakenForOneAnother()
         lexer.lex();
         QCOMPARE(lexer.symbolValue(), QVariant(other));
         QCOMPARE(lexer.lex(), 7);
+    }
+}
+
+// Whatever has been read before: keys of which one is the beginning of the other may have the same place in the table.
+void tst_JsonLexer::everyKeyIsToldFromItsBeginning()
+{
+    for (char second = ' '; second < 127; ++second) {
+        for (char third = ' '; third < 127; ++third) {
+            const QString whole = QLatin1Char('k') + QString(QLatin1Char(second)) + QLatin1Char(third);
+            if (whole.contains(QLatin1Char('"')) || whole.contains(QLatin1Char('\\')))
+                continue;
+            const QString beginning = whole.left(2);
+            QCOMPARE(lexedText(quoted(whole) + latin1(":")), whole);
+            QCOMPARE(lexedText(quoted(beginning) + latin1(":")), beginning);
+            QCOMPARE(lexedText(quoted(whole) + latin1(":")), whole);
+        }
     }
 }
 
@@ -598,6 +679,114 @@ void tst_JsonLexer::onlyANumberCanBeMinusZero()
     QCOMPARE(noDigits.lex(), 2);
     QCOMPARE(noDigits.symbolValue().userType(), int(QMetaType::Double));
     QVERIFY(noDigits.symbolValue().toDouble() == 0 && !std::signbit(noDigits.symbolValue().toDouble()));
+}
+
+// The rule without a fast way: a floating text is what Qt reads, an integer is its digits, negative by its first character.
+static QVariant numberByTheRule(const QString &text)
+{
+    if (text.contains(QRegExp(latin1("[.eE]")))) {
+        bool ok = false;
+        const double value = text.toDouble(&ok);
+        return QVariant(ok ? value : 0.0);
+    }
+    const qlonglong value = QString(text).remove(QRegExp(latin1("[-+]"))).toLongLong();
+    return QVariant(text.startsWith(QLatin1Char('-')) ? -value : value);
+}
+
+static void compareNumber(const QString &text)
+{
+    const QVariant expected = numberByTheRule(text);
+    JsonLexer lexer(text + QLatin1Char(','));
+    const int token = lexer.lex();
+    const QVariant value = lexer.symbolValue();
+    const bool same = token == 2 && lexer.pos() == text.size() && value.userType() == expected.userType()
+        && value.toLongLong() == expected.toLongLong() && value.toDouble() == expected.toDouble()
+        && std::signbit(value.toDouble()) == std::signbit(expected.toDouble());
+    QVERIFY2(same, qPrintable(text));
+}
+
+void tst_JsonLexer::everyShortNumberIsReadByTheRule()
+{
+    const QString characters = latin1("019.eE+-");
+    for (int length = 1; length <= 5; ++length) {
+        const int count = 1 << 3 * length; // eight characters at each place
+        for (int number = 0; number < count; ++number) {
+            QString text;
+            for (int i = 0; i < length; ++i)
+                text += characters.at(number >> 3 * i & 7);
+            if (!text.contains(QRegExp(latin1("^[.eE]"))))
+                compareNumber(text);
+        }
+    }
+}
+
+// Digits around the largest ones that a double and 64 bits hold, with each power of ten around those that a double holds
+void tst_JsonLexer::everyExponentIsReadAsQtReadsIt()
+{
+    const char *const digits[] = {
+        "1", "3", "7", "0003", "1234567", "123456789012345", "999999999999999", "9007199254740991", "9007199254740992",
+        "9007199254740993", "9007199254740995", "9999999999999999", "12345678901234567", "18014398509481983", "18014398509481985",
+        "999999999999999999", "1000000000000000001", "9999999999999999999", "10000000000000000001", "18446744073709551617",
+        "18446744073709551626", "36893488147419103233", "184467440737095516170"
+    };
+    for (const char *whole : digits) {
+        for (int exponent = -330; exponent <= 310; ++exponent) {
+            const QString number = latin1(whole);
+            const QString power = latin1("e%1").arg(exponent);
+            compareNumber(number + power);
+            compareNumber(QLatin1Char('-') + number.left(1) + QLatin1Char('.') + number.mid(1) + power);
+        }
+        for (int place = 0; place <= 30; ++place)
+            compareNumber(latin1("0.") + QString(place, QLatin1Char('0')) + latin1(whole));
+        for (int place = 1; place <= int(qstrlen(whole)); ++place)
+            compareNumber(latin1(whole).insert(place, QLatin1Char('.')));
+    }
+}
+
+static QStringList tokensOf(const QString &text)
+{
+    QStringList tokens;
+    JsonLexer lexer(text);
+    for (int token = -1; token != 0 && token != 12;) {
+        token = lexer.lex();
+        tokens << QString::number(token) << lexer.symbolValue().toString() << QString::number(lexer.pos()) << QString::number(lexer.line());
+    }
+    return tokens;
+}
+
+// Each of them has a beginning for nearly every way in which a token can be cut.
+static const char *const textsToCut[] = {
+    "{\"key\": [1, -22, +3.25, 4e5, 6.5E-1, 7e+22, 1-2, true ], \n\t\"other\" :null,\"a\\n\\u00e9\\\\b\":false}",
+    "11111111", "........", "1.......", "1eeeeeee", "1e++++++", "1.555555", "1e555555", "--------", "tttttttt", "\"a\"::::", "        \n\n"
+};
+
+// A text need not have a zero behind its last character. Each beginning of a text is read as if it were alone.
+void tst_JsonLexer::tokensEndWithTheirTextWhateverIsBehind()
+{
+    for (const char *text : textsToCut) {
+        const QString whole = latin1(text);
+        for (int size = 0; size < whole.size(); ++size)
+            QCOMPARE(tokensOf(QString::fromRawData(whole.constData(), size)), tokensOf(whole.left(size)));
+    }
+}
+
+// The memory ends with the text: reading one character more ends the program.
+void tst_JsonLexer::nothingIsReadBehindTheText()
+{
+    const size_t page = size_t(sysconf(_SC_PAGESIZE));
+    void *const pages = mmap(nullptr, page * 2, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    QVERIFY(pages != MAP_FAILED);
+    char *const end = static_cast<char *>(pages) + page;
+    QCOMPARE(mprotect(end, page, PROT_NONE), 0);
+    for (const char *text : textsToCut) {
+        const QString whole = latin1(text);
+        for (int size = 0; size <= whole.size(); ++size) {
+            QChar *const begin = reinterpret_cast<QChar *>(end) - size;
+            memcpy(begin, whole.constData(), size_t(size) * sizeof *begin);
+            QCOMPARE(tokensOf(QString::fromRawData(begin, size)), tokensOf(whole.left(size)));
+        }
+    }
+    munmap(pages, page * 2);
 }
 
 void tst_JsonLexer::numberEndsAtTheFirstOtherCharacter_data()

@@ -16,7 +16,7 @@ private slots:
     void values();
     void errors_data();
     void errors();
-    void resultIsInvalidBeforeParsing();
+    void nothingIsKnownBeforeParsing();
     void resultIsInvalidAfterAnErrorBehindAWholeValue();
     void parserCanBeUsedAgain();
     void nothingIsLeftOverFromABrokenText_data();
@@ -247,11 +247,14 @@ void tst_JsonParser::errors()
     QCOMPARE(outcome.column, column);
 }
 
-void tst_JsonParser::resultIsInvalidBeforeParsing()
+void tst_JsonParser::nothingIsKnownBeforeParsing()
 {
     const JsonParser parser;
     QVERIFY(!parser.result().isValid());
     QCOMPARE(parser.stackCapacity(), 0);
+    QCOMPARE(parser.errorMessage(), QString());
+    QCOMPARE(parser.errorLine(), 0);
+    QCOMPARE(parser.errorColumn(), 0);
 }
 
 void tst_JsonParser::resultIsInvalidAfterAnErrorBehindAWholeValue()

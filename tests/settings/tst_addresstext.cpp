@@ -18,6 +18,7 @@ private slots:
     void everythingElseIsTheNullAddress();
     void bytesAreThoseOfTheText_data();
     void bytesAreThoseOfTheText();
+    void everyPartIsReadAndWritten();
     void linkLocalIsWhatBeginsWith169254_data();
     void linkLocalIsWhatBeginsWith169254();
 };
@@ -127,6 +128,17 @@ void TestAddressText::bytesAreThoseOfTheText()
     QByteArray bytes = "http://";
     appendAddress(&bytes, address);
     QVERIFY(compareBytes(bytes, "http://" + address.toString().toLatin1()));
+}
+
+void TestAddressText::everyPartIsReadAndWritten()
+{
+    for (quint32 part = 0; part < 256; ++part) {
+        const QHostAddress address(part << 24 | (255 - part) << 16 | part << 8 | (part ^ 0x55));
+        QByteArray bytes;
+        appendAddress(&bytes, address);
+        QCOMPARE(bytes, address.toString().toLatin1());
+        QCOMPARE(addressFromText(address.toString()), address);
+    }
 }
 
 void TestAddressText::linkLocalIsWhatBeginsWith169254_data()

@@ -16,8 +16,14 @@ class TestFileWatch : public QObject
 private slots:
     void changeIsTold();
     void fileThatCannotBeWatchedIsTriedAgain();
+    void onlyAChangeThatCameMeanwhileIsTold();
     void triesGetRarerUpToOneAnHour();
 };
+
+static QString ownFile()
+{
+    return QDir::tempPath() + text("/tst_filewatch.") + QString::number(QCoreApplication::applicationPid());
+}
 
 static void write(const QString &name)
 {
@@ -39,7 +45,7 @@ void TestFileWatch::changeIsTold()
 
 void TestFileWatch::fileThatCannotBeWatchedIsTriedAgain()
 {
-    const QString name = QDir::tempPath() + text("/tst_filewatch.") + QString::number(QCoreApplication::applicationPid());
+    const QString name = ownFile();
     FileWatch watch(name);
     QSignalSpy told(&watch, SIGNAL(fileChanged(QString)));
     QTimerEvent itsTimer(0);
@@ -53,6 +59,23 @@ void TestFileWatch::fileThatCannotBeWatchedIsTriedAgain()
     QVERIFY(QFile::remove(name));
 }
 
+// A file that is not there has no content, and neither has an empty one.
+void TestFileWatch::onlyAChangeThatCameMeanwhileIsTold()
+{
+    const QString name = ownFile();
+    FileWatch watch(name);
+    QSignalSpy told(&watch, SIGNAL(fileChanged(QString)));
+    QFile file(name);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.close();
+    QTimerEvent itsTimer(0);
+    QCoreApplication::sendEvent(&watch, &itsTimer);
+    QCOMPARE(told.size(), 0);
+    write(name);
+    QVERIFY(waitFor([&] { return told.size() >= 1; }));
+    QVERIFY(QFile::remove(name));
+}
+
 void TestFileWatch::triesGetRarerUpToOneAnHour()
 {
     FileWatch watch(text("/nowhere/to/be/found"));
@@ -62,7 +85,7 @@ void TestFileWatch::triesGetRarerUpToOneAnHour()
         QCoreApplication::sendEvent(&watch, &itsTimer);
     }
 
-    const QString name = QDir::tempPath() + text("/tst_filewatch.") + QString::number(QCoreApplication::applicationPid());
+    const QString name = ownFile();
     FileWatch later(name);
     write(name);
     QCoreApplication::sendEvent(&later, &itsTimer);
