@@ -5,6 +5,7 @@
 #include "fakedevice.h"
 #include "network.h"
 #include "qtversions.h"
+#include "socketroom.h"
 #include "termsignal.h"
 #include "udp.h"
 #include "upnpsettings.h"
@@ -68,6 +69,8 @@ private slots:
     void multicastSearchIsAnswered();
     void burstIsAnsweredInOrderInOneCall();
     void emptyDatagramIsNotTheEndOfABurst();
+    void thousandDatagramsAreTakenInOnePass();
+    void answersAloneAreCounted();
     void everySearcherOfABurstGetsItsOwnVariant();
     void otherDatagramsAreDroppedSilently_data();
     void otherDatagramsAreDroppedSilently();
@@ -549,6 +552,37 @@ void TestUpnpReceiver::emptyDatagramIsNotTheEndOfABurst()
     for (int i = 0; i < 2; ++i) {
         const QByteArray received = searcher.receiveNow();
         QVERIFY(compareBytes(received, answer("rootdevice_answer.msg", received)));
+    }
+}
+
+// So that the event loop gets its turn under a flood.
+void TestUpnpReceiver::thousandDatagramsAreTakenInOnePass()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams")); // its own announcement
+    if (!holdsManyDatagrams(int(m_receiver->findChild<QUdpSocket *>()->socketDescriptor())))
+        SKIP("no socket may be that large here");
+    Udp searcher("10.77.0.2");
+    for (int i = 0; i < 2002; ++i)
+        QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    const quint64 answered[] = { 1000, 2000, 2002, 2002 };
+    for (quint64 number : answered) {
+        QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+        QCOMPARE(m_receiver->searchesAnswered(), number);
+    }
+}
+
+void TestUpnpReceiver::answersAloneAreCounted()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+    QCOMPARE(m_receiver->searchesAnswered(), Q_UINT64_C(0));
+    Udp searcher("10.77.0.2");
+    for (int i = 1; i <= 3; ++i) {
+        QVERIFY(searcher.send("M-SEARCH * HTTP/1.1\r\nST: urn:x\r\n\r\n", "10.77.0.2", ssdpPort));
+        QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+        QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+        QCOMPARE(m_receiver->searchesAnswered(), quint64(i));
     }
 }
 
