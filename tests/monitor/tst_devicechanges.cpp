@@ -189,6 +189,9 @@ void TestDeviceChanges::longUuids()
     apply(&changes, QString(256, QLatin1Char('x')), "a");
     QCOMPARE(changes.appeared(), QStringList(QString(255, QLatin1Char('x'))));
     QCOMPARE(changes.more(), 1u);
+    DeviceChanges others;
+    apply(&others, QString(256, QLatin1Char('x')), "g");
+    QVERIFY(!others.isEmpty()); // what finds no place is told of as well
 }
 
 void TestDeviceChanges::whatTheBusCannotCarry()

@@ -92,6 +92,7 @@ void TestMonitor::noTimerRunsOnceTheChangesAreTold()
 {
     for (int i = 0; i < 2; ++i) {
         m_monitor->deviceAppeared(latin1("x"));
+        QCOMPARE(qtversions::timerPeriods(m_monitor.data()), QList<int>() << 1000);
         QCOMPARE(nextSignal(), latin1("x|||0"));
         QCOMPARE(qtversions::timerPeriods(m_monitor.data()), QList<int>());
     }

@@ -19,9 +19,11 @@
 #include <QtNetwork/QUdpSocket>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 static const char group[] = "239.255.255.250";
@@ -29,6 +31,19 @@ static const quint16 ssdpPort = 1900;
 static const char announcementDate[] = "ddd, dd MMM yyyy hh:mm:ss";
 static const char answerDate[] = "ddd, dd MMM yyyy hh:mm:s";
 static const char searchForAll[] = "M-SEARCH * HTTP/1.1\r\nST: ssdp:all\r\n\r\n";
+
+static int bindsToFail = 0;
+
+// The program's own comes before that of the C library.
+extern "C" int bind(int descriptor, const struct sockaddr *address, socklen_t size) noexcept
+{
+    if (bindsToFail > 0) {
+        --bindsToFail;
+        errno = ENOMEM;
+        return -1;
+    }
+    return int(syscall(SYS_bind, descriptor, address, size));
+}
 
 class TestUpnpReceiver : public QObject
 {
@@ -45,6 +60,8 @@ private slots:
     void multicastHasATimeToLiveOf32();
     void announcementsComeFromTheSsdpPort();
     void portThatIsTakenIsSilentAndAnnouncementsStillGoOut();
+    void portIsBoundByTheLastOfFourTries_data();
+    void portIsBoundByTheLastOfFourTries();
 
     void missingInterfaceIsJoinedLater();
     void interfaceWithoutAddressIsJoinedLater();
@@ -226,6 +243,26 @@ void TestUpnpReceiver::portThatIsTakenIsSilentAndAnnouncementsStillGoOut()
     QVERIFY(compareBytes(alive, announcement("alive.msg", alive)));
     QVERIFY(m_listener->senderPort() != ssdpPort);
     QCOMPARE(log.warnings(), QStringList());
+}
+
+void TestUpnpReceiver::portIsBoundByTheLastOfFourTries_data()
+{
+    QTest::addColumn<int>("failures");
+    QTest::addColumn<bool>("isBound");
+    // Each try binds twice.
+    QTest::newRow("first") << 1 << true;
+    QTest::newRow("all but the last") << 7 << true;
+    QTest::newRow("all") << 8 << false;
+}
+
+void TestUpnpReceiver::portIsBoundByTheLastOfFourTries()
+{
+    QFETCH(int, failures);
+    bindsToFail = failures;
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    QCOMPARE(bindsToFail, 0);
+    QVERIFY(m_listener->receive().contains("ssdp:alive"));
+    QTEST(m_listener->senderPort() == ssdpPort, "isBound");
 }
 
 void TestUpnpReceiver::missingInterfaceIsJoinedLater()
