@@ -20,6 +20,7 @@ private slots:
 
     void peerIsToldAtOnce();
     void whatThePeerSendsIsReadAwayUntilItCloses();
+    void singleBytesAreReadAwayAsWell();
     void peerThatHasClosedIsNotWaitedFor();
     void peerThatHasResetIsNotWaitedFor();
     void peerThatNeverClosesIsLeftAfterAWhile();
@@ -84,6 +85,18 @@ void TestLingeringClose::whatThePeerSendsIsReadAwayUntilItCloses()
     shutdown(m_peer, SHUT_WR);
     QVERIFY(waitFor([this] { return lingering() == 0; }, LingeringClose::maximalTime / 2));
     QVERIFY(!isOpen(m_own));
+}
+
+void TestLingeringClose::singleBytesAreReadAwayAsWell()
+{
+    QVERIFY(sendBytes(1));
+    QVERIFY(!LingeringClose::close(m_own, m_parent.data()));
+    for (int i = 0; i < 3; ++i) {
+        int waiting = 0;
+        QVERIFY(sendBytes(1));
+        QVERIFY(waitFor([&] { return ioctl(m_own, FIONREAD, &waiting) == 0 && waiting == 0; }));
+        QCOMPARE(lingering(), 1);
+    }
 }
 
 void TestLingeringClose::peerThatHasClosedIsNotWaitedFor()
