@@ -37,6 +37,7 @@ private slots:
     void listsAreBoundedEach();
     void whatFindsNoPlaceIsCounted();
     void aPlaceThatIsFreeAgainIsTaken();
+    void listsAreThoseOfAPlainStatementOfTheRule();
     void longUuids();
     void whatTheBusCannotCarry();
 };
@@ -123,6 +124,64 @@ void TestDeviceChanges::aPlaceThatIsFreeAgainIsTaken()
     QCOMPARE(changes.more(), 1u);
 }
 
+// The same rule without any sizes that are kept: letters as in apply(), and what found no place.
+class PlainChanges
+{
+public:
+    PlainChanges()
+        : more(0)
+    {
+    }
+
+    void apply(const QString &name, char event)
+    {
+        const char before = m_letters.value(name, ' ');
+        if (before == ' ')
+            enter(name, event);
+        else if (before != event && !(before == 'a' && event == 'c')) {
+            m_letters.remove(name);
+            if (before != 'a')
+                enter(name, event == 'g' ? 'g' : 'c');
+        }
+    }
+
+    QStringList listed(char letter) const { return m_letters.keys(letter); }
+
+    uint more;
+
+private:
+    void enter(const QString &name, char letter)
+    {
+        if (listed(letter).size() < 100)
+            m_letters.insert(name, letter);
+        else
+            ++more;
+    }
+
+    QMap<QString, char> m_letters;
+};
+
+void TestDeviceChanges::listsAreThoseOfAPlainStatementOfTheRule()
+{
+    DeviceChanges changes;
+    PlainChanges plain;
+    quint32 random = 1;
+    for (int i = 0; i < 6000; ++i) {
+        random = random * 1664525u + 1013904223u;
+        // For some time nearly all come, then nearly all change, and so on: each list is full at times, and empty at others.
+        const char *const events[] = { "aaaac", "cccca", "ggggc", "aggga" };
+        const char event[] = { events[i / 500 % 4][(random >> 8) % 5], 0 };
+        const QString name = uuid(int((random >> 16) % 320));
+        ::apply(&changes, name, event);
+        plain.apply(name, event[0]);
+        QCOMPARE(changes.appeared(), plain.listed('a'));
+        QCOMPARE(changes.changed(), plain.listed('c'));
+        QCOMPARE(changes.gone(), plain.listed('g'));
+        QCOMPARE(changes.more(), plain.more);
+    }
+    QVERIFY(plain.more > 100);
+}
+
 void TestDeviceChanges::longUuids()
 {
     DeviceChanges changes;
@@ -130,6 +189,9 @@ void TestDeviceChanges::longUuids()
     apply(&changes, QString(256, QLatin1Char('x')), "a");
     QCOMPARE(changes.appeared(), QStringList(QString(255, QLatin1Char('x'))));
     QCOMPARE(changes.more(), 1u);
+    DeviceChanges others;
+    apply(&others, QString(256, QLatin1Char('x')), "g");
+    QVERIFY(!others.isEmpty()); // what finds no place is told of as well
 }
 
 void TestDeviceChanges::whatTheBusCannotCarry()

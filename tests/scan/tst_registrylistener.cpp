@@ -11,6 +11,7 @@ class TestRegistryListener : public QObject
 private slots:
     void blanks_data();
     void blanks();
+    void blanksOfEveryShortText();
     void devicesThatLeave_data();
     void devicesThatLeave();
     void expiredOnce();
@@ -50,6 +51,55 @@ void TestRegistryListener::blanks()
     QTEST(announcement::areSameButForBlanks(b, a), "same");
     ZorvDevice device(QLatin1String("x"), a, 10, nullptr);
     QTEST(device.isRepeatedBy(b), "same");
+}
+
+// Without the blanks that stand outside of texts
+static QByteArray withoutBlanks(const QByteArray &json)
+{
+    QByteArray result;
+    bool isInText = false;
+    for (int i = 0; i < json.size(); ++i) {
+        if (isInText && json.at(i) == '\\') {
+            result += json.mid(i, 2);
+            ++i;
+            continue;
+        }
+        if (json.at(i) == '"')
+            isInText = !isInText;
+        if (isInText || !QByteArray(" \t\n\r").contains(json.at(i)))
+            result += json.at(i);
+    }
+    return result;
+}
+
+// Each of up to three characters against each, behind beginnings around the sizes that are compared at once.
+void TestRegistryListener::blanksOfEveryShortText()
+{
+    static const char letters[] = { '"', '\\', ' ', 'a' };
+    QList<QByteArray> ends;
+    ends << QByteArray();
+    for (int i = 0; ends.at(i).size() < 3; ++i) {
+        for (char letter : letters)
+            ends << ends.at(i) + letter;
+    }
+    QCOMPARE(ends.size(), 1 + 4 + 16 + 64);
+    const int sizes[] = { 0, 1, 61, 62, 63, 64, 65, 127, 128 };
+    for (int size : sizes) {
+        for (int isText = 0; isText < 2; ++isText) {
+            const QByteArray beginning = (isText ? "\"" : "") + QByteArray(size, 'x');
+            QList<QByteArray> whole;
+            QList<QByteArray> plain;
+            for (int i = 0; i < ends.size(); ++i) {
+                whole << beginning + ends.at(i);
+                plain << withoutBlanks(whole.at(i));
+            }
+            for (int i = 0; i < whole.size(); ++i) {
+                for (int k = 0; k < whole.size(); ++k)
+                    QVERIFY2(announcement::areSameButForBlanks(whole.at(i), whole.at(k)) == (plain.at(i) == plain.at(k)),
+                        (whole.at(i) + '|' + whole.at(k)).constData());
+            }
+        }
+    }
 }
 
 void TestRegistryListener::devicesThatLeave_data()

@@ -1,5 +1,6 @@
 #include "bytes.h"
 #include "network.h"
+#include "qtversions.h"
 #include "scantest.h"
 #include "waitfor.h"
 #include "zorvdevice.h"
@@ -15,6 +16,7 @@ class TestZorvScanAnnouncing : public ScanTest
 private slots:
     void firstAnnouncementGoesOutDuringConstruction();
     void nextAnnouncementsGoOutEveryInterval();
+    void timerRunsEveryInterval();
     void ownAnnouncementComesBack();
     void sendAnnouncementSendsTheTextOnce();
     void configChangedDoesNotSend();
@@ -43,6 +45,16 @@ void TestZorvScanAnnouncing::nextAnnouncementsGoOutEveryInterval()
     QVERIFY(timer.elapsed() >= 2000);
     QCOMPARE(sent.first(), testData("interval-1.json"));
     QCOMPARE(sent.last(), testData("interval-1.json"));
+}
+
+void TestZorvScanAnnouncing::timerRunsEveryInterval()
+{
+    ZorvScan scan(m_settings, 7, 0);
+    QCOMPARE(qtversions::exactTimerPeriods(&scan), QList<int>() << 7000);
+    scan.setupMulticast();
+    scan.configChanged();
+    tick(scan);
+    QCOMPARE(qtversions::exactTimerPeriods(&scan), QList<int>() << 7000);
 }
 
 void TestZorvScanAnnouncing::ownAnnouncementComesBack()

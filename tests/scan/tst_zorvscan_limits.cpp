@@ -18,6 +18,7 @@ private slots:
     void roomForAnnouncementsIsUsedToTheLastByte();
     void twentyThousandDevicesAreKnownAtMost();
     void oneReplyHas24MebibytesOfSummariesAtMost();
+    void roomOfAReplyIsUsedToTheLastByte();
     void tenThousandDevices();
     void chosenNamesCostNoMore_data();
     void chosenNamesCostNoMore();
@@ -122,6 +123,33 @@ void TestZorvScanLimits::oneReplyHas24MebibytesOfSummariesAtMost()
     const QVariantList all = scan.allChilds(text("Large"));
     QCOMPARE(all.size(), most / sizeOfOne + 1);
     QCOMPARE(all.last().toMap().value(text("uuid")), QVariant(text("small")));
+}
+
+// So that the bus, whose bound is a little higher, never drops the sender.
+void TestZorvScanLimits::roomOfAReplyIsUsedToTheLastByte()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    Loopback loopback;
+    const auto add = [&](const QByteArray &uuid, int size) { // of its summary; all uuids are of one length
+        static const int least = 1000;
+        loopback.feed(scan, announcing(uuid, "22", "Large", "{\"mtu\":\"" + QByteArray(least, 'f') + "\"}"));
+        const int extra = size - dbusvalue::marshalledSize(deviceNamed(scan, uuid.constData())->summary());
+        loopback.feed(scan, announcing(uuid, "22", "Large", "{\"mtu\":\"" + QByteArray(least + extra, 'f') + "\"}"));
+        return dbusvalue::marshalledSize(deviceNamed(scan, uuid.constData())->summary());
+    };
+    const int each = 60000;
+    int left = 24 * 1024 * 1024;
+    int count = 0;
+    for (; left >= 2 * each; left -= each)
+        QCOMPARE(add("D" + QByteArray::number(1000 + count++), each), each);
+    QCOMPARE(add("above", left / 2 + 1), left / 2 + 1);
+    QCOMPARE(add("below", left - left / 2), left - left / 2);
+    QCOMPARE(scan.allChilds(text("Large")).size(), count + 1);
+    QCOMPARE(add("above", left / 2), left / 2);
+    const QVariantList all = scan.allChilds(text("Large"));
+    QCOMPARE(all.size(), count + 2);
+    QCOMPARE(all.last().toMap().value(text("uuid")), QVariant(text("below")));
 }
 
 // Processor time, which others on this machine do not change: that of feeding known devices.

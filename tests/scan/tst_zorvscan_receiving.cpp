@@ -1,5 +1,7 @@
 #include "bytes.h"
+#include "qtversions.h"
 #include "scantest.h"
+#include "socketroom.h"
 #include "waitfor.h"
 #include "zorvdevice.h"
 #include "zorvscan.h"
@@ -21,6 +23,7 @@ private slots:
     void burstWithSeveralConnections();
     void emptyDatagramsOfABurst();
     void longBurst();
+    void thousandDatagramsMoreAreTakenInOneReport();
     void datagramsThatAreNone_data();
     void datagramsThatAreNone();
     void longestDatagram();
@@ -151,6 +154,26 @@ void TestZorvScanReceiving::longBurst()
     QVERIFY(waitFor([&] {
         return loopback.send(announcing("A", "22")) && deviceNamed(scan, "A")->rawJson() == text(announcing("A", "22").constData());
     }));
+}
+
+// So that the event loop gets its turn under a flood.
+void TestZorvScanReceiving::thousandDatagramsMoreAreTakenInOneReport()
+{
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    if (!holdsManyDatagrams(int(scan.findChild<QUdpSocket *>()->socketDescriptor())))
+        SKIP("no socket may be that large here");
+    Loopback loopback;
+    loopback.feed(scan, announcing("A"));
+    report(scan);
+    const quint64 before = scan.counts().taken;
+    for (int i = 0; i < 2003; ++i)
+        QVERIFY(loopback.send(announcing("A")));
+    const quint64 taken[] = { 1001, 2002, 2003, 2003 };
+    for (quint64 number : taken) {
+        report(scan);
+        QCOMPARE(scan.counts().taken - before, number);
+    }
 }
 
 void TestZorvScanReceiving::datagramsThatAreNone_data()

@@ -1,5 +1,6 @@
 #include "bytes.h"
 #include "fakeclock.h"
+#include "registrylistener.h"
 #include "scantest.h"
 #include "waitfor.h"
 #include "zorvdevice.h"
@@ -29,6 +30,19 @@ private slots:
     void deviceDeletedByHand();
     void deviceFromElsewhere();
     void destructionWithDevices();
+    void everyDatagramIsCountedAndEveryChangeIsTold_data();
+    void everyDatagramIsCountedAndEveryChangeIsTold();
+};
+
+// Writes down what it is told.
+class Listener : public RegistryListener
+{
+public:
+    void deviceAppeared(const QString &uuid) override { told << text("appeared ") + uuid; }
+    void deviceChanged(const QString &uuid) override { told << text("changed ") + uuid; }
+    void deviceGone(const QString &uuid) override { told << text("gone ") + uuid; }
+
+    QStringList told;
 };
 
 void TestZorvScanRegistry::oneChildForEachUuid()
@@ -341,6 +355,68 @@ void TestZorvScanRegistry::destructionWithDevices()
         QVERIFY(!devices.at(i));
     reachEventLoop();
     QVERIFY(!isMember());
+}
+
+// "taken, without uuid, unusable, without room; devices"
+static QString counted(const ZorvScan &scan)
+{
+    const ZorvScan::Counts &counts = scan.counts();
+    return text("%1,%2,%3,%4;%5").arg(counts.taken).arg(counts.withoutUuid).arg(counts.unusable).arg(counts.withoutRoom).arg(scan.deviceCount());
+}
+
+void TestZorvScanRegistry::everyDatagramIsCountedAndEveryChangeIsTold_data()
+{
+    QTest::addColumn<bool>("isListening");
+    QTest::newRow("somebody listens") << true;
+    QTest::newRow("nobody listens") << false;
+}
+
+void TestZorvScanRegistry::everyDatagramIsCountedAndEveryChangeIsTold()
+{
+    QFETCH(bool, isListening);
+    struct Step
+    {
+        QByteArray datagram;
+        const char *told;
+        const char *counted;
+    };
+    const Step steps[] = {
+        { "junk", "", "1,1,0,0;0" },
+        { announcing("A"), "appeared A", "2,1,0,0;1" },
+        { announcing("A"), "", "3,1,0,0;1" },
+        { announcing("A") + ' ', "", "4,1,0,0;1" },
+        { announcing("A", "23"), "changed A", "5,1,0,0;1" },
+        { announcing("U", "6.6"), "", "5,1,1,0;2" },
+        { announcing("U", "6.6"), "", "6,1,1,0;2" }, // known, until the event loop
+        { announcing("U", "22"), "", "7,1,1,0;2" },
+        { announcing("B"), "appeared B", "8,1,1,0;3" },
+        { QByteArray(1, '\0'), "", "8,2,1,0;3" },
+    };
+    const auto expected = [&](const char *told) { return isListening && *told ? QStringList(text(told)) : QStringList(); };
+    Listener listener;
+    ZorvScan scan(m_settings, interval, 0);
+    drain(scan);
+    QCOMPARE(counted(scan), text("1,0,0,0;0")); // its own
+    if (isListening)
+        scan.setListener(&listener);
+    Loopback loopback;
+    for (const Step &step : steps) {
+        loopback.feed(scan, step.datagram);
+        QCOMPARE(listener.told, expected(step.told));
+        QCOMPARE(counted(scan), text(step.counted));
+        listener.told.clear();
+    }
+    reachEventLoop(); // U leaves, of which nobody was told
+    QCOMPARE(listener.told, QStringList());
+    QCOMPARE(counted(scan), text("8,2,1,0;2"));
+    fakeclock::advance(60000);
+    loopback.feed(scan, announcing("B"));
+    fakeclock::advance(7000);
+    for (const char *told : { "gone A", "" }) {
+        tick(scan);
+        QCOMPARE(listener.told, expected(told));
+        listener.told.clear();
+    }
 }
 
 QTEST_MAIN(TestZorvScanRegistry)

@@ -1,5 +1,6 @@
 #include "connectionacceptor.h"
 
+#include "qtversions.h"
 #include "waitfor.h"
 
 #include <QtCore/QElapsedTimer>
@@ -84,6 +85,9 @@ private slots:
     void nothingIsAcceptedWhileDescriptorsAreScarce();
     void acceptingGoesOnAsSoonAsADescriptorIsClosed();
     void acceptingGoesOnByItselfBeforeLong();
+    void whileItPausesItChecksFiveTimesASecond();
+    void aQuarterOfFewDescriptorsStaysFree_data();
+    void aQuarterOfFewDescriptorsStaysFree();
     void closedConnectionsDoNotPauseAccepting();
     void idleConnectionsEndWithTheAcceptor();
 
@@ -225,6 +229,49 @@ void TestConnectionAcceptor::acceptingGoesOnByItselfBeforeLong()
     QCoreApplication::processEvents(); // both were due: what the first one lets in is seen in the next pass
     QCOMPARE(m_server.served.size(), 3);
     QVERIFY(sincePause.elapsed() >= 180); // a coarse timer may be 5 % early
+}
+
+void TestConnectionAcceptor::whileItPausesItChecksFiveTimesASecond()
+{
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>());
+    m_acceptor->descriptorClosed(); // no matter where nothing pauses
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>());
+    fillToTheLimit();
+    QCOMPARE(m_server.served.size(), 2);
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>() << 200);
+    m_acceptor->descriptorClosed(); // not enough are free
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>() << 200);
+    closeAll(&m_server.kept);
+    m_acceptor->descriptorClosed();
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>());
+    QVERIFY(waitFor([this] { return m_server.served.size() == 3; }));
+    QCOMPARE(qtversions::timerPeriods(m_acceptor.data()), QList<int>());
+}
+
+void TestConnectionAcceptor::aQuarterOfFewDescriptorsStaysFree_data()
+{
+    QTest::addColumn<int>("limit");
+    QTest::addColumn<int>("reserve");
+    QTest::newRow("40") << 40 << 10;
+    QTest::newRow("63") << 63 << 15;
+    QTest::newRow("64") << 64 << 16;
+    QTest::newRow("71") << 71 << 16;
+}
+
+// The lower numbers become free before, so that what is accepted has them.
+void TestConnectionAcceptor::aQuarterOfFewDescriptorsStaysFree()
+{
+    QFETCH(int, limit);
+    QFETCH(int, reserve);
+    for (int i = 0; i < 5; ++i)
+        connectPeer();
+    // Two numbers below the last one that pauses, and this one; the peers have those above.
+    while (!m_occupied.isEmpty() && m_occupied.last() >= limit - reserve - 2)
+        close(m_occupied.takeLast());
+    lowerLimitTo(limit);
+    QVERIFY(waitFor([this] { return m_server.served.size() >= 3; }));
+    QVERIFY(!waitFor([this] { return m_server.served.size() > 3; }, 50));
+    QCOMPARE(m_server.served, QList<int>() << limit - reserve - 2 << limit - reserve - 1 << limit - reserve);
 }
 
 void TestConnectionAcceptor::closedConnectionsDoNotPauseAccepting()

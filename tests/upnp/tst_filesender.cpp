@@ -8,9 +8,11 @@
 #include <QtCore/QTemporaryFile>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 static const int large = 4 * 1024 * 1024;
@@ -26,6 +28,19 @@ static QByteArray differentBytes(int size)
 static int openDescriptors()
 {
     return int(QDir(text("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size());
+}
+
+static int errorOfSend = 0;
+
+// The program's own comes before that of the C library.
+extern "C" ssize_t send(int descriptor, const void *bytes, size_t size, int flags)
+{
+    if (errorOfSend != 0) {
+        errno = errorOfSend;
+        errorOfSend = 0;
+        return -1;
+    }
+    return ssize_t(syscall(SYS_sendto, descriptor, bytes, size, flags, nullptr, 0));
 }
 
 class TestFileSender : public QObject
@@ -44,6 +59,7 @@ private slots:
     void callerMayCloseItsSocketAtOnce();
     void headComesBeforeTheFile();
     void headThatFindsNoRoomComesBeforeTheFile();
+    void withoutItsHeadTheFileIsNotSent();
     void descriptorsAreGivenBack();
     void sendingEndsWhenTheReaderIsGone();
     void readerThatWasGoneBeforeIsNoMatter();
@@ -202,6 +218,16 @@ void TestFileSender::headThatFindsNoRoomComesBeforeTheFile()
     QCOMPARE(sendersAtWork(), 1);
     closeSender();
     QCOMPARE(readToEnd().mid(before), QByteArray("head icon"));
+}
+
+void TestFileSender::withoutItsHeadTheFileIsNotSent()
+{
+    errorOfSend = ENOBUFS;
+    QVERIFY(send(fileOf("icon"), "head "));
+    QCOMPARE(errorOfSend, 0);
+    QCOMPARE(sendersAtWork(), 0);
+    closeSender();
+    QCOMPARE(readToEnd(), QByteArray());
 }
 
 void TestFileSender::descriptorsAreGivenBack()

@@ -42,6 +42,7 @@ private slots:
     void ofALongerLineTheBeginningIsKept();
     void lineAfterALongOneIsTaken();
     void peerIsHeldBackWhenNobodyTakes();
+    void whatAllKeepTogetherDecidesHowLongALineMayGrow();
 
 private:
     void send(const QByteArray &bytes);
@@ -179,7 +180,7 @@ void TestHttpConnection::ofALongerLineTheBeginningIsKept()
         mostWaiting = qMax(mostWaiting, m_connection->bytesAvailable());
         return m_connection->takeLine(&taken);
     }));
-    QVERIFY(mostWaiting <= HttpConnection::maximalReadAhead);
+    QVERIFY(mostWaiting <= 64 * 1024);
     QCOMPARE(taken.size(), 1024 * 1024 + 4096);
     QVERIFY(taken.startsWith(beginning + "aaaa"));
     QCOMPARE(m_connection->bytesAvailable(), qint64(0));
@@ -199,12 +200,79 @@ void TestHttpConnection::peerIsHeldBackWhenNobodyTakes()
     // Far more than what the kernel holds for both ends.
     const int size = 64 * 1024 * 1024;
     send(QByteArray(size, 'a') + '\n');
-    QVERIFY(waitFor([this] { return m_connection->bytesAvailable() == HttpConnection::maximalReadAhead; }));
+    QVERIFY(waitFor([this] { return m_connection->bytesAvailable() == 64 * 1024; }));
     QVERIFY(m_peer->bytesToWrite() > 0);
     QByteArray taken;
     QVERIFY(takeWhenThere(&taken));
     QCOMPARE(taken.size(), 1024 * 1024 + 4096);
     QCOMPARE(m_peer->bytesToWrite(), qint64(0));
+}
+
+// Each connection has one line that never ends.
+class ManyLines : public QTcpServer
+{
+public:
+    // Has another connection keep so many bytes; returns false when it does not get them.
+    bool add(int bytes)
+    {
+        QTcpSocket *peer = new QTcpSocket(this);
+        const int before = m_connections.size();
+        peer->connectToHost(QHostAddress::LocalHost, serverPort());
+        if (!waitFor([&] { return m_connections.size() > before && peer->state() == QAbstractSocket::ConnectedState; }))
+            return false;
+        m_peers.append(peer);
+        peer->write(QByteArray(bytes, 'a'));
+        int left = bytes;
+        return waitFor([&] {
+            const int ready = int(m_connections.last()->bytesAvailable());
+            if (ready < qMin(left, 4097)) // a short line in one piece
+                return false;
+            QByteArray none;
+            if (m_connections.last()->takeLine(&none))
+                return false;
+            left -= ready;
+            return left == 0;
+        });
+    }
+
+    // How many bytes the line of the last one has, line end not included.
+    int lineOfTheLast()
+    {
+        m_peers.last()->write("\n");
+        QByteArray line;
+        if (!waitFor([&] { return m_connections.last()->takeLine(&line); }))
+            return -1;
+        return line.count('a');
+    }
+
+protected:
+    void incomingConnection(qtcompat::SocketDescriptor descriptor) override
+    {
+        m_connections.append(new HttpConnection(this));
+        m_connections.last()->setSocketDescriptor(descriptor);
+    }
+
+private:
+    QList<HttpConnection *> m_connections;
+    QList<QTcpSocket *> m_peers;
+};
+
+void TestHttpConnection::whatAllKeepTogetherDecidesHowLongALineMayGrow()
+{
+    const int most = 1024 * 1024 + 4096;
+    const int together = 32 * 1024 * 1024;
+    for (int round = 0; round < 2; ++round) { // connections that are gone keep nothing
+        ManyLines lines;
+        QVERIFY(lines.listen(QHostAddress::LocalHost));
+        for (int left = together; left > 0; left -= most)
+            QVERIFY(lines.add(qMin(left, most)));
+        // The bound itself is not exceeded; with one byte more it is.
+        QVERIFY(lines.add(4097));
+        QCOMPARE(lines.lineOfTheLast(), 4097);
+        QVERIFY(lines.add(1));
+        QVERIFY(lines.add(4097));
+        QCOMPARE(lines.lineOfTheLast(), 4096);
+    }
 }
 
 QTEST_MAIN(TestHttpConnection)

@@ -30,6 +30,7 @@ private slots:
     void requestEndsWithAnEmptyLine_data();
     void requestEndsWithAnEmptyLine();
     void whatIsBeforeTheBytesIsNoPartOfTheRequest();
+    void endOfARequestIsLookedForInItsBytesAlone();
 };
 
 void TestHttpMessages::descriptionHeaderHasItsBytes()
@@ -154,6 +155,26 @@ void TestHttpMessages::whatIsBeforeTheBytesIsNoPartOfTheRequest()
     QVERIFY(!http::isRequestEnd(bytes + 3, 1));
     QVERIFY(!http::isRequestEnd(bytes + 4, 0));
     QVERIFY(http::isRequestEnd(bytes + 2, 2));
+}
+
+// Every text of up to four of the bytes that count, each between others that would end it.
+void TestHttpMessages::endOfARequestIsLookedForInItsBytesAlone()
+{
+    static const char letters[] = { '\n', '\r', 'a' };
+    static const char *const surroundings[] = { "\n", "\r", "\n\r\n", "\n\n", "a" };
+    int number = 1;
+    for (int size = 0; size <= 4; ++size, number *= 3) {
+        for (int i = 0; i < number; ++i) {
+            QByteArray text;
+            for (int rest = i; text.size() < size; rest /= 3)
+                text += letters[rest % 3];
+            const bool isEnd = text.endsWith("\n\r\n") || text.endsWith("\n\n");
+            for (const char *around : surroundings) {
+                const QByteArray whole = around + text + around;
+                QVERIFY2(http::isRequestEnd(whole.constData() + qstrlen(around), size) == isEnd, whole.toHex().constData());
+            }
+        }
+    }
 }
 
 QTEST_APPLESS_MAIN(TestHttpMessages)

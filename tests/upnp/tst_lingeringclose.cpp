@@ -1,10 +1,12 @@
 #include "lingeringclose.h"
 
+#include "qtversions.h"
 #include "waitfor.h"
 
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,16 +20,20 @@ private slots:
 
     void peerIsToldAtOnce();
     void whatThePeerSendsIsReadAwayUntilItCloses();
+    void singleBytesAreReadAwayAsWell();
     void peerThatHasClosedIsNotWaitedFor();
+    void peerThatHasResetIsNotWaitedFor();
     void peerThatNeverClosesIsLeftAfterAWhile();
     void peerThatNeverStopsIsLeft();
     void peerIsLeftAfterSoManyBytes();
+    void peerIsKeptWithOneByteLess();
     void connectionEndsWithTheParent();
 
 private:
     int lingering() const { return m_parent->findChildren<LingeringClose *>().size(); }
     // Sends until nothing goes any more. Returns whether that is because the other end is closed.
     bool sendMuch();
+    bool sendBytes(int number);
 
     QScopedPointer<QObject> m_parent;
     int m_own;
@@ -81,6 +87,18 @@ void TestLingeringClose::whatThePeerSendsIsReadAwayUntilItCloses()
     QVERIFY(!isOpen(m_own));
 }
 
+void TestLingeringClose::singleBytesAreReadAwayAsWell()
+{
+    QVERIFY(sendBytes(1));
+    QVERIFY(!LingeringClose::close(m_own, m_parent.data()));
+    for (int i = 0; i < 3; ++i) {
+        int waiting = 0;
+        QVERIFY(sendBytes(1));
+        QVERIFY(waitFor([&] { return ioctl(m_own, FIONREAD, &waiting) == 0 && waiting == 0; }));
+        QCOMPARE(lingering(), 1);
+    }
+}
+
 void TestLingeringClose::peerThatHasClosedIsNotWaitedFor()
 {
     QVERIFY(!sendMuch());
@@ -90,9 +108,21 @@ void TestLingeringClose::peerThatHasClosedIsNotWaitedFor()
     QVERIFY(!isOpen(m_own));
 }
 
+// It closed with something unread.
+void TestLingeringClose::peerThatHasResetIsNotWaitedFor()
+{
+    QCOMPARE(send(m_own, "x", 1, MSG_NOSIGNAL), ssize_t(1));
+    close(m_peer);
+    m_peer = -1;
+    QVERIFY(LingeringClose::close(m_own, m_parent.data()));
+    QCOMPARE(lingering(), 0);
+    QVERIFY(!isOpen(m_own));
+}
+
 void TestLingeringClose::peerThatNeverClosesIsLeftAfterAWhile()
 {
     LingeringClose::close(m_own, m_parent.data());
+    QCOMPARE(qtversions::timerPeriods(m_parent->findChild<LingeringClose *>()), QList<int>() << 2000);
     QVERIFY(waitFor([this] { return lingering() == 0; }));
     QVERIFY(!isOpen(m_own));
 }
@@ -104,20 +134,36 @@ void TestLingeringClose::peerThatNeverStopsIsLeft()
     QVERIFY(waitFor([this] { return lingering() == 0; }));
 }
 
+// False when the other end is closed before.
+bool TestLingeringClose::sendBytes(int number)
+{
+    static const char bytes[4096] = {};
+    return waitFor([&] {
+        ssize_t sent = 0;
+        while (number > 0 && (sent = send(m_peer, bytes, size_t(qMin(number, int(sizeof bytes))), MSG_NOSIGNAL)) > 0)
+            number -= int(sent);
+        return number == 0;
+    });
+}
+
 // Well before its time is over
 void TestLingeringClose::peerIsLeftAfterSoManyBytes()
 {
-    static const char bytes[4096] = {};
     LingeringClose::close(m_own, m_parent.data());
-    int left = 8 * 1024 * 1024;
-    QVERIFY(waitFor([&] {
-        ssize_t sent = 0;
-        while (left > 0 && (sent = send(m_peer, bytes, size_t(qMin(left, int(sizeof bytes))), MSG_NOSIGNAL)) > 0)
-            left -= int(sent);
-        return left == 0;
-    }));
+    QVERIFY(sendBytes(8 * 1024 * 1024));
     QVERIFY(waitFor([this] { return lingering() == 0; }, LingeringClose::maximalTime / 2));
     QVERIFY(!isOpen(m_own));
+}
+
+void TestLingeringClose::peerIsKeptWithOneByteLess()
+{
+    LingeringClose::close(m_own, m_parent.data());
+    QVERIFY(sendBytes(8 * 1024 * 1024 - 1));
+    int waiting = 0;
+    QVERIFY(waitFor([&] { return ioctl(m_own, FIONREAD, &waiting) == 0 && waiting == 0; }));
+    QCOMPARE(lingering(), 1);
+    QVERIFY(sendBytes(1));
+    QVERIFY(waitFor([this] { return lingering() == 0; }, LingeringClose::maximalTime / 2));
 }
 
 void TestLingeringClose::connectionEndsWithTheParent()

@@ -44,6 +44,7 @@ private slots:
     void everyHourOfADay();
     void yearsToCome();
     void lastYearOfACentury();
+    void timesBefore1970();
     void partsOfASecondAreCut();
     void summerTimeBeginsAndEnds();
     void changeOfTheTimeZoneIsFollowed();
@@ -81,6 +82,13 @@ void TestLocalDate::yearsToCome()
 void TestLocalDate::lastYearOfACentury()
 {
     compareWithQt(Q_INT64_C(946598400000)); // 31 December 1999
+}
+
+void TestLocalDate::timesBefore1970()
+{
+    const qint64 before[] = { 1, 999, 1000, 1001, hour, 400 * day };
+    for (qint64 moment : before)
+        compareWithQt(-moment);
 }
 
 void TestLocalDate::partsOfASecondAreCut()

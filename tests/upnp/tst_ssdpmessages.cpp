@@ -61,6 +61,8 @@ private slots:
     void searchesAreAnsweredByTheirBytes_data();
     void searchesAreAnsweredByTheirBytes();
     void uuidAnswerNeedsAUuidThatChangesBetweenTheTests();
+    void uuidThatChangesNeedsItsPrefix_data();
+    void uuidThatChangesNeedsItsPrefix();
     void uuidIsAskedForOncePerComparison();
     void unansweredMessagesNeverAskForTheUuid();
     void emptyUuidIsInEverySearch();
@@ -236,6 +238,30 @@ void TestSsdpMessages::uuidAnswerNeedsAUuidThatChangesBetweenTheTests()
     QCOMPARE(ssdp::answerKind(datagram, changing), ssdp::UuidAnswer);
     // Now it stays the same.
     QCOMPARE(ssdp::answerKind(datagram, changing), ssdp::RootDeviceAnswer);
+}
+
+void TestSsdpMessages::uuidThatChangesNeedsItsPrefix_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<int>("kind");
+
+    const QByteArray prefix = "uuid:Upnp-BasicDevice-1_0-";
+    QTest::newRow("whole") << prefix << int(ssdp::UuidAnswer);
+    for (int missing = 1; missing <= prefix.size(); ++missing) {
+        const QByteArray end = prefix.mid(missing);
+        QTest::newRow(("only " + end).constData()) << end << int(ssdp::NoAnswer);
+    }
+    QTest::newRow("another end") << QByteArray("uuid:Upnp-BasicDevice-1_0_") << int(ssdp::NoAnswer);
+    QTest::newRow("other cases") << QByteArray("uuid:upnp-basicdevice-1_0-") << int(ssdp::NoAnswer);
+}
+
+void TestSsdpMessages::uuidThatChangesNeedsItsPrefix()
+{
+    QFETCH(QByteArray, before);
+    const QByteArray datagram = "M-SEARCH * HTTP/1.1\r\nST: " + before + uuid + "\r\n\r\n";
+    int asked = 0;
+    const auto changing = [&asked] { return QByteArray(asked++ == 0 ? otherUuid : uuid); };
+    QTEST(int(ssdp::answerKind(datagram, changing)), "kind");
 }
 
 void TestSsdpMessages::uuidIsAskedForOncePerComparison()

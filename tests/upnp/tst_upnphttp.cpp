@@ -7,6 +7,7 @@
 #include "network.h"
 #include "ownprogram.h"
 #include "peer.h"
+#include "qtversions.h"
 #include "upnpsettings.h"
 #include "waitfor.h"
 
@@ -15,11 +16,14 @@
 #include <QtCore/QFile>
 #include <QtCore/QScopedPointer>
 #include <QtCore/QSocketNotifier>
+#include <QtCore/QTimerEvent>
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
 
 #include <cstdio>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 static const char descriptionRequest[] = "GET /rootDesc.xml HTTP/1.1\r\nHost: 10.77.0.2:8200\r\n\r\n";
 static const char iconRequest[] = "GET /icons/kelta_icon48.png HTTP/1.1\r\n\r\n";
@@ -58,6 +62,11 @@ private slots:
     void iconIsServed();
     void pausingReaderGetsTheWholeIconWhileOthersAreServed();
     void peersThatReadTheSameIconShareItsDescriptor();
+    void iconOfAnotherFileSystemIsAnotherIcon();
+    void whatIsNoRegularFileIsNoIcon_data();
+    void whatIsNoRegularFileIsNoIcon();
+    void servedIconsLeaveNoDescriptors();
+    void answersAreCounted();
     void peersThatResetAreNoMatter_data();
     void peersThatResetAreNoMatter();
     void lineWithoutEndIsAnsweredAtItsEnd();
@@ -70,6 +79,8 @@ private slots:
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
     void requestsWithoutAnEndLeaveDescriptorsFree();
     void takenPortGoesUnnoticed();
+    void listeningIsTriedAgainEverySecondUntilItSucceeds();
+    void listeningIsNotTriedAgainOnceThePortIsTaken();
     void qtDoesNotAcceptByItself();
 
 private:
@@ -419,6 +430,83 @@ void TestUpnpHttp::peersThatReadTheSameIconShareItsDescriptor()
     QCOMPARE(openDescriptors(), before + 8);
 }
 
+// A file system in memory gives its first file the same number as another such.
+void TestUpnpHttp::iconOfAnotherFileSystemIsAnotherIcon()
+{
+    QVERIFY(QDir().mkpath(text("/var/www/icons")));
+    QByteArray icons[2];
+    Peer peers[2];
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(mount("none", "/var/www/icons", "tmpfs", 0, nullptr), 0);
+        icons[i] = QByteArray(24 * 1024 * 1024, char('i' + i));
+        writeIcon(icons[i]);
+        QVERIFY(peers[i].send(iconRequest));
+        QVERIFY(waitFor([&] { return m_server->findChildren<FileSender *>().size() == i + 1; }));
+    }
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(peers[i].readToEnd());
+        QVERIFY(peers[i].received() == iconAnswer(peers[i].received(), icons[i]));
+        QCOMPARE(umount2("/var/www/icons", MNT_DETACH), 0);
+    }
+}
+
+void TestUpnpHttp::whatIsNoRegularFileIsNoIcon_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::newRow("folder") << int(S_IFDIR);
+    QTest::newRow("pipe") << int(S_IFIFO);
+    QTest::newRow("nothing") << 0;
+}
+
+void TestUpnpHttp::whatIsNoRegularFileIsNoIcon()
+{
+    QFETCH(int, type);
+    QVERIFY(QDir().mkpath(text("/var/www/icons")));
+    if (type == S_IFDIR)
+        QCOMPARE(mkdir(iconFile, 0777), 0);
+    else if (type == S_IFIFO)
+        QCOMPARE(mkfifo(iconFile, 0777), 0);
+    QVERIFY(isServed());
+    const int before = openDescriptors();
+    for (int i = 0; i < 3; ++i) {
+        Peer peer;
+        QVERIFY(peer.send(iconRequest));
+        QVERIFY(peer.readToEnd());
+        QVERIFY(compareBytes(peer.received(), testData("icon_not_found.msg")));
+    }
+    QVERIFY(waitFor([&] { return openDescriptors() == before; }));
+    QCOMPARE(m_server->iconsServed(), Q_UINT64_C(0));
+    std::remove(iconFile);
+}
+
+void TestUpnpHttp::servedIconsLeaveNoDescriptors()
+{
+    writeIcon(QByteArray(100000, 'i'));
+    QVERIFY(isServed());
+    const int before = openDescriptors();
+    for (int i = 0; i < 3; ++i) {
+        Peer peer;
+        QVERIFY(peer.send(iconRequest));
+        QVERIFY(peer.readToEnd());
+    }
+    QVERIFY(waitFor([&] { return openDescriptors() == before; }));
+}
+
+void TestUpnpHttp::answersAreCounted()
+{
+    QCOMPARE(m_server->descriptionsServed(), Q_UINT64_C(0));
+    QCOMPARE(m_server->iconsServed(), Q_UINT64_C(0));
+    writeIcon("icon");
+    const char *const requests[] = { descriptionRequest, iconRequest, "GET / HTTP/1.1\r\n\r\n", iconRequest };
+    for (const char *request : requests) {
+        Peer peer;
+        QVERIFY(peer.send(request));
+        QVERIFY(peer.readToEnd());
+    }
+    QCOMPARE(m_server->descriptionsServed(), Q_UINT64_C(1));
+    QCOMPARE(m_server->iconsServed(), Q_UINT64_C(2));
+}
+
 void TestUpnpHttp::peersThatResetAreNoMatter_data()
 {
     QTest::addColumn<QByteArray>("request");
@@ -602,6 +690,46 @@ void TestUpnpHttp::takenPortGoesUnnoticed()
     QCOMPARE(m_server->serverPort(), quint16(8200));
     QCOMPARE(m_server->serverAddress().protocol(), QAbstractSocket::IPv4Protocol);
     QCOMPARE(log.lines(), QStringList());
+}
+
+static void passASecond(UpnpHttp *server)
+{
+    QTimerEvent event(1);
+    QCoreApplication::sendEvent(server, &event);
+}
+
+void TestUpnpHttp::listeningIsTriedAgainEverySecondUntilItSucceeds()
+{
+    QCOMPARE(qtversions::timerPeriods(m_server.data()), QList<int>());
+    m_server.reset();
+    CaughtLog log;
+    {
+        const DescriptorLimit none(0);
+        m_server.reset(new UpnpHttp(m_device->settings(), nullptr));
+        QCOMPARE(qtversions::timerPeriods(m_server.data()), QList<int>() << 1000);
+        passASecond(m_server.data());
+        QCOMPARE(qtversions::timerPeriods(m_server.data()), QList<int>() << 1000);
+    }
+    QVERIFY(!m_server->isListening());
+    passASecond(m_server.data());
+    QVERIFY(m_server->isListening());
+    QCOMPARE(qtversions::timerPeriods(m_server.data()), QList<int>());
+    QCOMPARE(log.lines(), QStringList());
+    QVERIFY(isServed());
+}
+
+void TestUpnpHttp::listeningIsNotTriedAgainOnceThePortIsTaken()
+{
+    QScopedPointer<UpnpHttp> second;
+    {
+        const DescriptorLimit none(0);
+        second.reset(new UpnpHttp(m_device->settings(), nullptr));
+    }
+    QCOMPARE(qtversions::timerPeriods(second.data()), QList<int>() << 1000);
+    passASecond(second.data());
+    QVERIFY(!second->isListening());
+    QCOMPARE(qtversions::timerPeriods(second.data()), QList<int>());
+    QVERIFY(isServed());
 }
 
 void TestUpnpHttp::qtDoesNotAcceptByItself()

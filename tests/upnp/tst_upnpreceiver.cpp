@@ -5,6 +5,7 @@
 #include "fakedevice.h"
 #include "network.h"
 #include "qtversions.h"
+#include "socketroom.h"
 #include "termsignal.h"
 #include "udp.h"
 #include "upnpsettings.h"
@@ -18,9 +19,11 @@
 #include <QtNetwork/QUdpSocket>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 static const char group[] = "239.255.255.250";
@@ -28,6 +31,23 @@ static const quint16 ssdpPort = 1900;
 static const char announcementDate[] = "ddd, dd MMM yyyy hh:mm:ss";
 static const char answerDate[] = "ddd, dd MMM yyyy hh:mm:s";
 static const char searchForAll[] = "M-SEARCH * HTTP/1.1\r\nST: ssdp:all\r\n\r\n";
+
+static int bindsToFail = 0;
+static int binds = 0;
+
+// The program's own comes before that of the C library.
+extern "C" int bind(int descriptor, const struct sockaddr *address, socklen_t size) noexcept
+{
+    // Qt binds sockets of its own as well.
+    const bool isOfPort = address->sa_family == AF_INET && reinterpret_cast<const struct sockaddr_in *>(address)->sin_port == htons(ssdpPort);
+    binds += isOfPort;
+    if (isOfPort && bindsToFail > 0) {
+        --bindsToFail;
+        errno = ENOMEM;
+        return -1;
+    }
+    return int(syscall(SYS_bind, descriptor, address, size));
+}
 
 class TestUpnpReceiver : public QObject
 {
@@ -44,6 +64,8 @@ private slots:
     void multicastHasATimeToLiveOf32();
     void announcementsComeFromTheSsdpPort();
     void portThatIsTakenIsSilentAndAnnouncementsStillGoOut();
+    void portIsBoundByTheLastOfFourTries_data();
+    void portIsBoundByTheLastOfFourTries();
 
     void missingInterfaceIsJoinedLater();
     void interfaceWithoutAddressIsJoinedLater();
@@ -68,6 +90,8 @@ private slots:
     void multicastSearchIsAnswered();
     void burstIsAnsweredInOrderInOneCall();
     void emptyDatagramIsNotTheEndOfABurst();
+    void thousandDatagramsAreTakenInOnePass();
+    void answersAloneAreCounted();
     void everySearcherOfABurstGetsItsOwnVariant();
     void otherDatagramsAreDroppedSilently_data();
     void otherDatagramsAreDroppedSilently();
@@ -217,12 +241,35 @@ void TestUpnpReceiver::portThatIsTakenIsSilentAndAnnouncementsStillGoOut()
     address.sin_addr.s_addr = htonl(0x0a4d0002);
     QCOMPARE(bind(owner, reinterpret_cast<const struct sockaddr *>(&address), sizeof address), 0);
     CaughtLog log;
+    binds = 0;
     m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    const int tried = binds;
     const QByteArray alive = m_listener->receive();
     close(owner);
+    QCOMPARE(tried, 2); // by each option once: the port stays taken
     QVERIFY(compareBytes(alive, announcement("alive.msg", alive)));
     QVERIFY(m_listener->senderPort() != ssdpPort);
     QCOMPARE(log.warnings(), QStringList());
+}
+
+void TestUpnpReceiver::portIsBoundByTheLastOfFourTries_data()
+{
+    QTest::addColumn<int>("failures");
+    QTest::addColumn<bool>("isBound");
+    // Each try binds twice.
+    QTest::newRow("first") << 1 << true;
+    QTest::newRow("all but the last") << 7 << true;
+    QTest::newRow("all") << 8 << false;
+}
+
+void TestUpnpReceiver::portIsBoundByTheLastOfFourTries()
+{
+    QFETCH(int, failures);
+    bindsToFail = failures;
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    QCOMPARE(bindsToFail, 0);
+    QVERIFY(m_listener->receive().contains("ssdp:alive"));
+    QTEST(m_listener->senderPort() == ssdpPort, "isBound");
 }
 
 void TestUpnpReceiver::missingInterfaceIsJoinedLater()
@@ -549,6 +596,37 @@ void TestUpnpReceiver::emptyDatagramIsNotTheEndOfABurst()
     for (int i = 0; i < 2; ++i) {
         const QByteArray received = searcher.receiveNow();
         QVERIFY(compareBytes(received, answer("rootdevice_answer.msg", received)));
+    }
+}
+
+// So that the event loop gets its turn under a flood.
+void TestUpnpReceiver::thousandDatagramsAreTakenInOnePass()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams")); // its own announcement
+    if (!holdsManyDatagrams(int(m_receiver->findChild<QUdpSocket *>()->socketDescriptor())))
+        SKIP("no socket may be that large here");
+    Udp searcher("10.77.0.2");
+    for (int i = 0; i < 2002; ++i)
+        QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+    const quint64 answered[] = { 1000, 2000, 2002, 2002 };
+    for (quint64 number : answered) {
+        QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+        QCOMPARE(m_receiver->searchesAnswered(), number);
+    }
+}
+
+void TestUpnpReceiver::answersAloneAreCounted()
+{
+    makeReceiver();
+    QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+    QCOMPARE(m_receiver->searchesAnswered(), Q_UINT64_C(0));
+    Udp searcher("10.77.0.2");
+    for (int i = 1; i <= 3; ++i) {
+        QVERIFY(searcher.send("M-SEARCH * HTTP/1.1\r\nST: urn:x\r\n\r\n", "10.77.0.2", ssdpPort));
+        QVERIFY(searcher.send(searchForAll, "10.77.0.2", ssdpPort));
+        QVERIFY(QMetaObject::invokeMethod(m_receiver.data(), "processDatagrams"));
+        QCOMPARE(m_receiver->searchesAnswered(), quint64(i));
     }
 }
 
