@@ -111,6 +111,7 @@ void UpnpReceiver::sendByeBye()
     const QHostAddress autoip = settings->getAutoipAddress();
     if (!autoip.isNull())
         multicast(ssdp::autoipByeBye(announcementFor(autoip)));
+    udpSocket->flush();
 }
 
 // Receives without Qt, at a tenth of its cost. False when nothing is there.
