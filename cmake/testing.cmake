@@ -31,6 +31,6 @@ function(unit_test name)
             ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
     endif()
     add_test(NAME ${name} COMMAND ${command})
-    set_tests_properties(${name} PROPERTIES ENVIRONMENT "LC_ALL=C;QT_LOGGING_RULES=" TIMEOUT 120
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "LC_ALL=C;QT_LOGGING_RULES=" TIMEOUT 300
         SKIP_RETURN_CODE 77)
 endfunction()
