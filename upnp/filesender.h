@@ -19,9 +19,9 @@ class FileSender : public QObject
 public:
     // Sends the head and then the first size bytes of the open file through a non-blocking socket.
     // True when that is finished: everything is sent, or sending has failed, since the connection is gone, the file has
-    // become shorter, or no descriptor is left for what is still to be sent. False when the socket did not take everything: a FileSender, a child of parent, sends the remaining
-    // bytes later, through a duplicate of the descriptor, which LingeringClose closes afterwards. In both cases the
-    // caller's descriptor stays the caller's, which should close it now.
+    // become shorter, or no descriptor is left for what is still to be sent. False when the socket did not take everything:
+    // a FileSender, a child of parent, sends the remaining bytes later, through a duplicate of the descriptor, which
+    // LingeringClose closes afterwards. In both cases the caller's descriptor stays the caller's, which should close it now.
     static bool send(int socketDescriptor, const QByteArray &head, const QSharedPointer<QFile> &file, off_t size, QObject *parent);
 
     ~FileSender();

@@ -7,7 +7,7 @@
 
 // Runs the event loop until the condition holds; false when it still does not after so many milliseconds.
 template <class Condition>
-bool waitFor(const Condition &condition, int milliseconds = 10000)
+bool waitFor(const Condition &condition, int milliseconds = 30000)
 {
     QElapsedTimer timer;
     timer.start();
