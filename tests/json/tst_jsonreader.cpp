@@ -1,12 +1,10 @@
 #include "jsonparser.h"
 #include "jsonreader.h"
 
+#include "guardedmemory.h"
 #include "qtversions.h"
 
 #include <QtTest>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 class tst_JsonReader : public QObject
 {
@@ -437,23 +435,17 @@ void tst_JsonReader::nothingIsReadBehindTheTextThatIsWidenedOnTheStack()
 // The memory ends with the bytes: reading one more ends the program.
 void tst_JsonReader::nothingIsReadBehindTheBytes()
 {
-    const size_t page = size_t(sysconf(_SC_PAGESIZE));
-    void *const pages = mmap(nullptr, page * 2, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    QVERIFY(pages != MAP_FAILED);
-    char *const end = static_cast<char *>(pages) + page;
-    QCOMPARE(mprotect(end, page, PROT_NONE), 0);
+    GuardedMemory memory;
     for (int length = 0; length < 40; ++length) {
         const QByteArray content = QByteArray(length, 'a') + (length % 2 ? "" : "\xc3\xa9");
         const QByteArray text = '"' + content + '"';
-        char *const begin = end - text.size();
-        memcpy(begin, text.constData(), size_t(text.size()));
+        const char *const begin = memory.copy(text.constData(), size_t(text.size()));
         JsonReader reader;
         QVERIFY(reader.parse(QByteArray::fromRawData(begin, text.size())));
         QCOMPARE(reader.result(), QVariant(QString::fromUtf8(content.constData())));
         JsonReader cut;
         QVERIFY(!cut.parse(QByteArray::fromRawData(begin + 1, text.size() - 1)));
     }
-    munmap(pages, page * 2);
 }
 
 void tst_JsonReader::longHostileTextsAreReadToTheirEnd_data()
