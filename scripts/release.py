@@ -48,7 +48,7 @@ SUITES = {
     "packaging": "packaging/try.sh",
     "soak": "tests/soak/run.py --minutes 30",
     "faults": "tests/faults/run.py",
-    "fuzzers": "fuzz/run.sh",
+    "fuzzers": "fuzz/run.sh -n 10000000 -t 600",
     "mutation": "tests/mutation/run.py --jobs 3 --sample 400 --at-least 97 --in-each-folder 94 --seed {seed}",
 }
 NEED_BUILD = ("soak", "faults")  # they take the daemon in build/
