@@ -23,6 +23,8 @@ private slots:
     void whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged();
     void whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor();
     void roomIsGivenBackOnceHoweverOftenTheTextChanges();
+    void roomOfValuesIsGivenBackToTheLastByte();
+    void roomOfSummariesIsGivenBackToTheLastByte();
 };
 
 static QByteArray named(const QByteArray &name, const QByteArray &interface = "{\"mtu\":1500}")
@@ -30,6 +32,11 @@ static QByteArray named(const QByteArray &name, const QByteArray &interface = "{
     return "{\"params\":{\"device\":{\"uuid\":\"A\",\"name\":\"" + name + "\",\"type\":\"T\",\"familyType\":\"F\",\"firmwareVersion\":\"1\"},"
                                                                           "\"netSettings\":{\"interface\":"
         + interface + "},\"expiration\":22}}";
+}
+
+static QByteArray withFiller(int size)
+{
+    return named("n", "{\"mtu\":\"" + QByteArray(size, 'f') + "\"}");
 }
 
 static QVariantMap summaryNamed(const char *name)
@@ -184,53 +191,64 @@ void TestZorvDeviceSummary::moreSummariesAndValuesThanAreKept()
 }
 
 // What is kept shares its memory with what was given out before; what is made again does not.
+static bool keepsSummary(ZorvDevice *device)
+{
+    const QString name = device->summary().value(text("name")).toString();
+    return device->summary().value(text("name")).toString().constData() == name.constData();
+}
+
+static bool keepsValues(ZorvDevice *device)
+{
+    const QString path = text("params/device/name");
+    const QString name = device->value(path).toString();
+    return device->value(path).toString().constData() == name.constData();
+}
+
 void TestZorvDeviceSummary::whatIsAskedForAgainIsKeptHoweverOftenTheTextHasChanged()
 {
     const QByteArray filler(60000, 'f');
-    const QString path = text("params/device/name");
     ZorvDevice listed(text("A"), named("n", "{}"), defaultExpiration, 0);
     ZorvDevice lookedAt(text("B"), named("n", "{}"), defaultExpiration, 0);
     for (int round = 0; round < 400; ++round) {
         const QByteArray json = named("n" + QByteArray::number(round), "{\"mtu\":\"" + filler + "\"}");
         listed.update(json);
         lookedAt.update(json);
-        const QString name = listed.summary().value(text("name")).toString();
-        const QString value = lookedAt.value(path).toString();
-        QVERIFY(listed.summary().value(text("name")).toString().constData() == name.constData());
-        QVERIFY(lookedAt.value(path).toString().constData() == value.constData());
+        QVERIFY(keepsSummary(&listed));
+        QVERIFY(keepsValues(&lookedAt));
     }
 }
 
 void TestZorvDeviceSummary::whatIsKeptTakesRoomOnceHoweverOftenItIsAskedFor()
 {
-    const QByteArray json = named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}");
-    const QString path = text("params/device/name");
+    const QByteArray json = withFiller(60000);
     ZorvDevice first(text("A"), json, defaultExpiration, 0);
     for (int time = 0; time < 400; ++time) {
         first.summary();
-        first.value(path);
+        first.value(text("params/device/name"));
     }
     ZorvDevice second(text("B"), json, defaultExpiration, 0);
-    const QString name = second.summary().value(text("name")).toString();
-    const QString value = second.value(path).toString();
-    QVERIFY(second.summary().value(text("name")).toString().constData() == name.constData());
-    QVERIFY(second.value(path).toString().constData() == value.constData());
+    QVERIFY(keepsSummary(&second));
+    QVERIFY(keepsValues(&second));
 }
 
 // How many of three hundred devices have their summary and their values kept: more than there is room for.
 static void countKept(int *summaries, int *values)
 {
-    const QByteArray json = named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}");
-    const QString path = text("params/device/name");
+    const QByteArray json = withFiller(60000);
     QObject owner;
     *summaries = *values = 0;
     for (int i = 0; i < 300; ++i) {
         ZorvDevice *const device = new ZorvDevice(text("A"), json, defaultExpiration, &owner);
-        const QString name = device->summary().value(text("name")).toString();
-        const QString value = device->value(path).toString();
-        *summaries += device->summary().value(text("name")).toString().constData() == name.constData();
-        *values += device->value(path).toString().constData() == value.constData();
+        *summaries += keepsSummary(device);
+        *values += keepsValues(device);
     }
+}
+
+// With its family type.
+static int sizeOfKeptSummary(const QByteArray &json)
+{
+    ZorvDevice device(text("A"), json, defaultExpiration, 0);
+    return dbusvalue::marshalledSize(device.summary()) + int(sizeof(QChar));
 }
 
 void TestZorvDeviceSummary::roomIsGivenBackOnceHoweverOftenTheTextChanges()
@@ -239,10 +257,9 @@ void TestZorvDeviceSummary::roomIsGivenBackOnceHoweverOftenTheTextChanges()
     int valuesBefore = 0;
     countKept(&summariesBefore, &valuesBefore);
 
-    const QByteArray json = named("n", "{\"mtu\":\"" + QByteArray(60000, 'f') + "\"}");
+    const QByteArray json = withFiller(60000);
     make(json);
-    const int sizeOfSummary = dbusvalue::marshalledSize(m_device->summary()) + int(sizeof(QChar)); // with the family type
-    QCOMPARE(summariesBefore, 12 * 1024 * 1024 / sizeOfSummary);
+    QCOMPARE(summariesBefore, 12 * 1024 * 1024 / sizeOfKeptSummary(json));
     QCOMPARE(valuesBefore, 4 * 1024 * 1024 / json.size());
 
     m_device->value(text("params/device/name"));
@@ -257,6 +274,56 @@ void TestZorvDeviceSummary::roomIsGivenBackOnceHoweverOftenTheTextChanges()
     countKept(&summaries, &values);
     QCOMPARE(summaries, summariesBefore);
     QCOMPARE(values, valuesBefore);
+}
+
+// If one byte were left each time, or one too much given back, it would show when the room is filled to the last byte.
+static void giveRoomBackAThousandTimes(ZorvDevice *device)
+{
+    for (int time = 0; time < 1000; ++time) {
+        device->summary();
+        device->value(text("params/device/name"));
+        device->update(named("n"));
+    }
+}
+
+// So many with this text, and a small one for which there is no room.
+static void fill(QList<ZorvDevice *> *devices, const QByteArray &json, int count, QObject *owner)
+{
+    for (int i = 0; i < count; ++i)
+        devices->append(new ZorvDevice(text("A"), json, defaultExpiration, owner));
+    devices->append(new ZorvDevice(text("A"), named("n"), defaultExpiration, owner));
+}
+
+void TestZorvDeviceSummary::roomOfValuesIsGivenBackToTheLastByte()
+{
+    const int size = 32 * 1024;
+    const QByteArray json = withFiller(size - withFiller(0).size());
+    QCOMPARE(json.size(), size);
+
+    make(named("n"));
+    giveRoomBackAThousandTimes(m_device);
+    QObject owner;
+    QList<ZorvDevice *> devices;
+    fill(&devices, json, 4 * 1024 * 1024 / size, &owner);
+    for (int i = 0; i < devices.size() - 1; ++i)
+        QVERIFY(keepsValues(devices.at(i)));
+    QVERIFY(!keepsValues(devices.last()));
+}
+
+void TestZorvDeviceSummary::roomOfSummariesIsGivenBackToTheLastByte()
+{
+    const int size = 48 * 1024;
+    const QByteArray json = withFiller(size - sizeOfKeptSummary(withFiller(0)));
+    QCOMPARE(sizeOfKeptSummary(json), size);
+
+    make(named("n"));
+    giveRoomBackAThousandTimes(m_device);
+    QObject owner;
+    QList<ZorvDevice *> devices;
+    fill(&devices, json, 12 * 1024 * 1024 / size, &owner);
+    for (int i = 0; i < devices.size() - 1; ++i)
+        QVERIFY(keepsSummary(devices.at(i)));
+    QVERIFY(!keepsSummary(devices.last()));
 }
 
 QTEST_MAIN(TestZorvDeviceSummary)
