@@ -134,7 +134,6 @@ class Host(Namespace):
             self.ip(*[f"addr add {address} dev {name}" for address in addresses])
         if up:
             self.link_up(name)
-            self.cable_in(name)
 
     def remove_interface(self, name: str = "eth0") -> None:
         self.ip(f"link del {name}")
@@ -170,10 +169,11 @@ class Host(Namespace):
         self.ip("route del default")
 
     def link_up(self, name: str = "eth0") -> None:
-        """Also gives the host its default route again, without which multicast has no way out."""
+        """Also gives the host its default route again, without which multicast has no way out, and plugs the cable in."""
         self.ip(f"link set {name} up")
         if name == "eth0" or len(self._ports) == 1:
             self.default_route(name)
+        self.cable_in(name)
 
     def link_down(self) -> None:
         self.ip("link set eth0 down")
@@ -185,6 +185,7 @@ class Host(Namespace):
             wait_for(lambda: not is_running("eth0"), what=f"eth0 of {self.name} without carrier")
 
     def cable_in(self, name: str = "eth0") -> None:
+        """Returns when the interface has a carrier: until then the kernel drops what is sent, without an error."""
         self.lan.ip(f"link set {self._ports[name]} up")
         with self.inside():
             wait_for(lambda: is_running(name), what=f"{name} of {self.name} has a carrier")
