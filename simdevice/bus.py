@@ -72,7 +72,7 @@ class Connection:
         self.name = self.raw.get_unique_name()
 
     def call(self, service: str, path: str, interface: str, member: str, *arguments, signature: str = None,
-             seconds: float = 5) -> Any:
+             seconds: float = 20) -> Any:
         """Calls and waits. Returns the plain value, a list when there are several, None when there is none.
 
         Argument types: `signature`, else what the Python values suggest. Errors are dbus.DBusException.
@@ -251,7 +251,7 @@ class Bus:
     def pid_of(self, name: str) -> int:
         return self.call(*DRIVER, "GetConnectionUnixProcessID", name)
 
-    def wait_for_name(self, name: str, seconds: float = 10) -> str:
+    def wait_for_name(self, name: str, seconds: float = 30) -> str:
         return wait_for(lambda: self.owner(name), seconds, f"{name} has an owner on the bus")
 
 

@@ -32,7 +32,7 @@ class Listener(Recorder):
     def matching(self, content: bytes) -> list:
         return [datagram for datagram in self.received if content in datagram.data]
 
-    def wait_for(self, content: bytes = b"", count: int = 1, seconds: float = 10) -> list:
+    def wait_for(self, content: bytes = b"", count: int = 1, seconds: float = 30) -> list:
         """Waits for at least `count` datagrams that contain `content`; returns all of these."""
         wait_for(lambda: len(self.matching(content)) >= count, seconds,
                  f"{count} datagram(s) with {content!r}", lambda: self.received)

@@ -139,7 +139,7 @@ class Device:
         """What the daemon wrote to its standard output and standard error."""
         return self._output.read_text(errors="replace") if self._output.exists() else ""
 
-    def wait_until_ready(self, seconds: float = 15, http: bool = True) -> None:
+    def wait_until_ready(self, seconds: float = 30, http: bool = True) -> None:
         def ready() -> bool:
             if not self.running:
                 raise AssertionError(f"the daemon ended with status {self.exit_status}:\n{self.output}")

@@ -81,7 +81,7 @@ class Syslog:
         if self._recorder:
             self._recorder.clear()
 
-    def wait_for_text(self, text: str, count: int = 1, seconds: float = 10) -> None:
+    def wait_for_text(self, text: str, count: int = 1, seconds: float = 30) -> None:
         """Waits until at least `count` lines have exactly this text."""
         wait_for(lambda: self.texts.count(text) >= count, seconds, f"{count} log line(s) {text!r}", lambda: self.texts)
 

@@ -17,7 +17,7 @@ def dispatch() -> None:
         pass
 
 
-def wait_for(condition: Callable[[], T], seconds: float = 10, what: str = "", seen: Callable[[], object] = None) -> T:
+def wait_for(condition: Callable[[], T], seconds: float = 30, what: str = "", seen: Callable[[], object] = None) -> T:
     """Returns the first true value of `condition`. `seen` is called for the failure message."""
     deadline = time.monotonic() + seconds
     while True:

@@ -41,7 +41,7 @@ def summaries(device, family: str = "", seconds: float = 10) -> dict:
     return {summary["uuid"]: summary for summary in found}
 
 
-def wait_for_device(device, uuid: str, seconds: float = 10) -> dict:
+def wait_for_device(device, uuid: str, seconds: float = 30) -> dict:
     """The summary of a device, as soon as it is known."""
     wait_for(lambda: uuid in summaries(device), seconds, f"{uuid!r} is known", lambda: list(summaries(device)))
     return summaries(device)[uuid]

@@ -13,8 +13,8 @@ def served(peer) -> None:
     compare_bytes(peer.http_raw(GET), DESCRIPTION)
 
 
-def answers_within_a_second(device, peer) -> None:
+def answers_soon(device, peer) -> None:
     start = time.monotonic()
     compare_bytes(peer.search()[0].data, ANSWER)
-    assert time.monotonic() - start < 1
+    assert time.monotonic() - start < 5  # much longer than it takes, on a busy machine too
     assert device.call("getUdpPort") == 1900

@@ -23,7 +23,7 @@ def responder_lines(device) -> list:
     return [text for text in device.syslog.texts if text.startswith(("setsockopt", "setsocketopt"))]
 
 
-def find(peer, seconds: float = 10) -> None:
+def find(peer, seconds: float = 30) -> None:
     """Searches until the device answers over the group."""
     wait_for(lambda: peer.search(), seconds, "an answer to a multicast search")
 

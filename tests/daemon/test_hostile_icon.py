@@ -6,7 +6,7 @@ import threading
 
 import pytest
 
-from serving import GET_ICON, answers_within_a_second, served
+from serving import GET_ICON, answers_soon, served
 from simdevice.device import ICON
 from simdevice.waiting import wait_for
 from texts import DESCRIPTION, ICON_MISSING, icon_answer
@@ -41,7 +41,7 @@ def test_icon_given_up_ten_thousand_times(device, peer, ending):
     for one in clients:
         one.join()
     assert failures == []
-    answers_within_a_second(device, peer)
+    answers_soon(device, peer)
     wait_for(lambda: len(device.open_files()) <= before, what="the descriptors are given back", seen=device.open_files)
     compare_bytes(peer.http_raw(GET_ICON), icon_answer(icon))
     assert device.syslog.lines == []
@@ -97,7 +97,7 @@ def test_a_client_that_never_stops_is_left_after_a_while(device, peer):
         while True:
             connection.send(b"X: more\r\n" * 1000)
     wait_for(lambda: len(device.open_files()) <= before, what="the descriptors are given back", seen=device.open_files)
-    answers_within_a_second(device, peer)
+    answers_soon(device, peer)
 
 
 def test_a_client_that_leaves_its_connection_open_is_left_after_a_while(device, peer):
@@ -118,5 +118,5 @@ def test_what_is_no_file_is_no_icon(device, peer, make):
     device.set_icon(None)
     make(device.room.path(ICON))
     compare_bytes(peer.http_raw(GET_ICON), ICON_MISSING)
-    answers_within_a_second(device, peer)
+    answers_soon(device, peer)
     served(peer)

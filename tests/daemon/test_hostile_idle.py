@@ -4,7 +4,7 @@ import select
 
 from burdens import cpu_seconds
 from connections import capacity, connections
-from serving import GET_ICON, answers_within_a_second, served
+from serving import GET_ICON, answers_soon, served
 from simdevice.waiting import wait_for
 
 
@@ -12,7 +12,7 @@ def other_sockets_serve(device, peer) -> float:
     """The processor time that it costs to use them for about a second and a half."""
     before = cpu_seconds(device)
     for _ in range(30):
-        answers_within_a_second(device, peer)
+        answers_soon(device, peer)
         select.select([], [], [], 0.05)
     return cpu_seconds(device) - before
 

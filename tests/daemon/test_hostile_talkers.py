@@ -9,7 +9,7 @@ import socket
 import pytest
 
 from connections import NOT_FOR_CONNECTIONS, capacity, connections
-from serving import answers_within_a_second, served
+from serving import answers_soon, served
 from simdevice.device import ADDRESS, HTTP_PORT
 from simdevice.waiting import wait_for
 
@@ -37,10 +37,10 @@ def test_talking_connections_leave_the_other_sockets_their_turn(many_descriptors
         wait_for(lambda: device.unread(HTTP_PORT) == 0, 60, "what they said is read")
         assert highest_descriptor(device) < capacity(device) + NOT_FOR_CONNECTIONS
         for _ in range(10):
-            answers_within_a_second(device, peer)
+            answers_soon(device, peer)
     wait_for(lambda: len(device.open_files()) <= before, 60, "all are forgotten", lambda: len(device.open_files()))
     served(peer)
-    answers_within_a_second(device, peer)
+    answers_soon(device, peer)
     assert device.syslog.lines == []
 
 
@@ -54,6 +54,6 @@ def test_answered_requests_without_an_end_leave_descriptors_for_the_other_socket
             one.sendall(b"GET /rootDesc.xml HTTP/1.1\r\n")
             if number % 20 == 0:
                 assert len(device.open_files()) <= 256 - 8
-        answers_within_a_second(device, peer)
+        answers_soon(device, peer)
     wait_for(lambda: len(device.open_files()) <= before, 60, "all are forgotten", lambda: len(device.open_files()))
     served(peer)

@@ -1,5 +1,6 @@
 """/monitor: the signal that tells of devices, and the properties that tell what the daemon has done."""
 
+import itertools
 import json
 import pathlib
 import re
@@ -43,7 +44,7 @@ class Listener:
         assert all((one.path, one.signature) == (MONITOR, "asasasu") for one in found)
         return [tuple(one.arguments) for one in found]
 
-    def wait_for(self, *expected, seconds: float = 5) -> None:
+    def wait_for(self, *expected, seconds: float = 30) -> None:
         wait_for(lambda: self.signals() == list(expected), seconds, f"the signals {expected}", self.signals)
 
     def forget(self) -> None:
@@ -60,17 +61,17 @@ def listener(device):
     made = Listener(device)
     wait_for(heard, what="the device lists itself with its network")
     wait_for(lambda: any(OWN in one[0] for one in made.signals()), what="it has told of itself")
-    time.sleep(1.1)  # a signal's time at most
+    time.sleep(2)  # a signal comes within one second, and has to be delivered
     made.forget()
     return made
 
 
 def test_a_device_that_comes_changes_and_goes(device, peer, listener):
-    peer.announce(announcing("visitor", 0))
+    peer.announce(announcing("visitor", 1))  # it stays for three seconds, longer than a signal takes
     listener.wait_for((["visitor"], [], [], 0))
-    peer.announce(announcing("visitor", 0, name="another name"))
+    peer.announce(announcing("visitor", 1, name="another name"))
     listener.wait_for((["visitor"], [], [], 0), ([], ["visitor"], [], 0))
-    listener.wait_for((["visitor"], [], [], 0), ([], ["visitor"], [], 0), ([], [], ["visitor"], 0), seconds=25)
+    listener.wait_for((["visitor"], [], [], 0), ([], ["visitor"], [], 0), ([], [], ["visitor"], 0))
     assert "visitor" not in summaries(device)
 
 
@@ -139,31 +140,30 @@ def test_uuids_are_those_of_the_summaries(device, peer, listener):
 
 
 def test_many_changes_are_one_signal_a_second_and_bounded(device, peer, listener):
-    for number in range(2000):
-        peer.announce(announcing(f"D{number:04}", FOREVER))
-        if number % 100 == 99:
-            wait_for_device(device, f"D{number:04}")
     beginning = time.monotonic()
+    for number in range(2100):
+        peer.announce(announcing(f"D{number:04}", FOREVER))
+        if number % 150 == 149:
+            wait_for_device(device, f"D{number:04}")
     told = wait_for(lambda: len({uuid for one in listener.signals() for uuid in one[0]}) + sum(one[3] for one in listener.signals())
-                    == 2000 and listener.signals(), what="all are told of", seen=listener.signals)
+                    == 2100 and listener.signals(), what="all are told of", seen=listener.signals)
     assert all(len(names) <= 100 for one in told for names in one[:3])
     assert any(one[3] for one in told)
-    assert len(told) <= 30 + time.monotonic() - beginning
+    assert len(told) <= 2 + time.monotonic() - beginning
     assert all(changed == gone == [] for _, changed, gone, _ in told)
 
 
 def test_signals_are_a_second_apart(device, peer, listener):
-    arrived = []
-    end = time.monotonic() + 4
-    number = 0
-    while time.monotonic() < end:
-        number += 1
-        peer.announce(announcing(f"D{number}"))
-        if len(listener.signals()) > len(arrived):
-            arrived.append(time.monotonic())
-        time.sleep(0.01)
-    assert 3 <= len(arrived) <= 5
-    assert all(later - earlier > 0.9 for earlier, later in zip(arrived, arrived[1:]))
+    beginning = time.monotonic()
+    numbers = itertools.count(1)
+
+    def has_told(count: int) -> bool:
+        peer.announce(announcing(f"D{next(numbers)}"))
+        return len(listener.signals()) >= count
+
+    for count in range(1, 5):
+        wait_for(lambda: has_told(count), what=f"{count} signals")
+        assert len(listener.signals()) <= 1 + (time.monotonic() - beginning) / 0.9
 
 
 def test_a_long_uuid_counts_only(device, peer, listener):

@@ -74,7 +74,7 @@ class Lines:
         self.seen = []
         self._rest = b""
 
-    def wait_for(self, *words: str, seconds: float = 10) -> str:
+    def wait_for(self, *words: str, seconds: float = 30) -> str:
         """The first line with all of these."""
         return wait_for(lambda: next((line for line in self.read() if all(word in line for word in words)), None), seconds,
                         f"a line with {words}", lambda: self.seen)

@@ -1,6 +1,7 @@
 """README.md and docs/porting.md show what the two tools print: of the plant of ./run, and of a healthy device."""
 
 import re
+import time
 
 import pytest
 
@@ -69,6 +70,7 @@ def test_ctl_in_readme(plant, command):
 
 def test_monitor_in_readme(plant):
     expected = list(map(masked, shown("README.md", "kelta-1$ upnpvelornctl monitor")))
+    time.sleep(2)  # by then the daemon has told of everything that changed before
     with Ctl(plant[0].device).start("monitor", text=False) as running:
         lines = Lines(running)
         wait_for(lambda: len(lines.read()) == 3, what="everybody has come", seen=lines.read)

@@ -28,14 +28,14 @@ def monitor(device):
 
 
 def test_who_comes_changes_and_leaves(peer, monitor):
-    peer.announce(announcing("visitor", 0, name="guest"))
-    line = monitor.wait_for("came", "guest", seconds=3)
+    peer.announce(announcing("visitor", 1, name="guest"))
+    line = monitor.wait_for("came", "guest")
     assert line.split()[1:] == ["came", "guest", "visitor", "Kelta", "CODESYS", "2.0.1", "10.77.0.3", "static"]
-    peer.announce(announcing("visitor", 0, name="host"))
-    assert monitor.wait_for("changed", "host", seconds=3).split(None, 3)[3] == "name guest → host"
-    peer.announce(announcing("visitor", 0, name="host", raw='{"configurationMethod":"static","ipv4":[{"address":"10.77.0.3"}],"x":1}'))
-    monitor.wait_for("changed", 'another value that only "show" has', seconds=3)
-    monitor.wait_for("left", "host", seconds=25)
+    peer.announce(announcing("visitor", 1, name="host"))
+    assert monitor.wait_for("changed", "host").split(None, 3)[3] == "name guest → host"
+    peer.announce(announcing("visitor", 1, name="host", raw='{"configurationMethod":"static","ipv4":[{"address":"10.77.0.3"}],"x":1}'))
+    monitor.wait_for("changed", 'another value that only "show" has')
+    monitor.wait_for("left", "host")
     assert len([line for line in monitor.read() if "guest" in line or "host" in line]) == 4
 
 
@@ -43,7 +43,7 @@ def test_a_daemon_that_is_started_again(device, peer, monitor):
     peer.announce(announcing("visitor"))
     monitor.wait_for("came", "visitor")
     device.restart()
-    monitor.wait_for("left", "visitor", seconds=15)
+    monitor.wait_for("left", "visitor")
     peer.announce(announcing("another"))
     monitor.wait_for("came", "another")
     monitor.running.send_signal(signal.SIGINT)
@@ -57,7 +57,7 @@ def test_it_waits_for_a_daemon_that_is_not_there(start_device):
     lines = Lines(running)
     wait_for(lambda: b"Waiting for it" in running.stderr.peek(), what="it says that it waits")
     device.start()
-    lines.wait_for("came", "kelta", seconds=10)
+    lines.wait_for("came", "kelta")
     running.kill()
     running.communicate()
 
