@@ -1,4 +1,5 @@
-"""Single changes of C++ sources, of the usual kinds: boundaries, conditions, arithmetic, constants, texts, removed statements.
+"""Single changes of C++ sources, of the usual kinds: boundaries, conditions, arithmetic, constants, texts, removed statements,
+empty results, calls of a function's opposite.
 
 Works on the text alone, by what clang-format makes of it: binary operators stand between blanks, templates do not. A change
 that does not compile is harmless, since nobody counts it.
@@ -25,6 +26,9 @@ _REPLACEMENTS = {
     "<<": (">>",), ">>": ("<<",), "&": ("|",), "|": ("&",), "^": ("&",),
     "+=": ("-=",), "-=": ("+=",), "*=": ("/=",), "/=": ("*=",), "|=": ("&=",), "&=": ("|=",), "^=": ("|=",),
 }
+_OPPOSITES = dict(sum(([(one, other), (other, one)] for one, other in (
+    ("qMin", "qMax"), ("first", "last"), ("startsWith", "endsWith"), ("toLower", "toUpper"), ("append", "prepend"),
+    ("indexOf", "lastIndexOf"))), []))
 _NOT_REMOVED = frozenset(("case", "default", "using", "typedef", "struct", "class", "enum", "public", "private", "else", "do",
                           "if", "for", "while", "switch", "static", "const", "{", "}", ";"))
 _NO_TYPES = frozenset(("emit", "delete", "return", "break", "continue", "new"))
@@ -102,7 +106,9 @@ def _changes(source: str, code: list) -> Iterator:
 
 def _of_token(source: str, code: list, i: int) -> Iterator:
     token = code[i]
-    if token.kind == "number":
+    if token.text in _OPPOSITES and code[i + 1].text == "(":
+        yield "call", token.begin, token.end, _OPPOSITES[token.text]
+    elif token.kind == "number":
         yield from (("constant", token.begin, token.end, new) for new in _other_numbers(token.text))
     elif token.kind == "character":
         yield "constant", token.begin, token.end, _other_character(token.text)
@@ -226,10 +232,20 @@ def _of_statement(source: str, code: list, i: int) -> Iterator:
     if end is None or any(token.text == "{" for token in code[i:end]):
         return
     if code[i].text == "return" and code[i + 1].text != ";":
+        yield from _other_results(source, code[i + 1].begin, code[end].begin)
         return
     # The lines stay as many as they were, for what counts them.
     removed = source[code[i].begin:code[end].begin]
     yield "statement", code[i].begin, code[end].begin, "\n" * removed.count("\n")
+
+
+# Empty already, or a constant, which has changes of its own.
+_NO_OTHER_RESULT = re.compile(r"[A-Z][\w:<> ]*\(\)|[\w:.]*(false|true|nullptr)|-?[0-9.]+|\{.*|\"\"|'.*")
+
+
+def _other_results(source: str, begin: int, end: int) -> Iterator:
+    if not _NO_OTHER_RESULT.fullmatch(source[begin:end]):
+        yield "result", begin, end, "{}"
 
 
 def _declares(code: list, i: int) -> bool:

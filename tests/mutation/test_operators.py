@@ -42,6 +42,14 @@ def changes(body: str, kind: str = None) -> list:
     pytest.param("f(a);", "statement", [";"], id="call"),
     pytest.param("f(a,\nb);", "statement", ["\n;"], id="call of two lines"),
     pytest.param("return;", "statement", [";"], id="return"),
+    pytest.param("return f(a);", "result", ["return {};"], id="value that is returned"),
+    pytest.param("return a < b;", "result", ["return {};"], id="relation that is returned"),
+    pytest.param("return QByteArray();", "result", [], id="empty result"),
+    pytest.param("return false;", "result", [], id="constant result"),
+    pytest.param("return { a, b };", "result", [], id="result put together"),
+    pytest.param("x = qMin(a, b);", "call", ["x = qMax(a, b);"], id="least"),
+    pytest.param("x = list.last();", "call", ["x = list.first();"], id="last"),
+    pytest.param("x = first;", "call", [], id="no call"),
     pytest.param("break;", "statement", [";"], id="break"),
     pytest.param("emit changed();", "statement", [";"], id="signal"),
 ])
@@ -55,7 +63,6 @@ def test_changes(body, kind, expected):
     pytest.param("\n#define X 1\n", id="preprocessor"),
     pytest.param("Q_ASSERT(a < 1);", id="assertion"),
     pytest.param("QList<int> x;", id="template and declaration"),
-    pytest.param("return x;", id="value that is returned"),
     pytest.param("const char *const x = y;", id="pointer"),
     pytest.param('debugMessage() << x;', id="stream"),
 ])

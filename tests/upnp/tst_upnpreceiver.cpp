@@ -73,6 +73,7 @@ private slots:
     void joinedReceiverDoesNothingOnASecondReady();
     void timeToLiveIsSetUntilTheGroupIsJoined();
     void refusedTimeToLiveIsAWarning();
+    void firstAddressDecidesTheInterface();
     void firstAddressThatIsNotIpv4LeavesTheInterfaceToTheKernel();
 
     void aliveForOneAddressIsOneDatagram();
@@ -380,6 +381,21 @@ void TestUpnpReceiver::refusedTimeToLiveIsAWarning()
     CaughtLog log;
     m_receiver->setupMulticast();
     QCOMPARE(log.lines(), QStringList() << text("warning: setsocketopt ttl failed") << text("warning: setsockopt: no address"));
+}
+
+void TestUpnpReceiver::firstAddressDecidesTheInterface()
+{
+    m_listener.reset();
+    if (!network::enableIpv6())
+        SKIP("the machine has no such addresses");
+    QVERIFY(network::ip("-6 address add fd00:77::2/64 dev eth0 nodad"));
+    QVERIFY(network::ip("route add 239.0.0.0/8 dev lo"));
+    m_receiver.reset(new UpnpReceiver(m_device->settings(), nullptr));
+    const int onEth0 = membersOn("eth0");
+    const int onLoopback = membersOn("lo");
+    QVERIFY(network::ip("route del 239.0.0.0/8 dev lo"));
+    QCOMPARE(onEth0, 1);
+    QCOMPARE(onLoopback, 0);
 }
 
 // What has no IPv4 address reads as 0.0.0.0: then the route to the group decides.
