@@ -230,9 +230,9 @@ class Device:
     def udp_ports(self) -> set:
         return {found.port for found in sockets_of(self.room.pid, "udp")}
 
-    def unread(self, port: int) -> int:
-        """Bytes that have arrived on the connections of a TCP port and that the daemon has not read yet."""
-        return sum(found.unread for found in sockets_of(self.room.pid, "tcp") if found.port == port and not found.listens)
+    def unread(self, port: int, kind: str = "tcp") -> int:
+        """Bytes that have arrived at a UDP port, or on the connections of a TCP port, and that the daemon has not read yet."""
+        return sum(found.unread for found in sockets_of(self.room.pid, kind) if found.port == port and not found.listens)
 
     # What is around it
 

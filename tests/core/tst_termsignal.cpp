@@ -132,8 +132,11 @@ void TestTermSignal::handlerWithoutAPairDoesNothing()
 void TestTermSignal::installedHandlerReceivesSigterm()
 {
     QCOMPARE(installTermSignalHandler(), 0);
+    QVERIFY(!hasTermSignalArrived());
     QCOMPARE(raise(SIGTERM), 0);
+    QVERIFY(hasTermSignalArrived());
     QCOMPARE(raise(SIGTERM), 0);
+    QVERIFY(hasTermSignalArrived());
     QCOMPARE(waitingBytes(), QByteArray("\x01\x01"));
 }
 

@@ -2,12 +2,13 @@
 
 import contextlib
 import os
+import signal
 import socket
 
 from simdevice.bus import DRIVER
 from simdevice.device import BUS_NAME
 from simdevice.waiting import wait_for
-from texts import DESCRIPTION
+from texts import DESCRIPTION, notifies
 from wirebytes import compare_bytes
 
 GET = b"GET /rootDesc.xml HTTP/1.1\r\n\r\n"
@@ -98,3 +99,23 @@ def test_a_bus_that_goes_again_and_again(device, peer):
         device.bus.wait_for_name(BUS_NAME)
         device.wait_until_ready()
     serves(device, peer)
+
+
+def test_sigterm_while_it_looks_for_the_bus_is_a_farewell_and_no_new_start(device, peer, ssdp):
+    def is_waiting_for_the_bus() -> bool:
+        peer.send(peer.search_text("ssdp:other"), (device.address, 1900))
+        return device.unread(1900, "udp") > 10_000
+
+    take_away(device)
+    device.signal(signal.SIGSTOP)  # its next look comes after the bus is there
+    bring_back(device)
+    os.kill(device.bus.pid, signal.SIGSTOP)
+    device.signal(signal.SIGCONT)
+    wait_for(is_waiting_for_the_bus, what="what it does not read adds up")
+    ssdp.clear()
+    device.terminate()
+    os.kill(device.bus.pid, signal.SIGCONT)
+    ssdp.wait_for(b"ssdp:byebye")
+    assert all(b"ssdp:byebye" in text for text in notifies(ssdp))
+    assert not device.bus.owner(BUS_NAME)
+    assert device.syslog.texts == [LOST]
