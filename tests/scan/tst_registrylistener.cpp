@@ -1,4 +1,5 @@
 #include "announcement.h"
+#include "guardedmemory.h"
 #include "zorvdevice.h"
 
 #include <QtTest/QtTest>
@@ -12,6 +13,7 @@ private slots:
     void blanks_data();
     void blanks();
     void blanksOfEveryShortText();
+    void nothingBehindTheShorterTextIsRead();
     void devicesThatLeave_data();
     void devicesThatLeave();
     void expiredOnce();
@@ -99,6 +101,17 @@ void TestRegistryListener::blanksOfEveryShortText()
                         (whole.at(i) + '|' + whole.at(k)).constData());
             }
         }
+    }
+}
+
+void TestRegistryListener::nothingBehindTheShorterTextIsRead()
+{
+    const QByteArray longer(300, 'x');
+    GuardedMemory memory;
+    for (int size = 0; size < longer.size(); ++size) {
+        const QByteArray shorter = QByteArray::fromRawData(memory.copy(longer.constData(), size_t(size)), size);
+        QVERIFY(!announcement::areSameButForBlanks(shorter, longer));
+        QVERIFY(!announcement::areSameButForBlanks(longer, shorter));
     }
 }
 

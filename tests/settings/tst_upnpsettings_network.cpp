@@ -14,9 +14,16 @@
 #include <QtDBus/QDBusMessage>
 #include <QtTest/QtTest>
 
+static QString oneText(const QHostAddress &address, const QString &asText)
+{
+    return address.toString() == asText ? asText : asText + text(" beside ") + address.toString();
+}
+
 static QString networkOf(const UpnpSettings &settings)
 {
-    return (QStringList() << settings.getAddressStr() << settings.getAutoipAddressStr() << settings.getGateway().toString() << settings.getNetworkConfigMethod()).join(text("|"));
+    return (QStringList() << oneText(settings.getAddress(), settings.getAddressStr())
+                          << oneText(settings.getAutoipAddress(), settings.getAutoipAddressStr()) << settings.getGateway().toString() << settings.getNetworkConfigMethod())
+        .join(text("|"));
 }
 
 // How the settings follow the network: eth0, the configuration service and connman.
