@@ -265,6 +265,19 @@ def test_icon_missing_gives_the_bare_text(device, peer):
     compare_bytes(peer.http_raw(GET_ICON), icon_answer(b"back"))
 
 
+def test_a_description_that_the_kernel_does_not_take_at_once(start_device, peer):
+    device = start_device(daemon="off")
+    version = "9" * 2 * MEGABYTE
+    device.fwconfig.set(zorvversion=version)
+    device.start()
+    expected = replaced(DESCRIPTION, version=version)
+    compare_bytes(peer.http_raw(GET), expected)
+    with peer.connect() as late:
+        late.send(GET)
+        compare_bytes(peer.http_raw(GET), expected)  # meanwhile nobody reads what the other one gets
+        compare_bytes(late.receive_until_close(), expected)
+
+
 # Clients that end early, late or never
 
 @pytest.mark.parametrize("request_line, size", [
