@@ -77,7 +77,8 @@ private slots:
     void headersThatComeAfterTheAnswerResetNothing_data();
     void headersThatComeAfterTheAnswerResetNothing();
     void peersWaitWhenDescriptorsAreScarceAndAreServedLater();
-    void requestsWithoutAnEndLeaveDescriptorsFree();
+    void requestsLeaveDescriptorsFree_data();
+    void requestsLeaveDescriptorsFree();
     void takenPortGoesUnnoticed();
     void listeningIsTriedAgainEverySecondUntilItSucceeds();
     void listeningIsNotTriedAgainOnceThePortIsTaken();
@@ -663,11 +664,19 @@ void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
     QVERIFY(isServed());
 }
 
-// Their bytes are there when they are accepted, so each is answered at once, and its descriptor is held for what may follow.
-void TestUpnpHttp::requestsWithoutAnEndLeaveDescriptorsFree()
+// Their bytes are there when they are accepted, and their descriptors are held for what may follow.
+void TestUpnpHttp::requestsLeaveDescriptorsFree_data()
 {
+    QTest::addColumn<QByteArray>("holder");
+    QTest::newRow("answered, without an end") << QByteArray("--hold-gets");
+    QTest::newRow("never answered") << QByteArray("--hold-posts");
+}
+
+void TestUpnpHttp::requestsLeaveDescriptorsFree()
+{
+    QFETCH(QByteArray, holder);
     QProcess others;
-    startOwnProgram(&others, "--hold-requests");
+    startOwnProgram(&others, holder.constData());
     QVERIFY(others.waitForStarted());
     const int limit = openDescriptors() + 30;
     const DescriptorLimit lowered(limit);
@@ -756,11 +765,11 @@ static int holdConnections()
     return holdUntilTheEnd("connected");
 }
 
-static int holdRequests()
+static int holdRequests(const QByteArray &line)
 {
     Peer peers[40]; // fewer than wait in the kernel while nobody accepts them
     for (Peer &peer : peers) {
-        if (!peer.isConnected() || !peer.send("GET / HTTP/1.1\r\n"))
+        if (!peer.isConnected() || !peer.send(line))
             return 1;
     }
     return holdUntilTheEnd("sent");
@@ -770,8 +779,10 @@ int main(int argc, char *argv[])
 {
     if (argc == 2 && QByteArray(argv[1]) == "--hold-connections")
         return holdConnections();
-    if (argc == 2 && QByteArray(argv[1]) == "--hold-requests")
-        return holdRequests();
+    if (argc == 2 && QByteArray(argv[1]) == "--hold-gets")
+        return holdRequests("GET / HTTP/1.1\r\n");
+    if (argc == 2 && QByteArray(argv[1]) == "--hold-posts")
+        return holdRequests("POST / HTTP/1.1\r\n");
     const QCoreApplication application(argc, argv);
     TestUpnpHttp test;
     return QTest::qExec(&test, argc, argv);
