@@ -1,5 +1,5 @@
-# For the mutation run only: the product's libraries, and that of the tests, as shared ones. After a change one object is compiled and one library
-# linked, and every program that is there already has it.
+# For the mutation run only: the libraries of the product and of the tests as shared ones. After a change one object is
+# compiled and one library linked, and every program that is there already has it.
 include_guard(GLOBAL)
 function(add_library name type)
     file(RELATIVE_PATH folder "${CMAKE_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
