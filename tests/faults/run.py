@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """Lets single calls of the daemon's fail, one after the other, and tells what becomes of it. See --help.
 
 Ends with 0 when nothing stays broken, 1 when something does, 77 where the machine allows no sandbox. UPNPVELORN names the

@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """Changes single places of the product and looks whether a test notices.
 
   run.py --seed 1 --sample 400           a random sample, the same for the same seed

@@ -3,11 +3,12 @@
 import os
 import pathlib
 import re
+import subprocess
 import tempfile
 
 import pytest
 
-from checkout import Checkout
+from checkout import ROOT, Checkout
 
 PRESETS = "release, debug, asan, qt4, qt4-asan, coverage, fuzz, armhf, qt4-armhf, arm64"
 NO_KIT = " needs a Qt 4.8: set the environment variable QT4_KIT to its folder, the one that has bin/qmake"
@@ -31,6 +32,20 @@ def test_help(checkout, command):
     assert (done.returncode, done.stderr) == (0, "")
     assert len(done.stdout.splitlines()) >= 2 and not done.stdout.startswith("#") and "set -e" not in done.stdout
     assert not checkout.calls
+
+
+@pytest.mark.parametrize("program", ["tests/faults/run.py", "tests/mutation/run.py", "tests/soak/run.py"])
+def test_help_of_the_long_runs(program):
+    done = subprocess.run([ROOT / program, "--help"], capture_output=True, text=True, timeout=30)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.startswith("usage: run.py [-h] ")
+
+
+@pytest.mark.parametrize("document", ["README.md", "CONTRIBUTING.md", *(f"docs/{path.name}" for path in (ROOT / "docs").glob("*.md"))])
+def test_what_a_document_tells_to_type_can_be_executed(document):
+    typed = re.findall(r"^ {4}(?:\w+=\S+ )*([\w./-]+)", (ROOT / document).read_text(), re.MULTILINE)
+    programs = [ROOT / first for first in typed if "/" in first and (ROOT / first).is_file()]
+    assert [str(program) for program in programs if not os.access(program, os.X_OK)] == []
 
 
 @pytest.mark.parametrize("command, sentence", [

@@ -1,6 +1,7 @@
 """The check of a release: the versions of this checkout, and the record of a small repository whose suites are short."""
 
 import importlib.util
+import os
 import pathlib
 import subprocess
 
@@ -59,9 +60,10 @@ def test_the_version_is_the_same_everywhere():
     assert f"## {release.version()} (" in (ROOT / "CHANGELOG.md").read_text()
 
 
-def test_every_suite_is_a_command_that_exists():
+def test_every_suite_can_be_executed():
     for command in loaded().SUITES.values():
         assert (ROOT / command.split()[0]).is_file()
+        assert os.access(ROOT / command.split()[0], os.X_OK), command
 
 
 def test_what_is_run_is_written_down(repository):

@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """The soak run: good and hostile traffic on all sockets of one device, in a sandbox. See --help.
 
 Ends with 0 when everything held, 1 when not, 77 where the machine allows no sandbox. UPNPVELORN names the executable to
