@@ -1,3 +1,4 @@
+#include "jsonnumber.h"
 #include "jsonparser.h"
 #include "jsonreader.h"
 #include "jsonwriter.h"
@@ -27,6 +28,7 @@ private slots:
     void longTextsAreWrittenWhole();
     void textsOfEveryLengthAreWrittenWhole();
     void doublesAreWrittenAsQtDoes();
+    void shortDoublesAreNotLeftToQt();
     void nanAndInfinityAreNullWithoutAnError();
     void indentIsBlanksOrTabs_data();
     void indentIsBlanksOrTabs();
@@ -331,6 +333,22 @@ void tst_JsonWriter::doublesAreWrittenAsQtDoes()
             number = std::nextafter(number, i % 2 ? 0 : 1e300);
         const double value = i % 7 ? number : -number;
         QCOMPARE(written(value), QString::number(value, 'g', 15));
+    }
+}
+
+// Every decimal of up to 15 digits from 1e-8 on and below 1e15: Qt would write the same, at greater length.
+void tst_JsonWriter::shortDoublesAreNotLeftToQt()
+{
+    quint64 random = 1;
+    for (int i = 0; i < 100000; ++i) {
+        random = random * Q_UINT64_C(6364136223846793005) + Q_UINT64_C(1442695040888963407);
+        const int digits = 1 + i % 15;
+        const int exponent = i / 15 % 23 - 8; // of the first digit
+        const QByteArray mantissa = i % 2 ? QByteArray::number(random | (Q_UINT64_C(1) << 63)).left(digits) : QByteArray("1");
+        const double number = (mantissa + 'e' + QByteArray::number(exponent + 1 - mantissa.size())).toDouble();
+        char text[jsonnumber::MaximumLength];
+        const int length = jsonnumber::writeShortDouble(number, text);
+        QCOMPARE(QByteArray(text, length), QByteArray::number(number, 'g', 15));
     }
 }
 

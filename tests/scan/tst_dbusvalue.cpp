@@ -263,6 +263,7 @@ private slots:
     void thousandsOfLevelsAreLeftOut();
     void sizeIsNeverBelowTheMarshalledOne_data();
     void sizeIsNeverBelowTheMarshalledOne();
+    void sizeOfATextGrowsWithItsBytes();
 };
 
 void tst_DbusValue::initTestCase()
@@ -331,6 +332,8 @@ void tst_DbusValue::texts_data()
     QTest::newRow("high surrogate at the end") << a + high << a;
     QTest::newRow("low surrogate alone") << a + low + b << a + b;
     QTest::newRow("low surrogate at the beginning") << low + b << b;
+    QTest::newRow("low surrogate behind U+E000") << QString(QChar(0xe000)) + low + b << QString(QChar(0xe000)) + b;
+    QTest::newRow("low surrogate behind NUL") << a + QChar(0) + low + b << a + b;
     QTest::newRow("first surrogate alone") << a + QChar(0xd800) + b << a + b;
     QTest::newRow("last surrogate alone") << a + QChar(0xdfff) + b << a + b;
     QTest::newRow("beside the surrogates") << QString(QChar(0xd7ff)) + QChar(0xe000) << QString(QChar(0xd7ff)) + QChar(0xe000);
@@ -357,6 +360,11 @@ void tst_DbusValue::texts()
     QVariantMap aloneKept;
     aloneKept.insert(expected, expected);
     QCOMPARE(dbusvalue::sanitized(alone), aloneKept);
+    QVariantMap named;
+    named.insert(text, 1);
+    QVariantMap namedKept;
+    namedKept.insert(expected, 1);
+    QCOMPARE(dbusvalue::sanitized(named), namedKept);
     QVariantMap value;
     value.insert(text, QVariantList() << text << object("k", text));
     QVariantMap kept;
@@ -501,6 +509,15 @@ void tst_DbusValue::sizeIsNeverBelowTheMarshalledOne()
     QVERIFY(more >= 10 * (single - 8));
     QVERIFY2(dbusvalue::marshalledSize(value) * 10 >= more - 4, QByteArray::number(more).constData());
     QVERIFY2(dbusvalue::marshalledSize(value) <= single * 20 + 100, "not that much too large");
+}
+
+void tst_DbusValue::sizeOfATextGrowsWithItsBytes()
+{
+    const int empty = dbusvalue::marshalledSize(latin1(""));
+    QCOMPARE(empty, dbusvalue::marshalledSize(1));
+    QCOMPARE(dbusvalue::marshalledSize(latin1("a\177")), empty + 2);
+    QCOMPARE(dbusvalue::marshalledSize(latin1("a\200")), empty + 4);
+    QCOMPARE(dbusvalue::marshalledSize(object("k", latin1("ab"))), 3 * empty + 1 + 2);
 }
 
 QTEST_MAIN(tst_DbusValue)

@@ -1,4 +1,6 @@
 #include "deviceindex.h"
+
+#include "allocationcount.h"
 #include "zorvdevice.h"
 
 #include <QtTest/QtTest>
@@ -35,6 +37,7 @@ private slots:
     void textsOfAllDevices();
     void devicesMayOutliveTheIndex();
     void manyComeAndGo();
+    void oneThatComesAndGoesAmongManyMovesNoOther();
 
 private:
     ZorvDevice *add(const QByteArray &uuid);
@@ -210,6 +213,20 @@ void TestDeviceIndex::manyComeAndGo()
     }
     for (int i = 0; i < many; ++i)
         QVERIFY(m_index->find(QByteArray::number(i)) == model.value(QByteArray::number(i)));
+}
+
+// A table that grew too early would shrink at once.
+void TestDeviceIndex::oneThatComesAndGoesAmongManyMovesNoOther()
+{
+    ZorvDevice *last = nullptr;
+    for (int i = 0; i < 100; ++i)
+        last = add(QByteArray::number(i));
+    const int before = allocationCount();
+    m_index->remove(last);
+    QCOMPARE(allocationCount() - before, 0);
+    m_index->enter(last);
+    QCOMPARE(allocationCount() - before, 1); // its name in Latin-1
+    QCOMPARE(m_index->find("99"), last);
 }
 
 QTEST_MAIN(TestDeviceIndex)

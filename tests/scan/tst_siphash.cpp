@@ -2,6 +2,8 @@
 
 #include <QtTest/QtTest>
 
+#include <sys/resource.h>
+
 // The bytes 0, 1, 2, ...
 static QByteArray counting(int size)
 {
@@ -22,6 +24,7 @@ private slots:
     void fewerRounds();
     void anyKeyAndAnyAddress();
     void everyKeyIsAnother();
+    void keysDifferWithoutRandomBytesToo();
 };
 
 // From the reference code, vectors_sip64; the one of 15 bytes is in the paper as well. The key is 0, 1, 2, ... 15.
@@ -89,6 +92,22 @@ void TestSipHash::everyKeyIsAnother()
     QVERIFY(one.low != other.low);
     QVERIFY(one.high != other.high);
     QVERIFY(one.low != one.high);
+}
+
+// Those cannot be had while no descriptor is free.
+void TestSipHash::keysDifferWithoutRandomBytesToo()
+{
+    struct rlimit before = {};
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
+    struct rlimit none = before;
+    none.rlim_cur = 0;
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const siphash::Key first = siphash::randomKey();
+    const siphash::Key second = siphash::randomKey();
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+    QVERIFY(first.low != second.low);
+    QVERIFY(first.low != 0);
+    QVERIFY(first.high != 0);
 }
 
 QTEST_APPLESS_MAIN(TestSipHash)

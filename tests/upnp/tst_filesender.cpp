@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -66,6 +67,7 @@ private slots:
     void sendingEndsWhenTheFileBecomesShorter();
     void fileThatGrowsIsSentAsLongAsItWas();
     void sendingEndsWithItsParent();
+    void sendingEndsWithoutADescriptorForWhatIsLeft();
 
 private:
     // An open file with this content; it has no name, so that nothing stays behind.
@@ -288,6 +290,22 @@ void TestFileSender::sendingEndsWithItsParent()
     send(fileOf(differentBytes(large)));
     m_parent.reset(new QObject);
     QCOMPARE(openDescriptors(), before);
+    closeSender();
+    QVERIFY(readToEnd().size() < large);
+}
+
+void TestFileSender::sendingEndsWithoutADescriptorForWhatIsLeft()
+{
+    QFile *file = fileOf(differentBytes(large));
+    struct rlimit before = {};
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
+    struct rlimit none = before;
+    none.rlim_cur = 0;
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const bool isFinished = send(file);
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+    QVERIFY(isFinished);
+    QCOMPARE(sendersAtWork(), 0);
     closeSender();
     QVERIFY(readToEnd().size() < large);
 }

@@ -20,14 +20,30 @@
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
 
+#include <cerrno>
 #include <cstdio>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 static const char descriptionRequest[] = "GET /rootDesc.xml HTTP/1.1\r\nHost: 10.77.0.2:8200\r\n\r\n";
 static const char iconRequest[] = "GET /icons/kelta_icon48.png HTTP/1.1\r\n\r\n";
 static const char iconFile[] = "/var/www/icons/kelta_icon48.png";
+
+static int errorOfAnswer = 0;
+
+// The program's own comes before that of the C library. Only the next answer meets the error.
+extern "C" ssize_t send(int descriptor, const void *bytes, size_t size, int flags)
+{
+    if (errorOfAnswer != 0 && QByteArray(static_cast<const char *>(bytes), int(size)).startsWith("HTTP/1.1 200")) {
+        errno = errorOfAnswer;
+        errorOfAnswer = 0;
+        return -1;
+    }
+    return ssize_t(syscall(SYS_sendto, descriptor, bytes, size, flags, nullptr, 0));
+}
 
 class TestUpnpHttp : public QObject
 {
@@ -42,6 +58,8 @@ private slots:
     void linkLocalPeersGetTheLinkLocalDescription_data();
     void linkLocalPeersGetTheLinkLocalDescription();
     void valuesAreThoseOfTheMoment();
+    void requestThatComesWholeNeedsNoSocketOfQt_data();
+    void requestThatComesWholeNeedsNoSocketOfQt();
     void requestInTwoSegmentsIsAnsweredAfterTheSecond();
     void otherMethodsAreNeverAnsweredAndStayOpen_data();
     void otherMethodsAreNeverAnsweredAndStayOpen();
@@ -56,6 +74,8 @@ private slots:
     void quietConnectionsEndWithTheServer();
     void requestOfWhichThePeerIsDoneWritingIsAnswered();
     void answerLargerThanTheSendBufferArrivesWhole();
+    void answerThatFindsNoRoomIsSentLater();
+    void answerThatCannotBeSentEndsTheConnection();
 
     void missingIconIsABareText();
     void iconIsServed_data();
@@ -199,6 +219,49 @@ void TestUpnpHttp::valuesAreThoseOfTheMoment()
     QVERIFY(peer.readToEnd());
     QVERIFY(peer.received().contains("<URLBase>http://10.77.0.2/</URLBase>"));
     QVERIFY(peer.received().contains("Content-Length: 918\r\n"));
+}
+
+// Counts the children that an object gets.
+class ChildCounter : public QObject
+{
+public:
+    explicit ChildCounter(QObject *parent)
+        : added(0)
+    {
+        parent->installEventFilter(this);
+    }
+
+    int added;
+
+protected:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        added += event->type() == QEvent::ChildAdded;
+        return false;
+    }
+};
+
+void TestUpnpHttp::requestThatComesWholeNeedsNoSocketOfQt_data()
+{
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<int>("sockets");
+
+    QTest::newRow("description") << QByteArray(descriptionRequest) << 0;
+    QTest::newRow("unknown path") << QByteArray("GET / HTTP/1.1\r\n\r\n") << 0;
+    QTest::newRow("icon") << QByteArray(iconRequest) << 1;
+}
+
+// Such a socket costs several times as much as everything else.
+void TestUpnpHttp::requestThatComesWholeNeedsNoSocketOfQt()
+{
+    QFETCH(QByteArray, request);
+    QFETCH(int, sockets);
+    const ChildCounter children(m_server.data());
+    Peer peer;
+    QVERIFY(peer.send(request));
+    QVERIFY(peer.readToEnd());
+    QVERIFY(!peer.received().isEmpty());
+    QCOMPARE(children.added, sockets);
 }
 
 void TestUpnpHttp::requestInTwoSegmentsIsAnsweredAfterTheSecond()
@@ -366,6 +429,24 @@ void TestUpnpHttp::answerLargerThanTheSendBufferArrivesWhole()
     QVERIFY(peer.received().contains("<manufacturer>" + manufacturer + "</manufacturer>"));
     QVERIFY(peer.received().endsWith("</root>"));
     m_server.reset();
+}
+
+void TestUpnpHttp::answerThatFindsNoRoomIsSentLater()
+{
+    errorOfAnswer = EAGAIN;
+    QVERIFY(isServed());
+    QCOMPARE(errorOfAnswer, 0);
+}
+
+void TestUpnpHttp::answerThatCannotBeSentEndsTheConnection()
+{
+    errorOfAnswer = EPIPE;
+    Peer peer;
+    QVERIFY(peer.send(descriptionRequest));
+    QVERIFY(peer.readToEnd());
+    QCOMPARE(peer.received(), QByteArray());
+    QCOMPARE(errorOfAnswer, 0);
+    QVERIFY(isServed());
 }
 
 void TestUpnpHttp::missingIconIsABareText()
