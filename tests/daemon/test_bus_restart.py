@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import pathlib
 import signal
 import socket
 
@@ -38,6 +39,10 @@ def bus_that_hangs_up(device):
         yield lambda: listening.accept()[0].close()
 
 
+def command_line(pid: int) -> bytes:
+    return pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
+
+
 def serves(device, peer) -> None:
     assert len(peer.search("ssdp:all")) == 1
     compare_bytes(peer.http_raw(GET), DESCRIPTION)
@@ -63,11 +68,13 @@ def test_a_bus_that_hangs_up_is_tried_again(device, peer):
 def test_the_daemon_comes_back_to_a_restarted_bus(device, peer):
     pid = device.pid
     files = len(device.open_files())
+    called = command_line(pid)
     take_away(device)
     bring_back(device)
     device.bus.wait_for_name(BUS_NAME)
     device.wait_until_ready()
     assert device.bus.pid_of(BUS_NAME) == pid
+    assert command_line(pid) == called
     assert device.call("getServerHeader") == b"Kelta/1.4.2, UPnP/1.0"
     serves(device, peer)
     wait_for(lambda: len(device.open_files()) <= files, what="no descriptor is left over", seen=device.open_files)
