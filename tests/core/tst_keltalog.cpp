@@ -109,6 +109,7 @@ private slots:
     void restartedLogIsFoundAgain();
     void logThatNobodyReadsLosesMessages();
     void streamLogGetsZeroBytesBetweenLines();
+    void streamLogLeavesNoDescriptorOpen();
     void streamLogThatGoesAwayEndsNothing();
     void streamLogThatNobodyReadsKeepsItsConnection();
     void errorFromBeforeIsNoneOfTheSocket();
@@ -412,6 +413,26 @@ void TestKeltalog::streamLogGetsZeroBytesBetweenLines()
     socket.send("<180>first");
     socket.send("<180>second");
     QCOMPARE(daemon.next(), QByteArray("<180>first\0<180>second\0", 23));
+}
+
+static int lowestFreeDescriptor()
+{
+    const int number = dup(STDIN_FILENO);
+    close(number);
+    return number;
+}
+
+// It is tried with a datagram socket first.
+void TestKeltalog::streamLogLeavesNoDescriptorOpen()
+{
+    LogDaemon daemon(SOCK_STREAM);
+    const int before = lowestFreeDescriptor();
+    {
+        SyslogSocket socket;
+        socket.send("<180>first");
+        QVERIFY(lowestFreeDescriptor() > before);
+    }
+    QCOMPARE(lowestFreeDescriptor(), before);
 }
 
 void TestKeltalog::streamLogThatGoesAwayEndsNothing()
