@@ -19,11 +19,10 @@ _CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": 
 _USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "upnp": (), "scan": (), "json": ("scan",), "monitor": ()}
 
 # What no unit test is linked with, and the black-box tests of it
-_IN_THE_DAEMON_ALONE = {
+IN_THE_DAEMON_ALONE = {
     "core/main.cpp": "startup log change_order sigterm bus_restart bus_interface bus_lost_at_start hostile_start network_change monitor",
     "core/busloss.cpp": "bus_restart bus_lost_at_start hurried hostile_bus bus_stays_away",
     "core/commandline.cpp": "command_line",
-    "core/qtmessages.cpp": "log startup bus_lost_at_start",
 }
 
 NAMES = ("unit tests of the folder", "unit tests", "fuzz seeds", "black-box tests that concern it", "black-box tests", "sanitizers")
@@ -33,13 +32,13 @@ def of(file: str, tests: list, durations: dict) -> list:
     """A list of lists of tests, one for each stage without sanitizers."""
     folder = file.split("/")[0]
     stem = pathlib.Path(file).stem
-    near = {f"daemon.{name}" for name in _IN_THE_DAEMON_ALONE.get(file, _CONCERNED[folder]).split()}
+    near = {f"daemon.{name}" for name in IN_THE_DAEMON_ALONE.get(file, _CONCERNED[folder]).split()}
     near |= {f"faults.{name}" for name in _CONCERNED_FAULTS[folder].split()}
 
     def quick_first(test) -> tuple:
         return not _is_of(stem, test.name), durations.get(test.name, 1000)
 
-    has_unit_tests = file not in _IN_THE_DAEMON_ALONE
+    has_unit_tests = file not in IN_THE_DAEMON_ALONE
     unit = [test for test in tests if test.name.startswith("tst_") and has_unit_tests]
     chosen = [
         [test for test in unit if test.folder == folder],

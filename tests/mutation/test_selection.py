@@ -114,3 +114,9 @@ def test_when_enough_is_noticed(outcomes, at_least, in_each_folder, enough):
             for _ in range(count):
                 table.add(operators.mutants(f"{folder}/x.cpp", SOURCE)[0], outcome)
     assert table.is_enough(at_least, in_each_folder) == enough
+
+
+def test_what_has_a_unit_test_meets_it():
+    for file in stages.IN_THE_DAEMON_ALONE:
+        named = f"tst_{file.rpartition('/')[2].removesuffix('.cpp')}"
+        assert not list((selection.ROOT / "tests").rglob(f"{named}*.cpp")), file
