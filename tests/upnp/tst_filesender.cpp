@@ -1,6 +1,7 @@
 #include "filesender.h"
 
 #include "bytes.h"
+#include "fewerdescriptors.h"
 #include "waitfor.h"
 
 #include <QtCore/QDir>
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -297,14 +297,10 @@ void TestFileSender::sendingEndsWithItsParent()
 void TestFileSender::sendingEndsWithoutADescriptorForWhatIsLeft()
 {
     QFile *file = fileOf(differentBytes(large));
-    struct rlimit before = {};
-    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
-    struct rlimit none = before;
-    none.rlim_cur = 0;
-    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const bool isFinished = send(file);
-    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
-    QVERIFY(isFinished);
+    {
+        const FewerDescriptors none(0);
+        QVERIFY(send(file));
+    }
     QCOMPARE(sendersAtWork(), 0);
     closeSender();
     QVERIFY(readToEnd().size() < large);

@@ -2,12 +2,12 @@
 
 #include "bytes.h"
 #include "caughtlog.h"
+#include "fewerdescriptors.h"
 #include "waitfor.h"
 
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -127,13 +127,10 @@ void TestIdleConnections::whatIsNoConnectionIsNotTaken()
 void TestIdleConnections::withoutADescriptorOfItsOwnItTakesNoneAndIsSilent()
 {
     CaughtLog log;
-    struct rlimit before;
-    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
-    struct rlimit none = before;
-    none.rlim_cur = 0;
-    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-    m_idle.reset(new IdleConnections(nullptr));
-    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const FewerDescriptors none(0);
+        m_idle.reset(new IdleConnections(nullptr));
+    }
     QVERIFY(!m_idle->add(m_own));
     QCOMPARE(log.lines(), QStringList());
 }

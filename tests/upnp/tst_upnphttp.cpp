@@ -3,6 +3,7 @@
 #include "bytes.h"
 #include "caughtlog.h"
 #include "fakedevice.h"
+#include "fewerdescriptors.h"
 #include "filesender.h"
 #include "network.h"
 #include "ownprogram.h"
@@ -23,7 +24,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -702,25 +702,6 @@ void TestUpnpHttp::headersThatComeAfterTheAnswerResetNothing()
     QVERIFY(compareBytes(peer.received(), descriptionAnswer(peer.received())));
 }
 
-// Lowers the number of descriptors that the process may have.
-class DescriptorLimit
-{
-public:
-    explicit DescriptorLimit(int number)
-    {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        struct rlimit lower = m_before;
-        lower.rlim_cur = rlim_t(number);
-        setrlimit(RLIMIT_NOFILE, &lower);
-    }
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
-private:
-    Q_DISABLE_COPY(DescriptorLimit)
-
-    struct rlimit m_before;
-};
-
 void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
 {
     QProcess others;
@@ -728,7 +709,7 @@ void TestUpnpHttp::peersWaitWhenDescriptorsAreScarceAndAreServedLater()
     QVERIFY(others.waitForStarted());
     const int before = openDescriptors();
     const int limit = before + 80;
-    const DescriptorLimit lowered(limit);
+    const FewerDescriptors lowered(limit);
     QVERIFY(waitFor([&] { return others.canReadLine(); }));
     QCOMPARE(others.readLine(), QByteArray("connected\n"));
     // The first of the last 16 numbers shows where they begin, the others stay free. Whoever looks takes one.
@@ -777,7 +758,7 @@ void TestUpnpHttp::checkThatDescriptorsStayFree(const QByteArray &holder)
     startOwnProgram(&others, holder.constData());
     QVERIFY(others.waitForStarted());
     const int limit = openDescriptors() + 30;
-    const DescriptorLimit lowered(limit);
+    const FewerDescriptors lowered(limit);
     QVERIFY(others.waitForReadyRead()); // nothing is accepted meanwhile
     QCOMPARE(others.readLine(), QByteArray("sent\n"));
     const int taken = limit - limit / 4 + 1 + 1; // of so few a quarter stays free, but for the first of them
@@ -805,7 +786,7 @@ void TestUpnpHttp::listeningIsTriedAgainEverySecondUntilItSucceeds()
     m_server.reset();
     CaughtLog log;
     {
-        const DescriptorLimit none(0);
+        const FewerDescriptors none(0);
         m_server.reset(new UpnpHttp(m_device->settings(), nullptr));
         QCOMPARE(qtversions::timerPeriods(m_server.data()), QList<int>() << 1000);
         QCoreApplication::sendEvent(m_server.data(), &itsTimer);
@@ -824,7 +805,7 @@ void TestUpnpHttp::listeningIsNotTriedAgainOnceThePortIsTaken()
     QTimerEvent itsTimer(0);
     QScopedPointer<UpnpHttp> second;
     {
-        const DescriptorLimit none(0);
+        const FewerDescriptors none(0);
         second.reset(new UpnpHttp(m_device->settings(), nullptr));
     }
     QCOMPARE(qtversions::timerPeriods(second.data()), QList<int>() << 1000);
@@ -862,11 +843,11 @@ static int holdConnections()
     return holdUntilTheEnd("connected");
 }
 
-static int holdRequests(const QByteArray &line)
+static int holdRequests(const QByteArray &request)
 {
     Peer peers[40]; // fewer than wait in the kernel while nobody accepts them
     for (Peer &peer : peers) {
-        if (!peer.isConnected() || !peer.send(line))
+        if (!peer.isConnected() || !peer.send(request))
             return 1;
     }
     return holdUntilTheEnd("sent");
