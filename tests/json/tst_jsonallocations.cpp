@@ -1,8 +1,9 @@
 // Usual numbers and escapes are read without leaving them to Qt, which gives each a text of its own first. The result is the
-// same, so only the memory tells.
+// same, so only the memory tells. Likewise short texts are widened on the stack.
 #include "allocationcount.h"
 #include "jsongrammar_p.h"
 #include "jsonlexer.h"
+#include "jsonreader.h"
 
 #include <QtTest>
 
@@ -18,6 +19,10 @@ private slots:
     void unusualNumbersAreLeftToQt();
     void escapedTextIsAllocatedOnce_data();
     void escapedTextIsAllocatedOnce();
+    void plainAsciiNeedsNoBlockForItsCharacters_data();
+    void plainAsciiNeedsNoBlockForItsCharacters();
+    void otherTextsAreDecodedIntoABlock_data();
+    void otherTextsAreDecodedIntoABlock();
 };
 
 static int allocationsForOneToken(const QByteArray &json, int token)
@@ -81,6 +86,55 @@ void tst_JsonAllocations::escapedTextIsAllocatedOnce()
 {
     QFETCH(QByteArray, escape);
     QCOMPARE(allocationsForOneToken('"' + escape + " \"", JsonGrammar::T_STRING), 1);
+}
+
+static std::size_t largestAllocationForReading(const QByteArray &json)
+{
+    JsonReader reader;
+    takeLargestAllocation();
+    const bool isRead = reader.parse(json);
+    const std::size_t largest = takeLargestAllocation();
+    return isRead ? largest : 0;
+}
+
+static QByteArray listOf(int size, const QByteArray &blanks)
+{
+    return '[' + blanks + QByteArray(size - blanks.size() - 3, ' ') + "7]";
+}
+
+void tst_JsonAllocations::plainAsciiNeedsNoBlockForItsCharacters_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QByteArray>("blanks");
+
+    for (int size = 1000; size <= 1010; ++size) // around every number of eight bytes
+        QTest::newRow(QByteArray::number(size).constData()) << size << QByteArray();
+    QTest::newRow("the largest") << 2048 << QByteArray();
+    QTest::newRow("ends of lines") << 1000 << QByteArray("\r\n\t");
+}
+
+void tst_JsonAllocations::plainAsciiNeedsNoBlockForItsCharacters()
+{
+    QFETCH(int, size);
+    QFETCH(QByteArray, blanks);
+    const std::size_t largest = largestAllocationForReading(listOf(size, blanks));
+    QVERIFY(largest > 0); // that of the list
+    QVERIFY2(largest < 1000, QByteArray::number(qulonglong(largest)).constData());
+}
+
+// So the test above would notice it.
+void tst_JsonAllocations::otherTextsAreDecodedIntoABlock_data()
+{
+    QTest::addColumn<QByteArray>("json");
+
+    QTest::newRow("one more than the largest") << listOf(2049, QByteArray());
+    QTest::newRow("other characters") << "[\"\303\251\"," + listOf(1000, QByteArray()) + ']';
+}
+
+void tst_JsonAllocations::otherTextsAreDecodedIntoABlock()
+{
+    QFETCH(QByteArray, json);
+    QVERIFY(largestAllocationForReading(json) >= 2000);
 }
 
 QTEST_MAIN(tst_JsonAllocations)

@@ -21,7 +21,6 @@ _USERS = {"core": ("settings", "upnp", "scan"), "settings": ("upnp", "scan"), "u
 # What no unit test is linked with, and the black-box tests of it
 IN_THE_DAEMON_ALONE = {
     "core/main.cpp": "startup log change_order sigterm bus_restart bus_interface bus_lost_at_start hostile_start network_change monitor",
-    "core/busloss.cpp": "bus_restart bus_lost_at_start hurried hostile_bus bus_stays_away",
     "core/commandline.cpp": "command_line",
 }
 

@@ -38,6 +38,7 @@ private slots:
     void devicesMayOutliveTheIndex();
     void manyComeAndGo();
     void oneThatComesAndGoesAmongManyMovesNoOther();
+    void nameThatHasNotChangedIsNotEnteredAgain();
 
 private:
     ZorvDevice *add(const QByteArray &uuid);
@@ -227,6 +228,21 @@ void TestDeviceIndex::oneThatComesAndGoesAmongManyMovesNoOther()
     m_index->enter(last);
     QCOMPARE(allocationCount() - before, 1); // its name in Latin-1
     QCOMPARE(m_index->find("99"), last);
+}
+
+void TestDeviceIndex::nameThatHasNotChangedIsNotEnteredAgain()
+{
+    ZorvDevice *device = add("A");
+    const int before = allocationCount();
+    m_index->enter(device);
+    QCOMPARE(allocationCount() - before, 0);
+    device->setObjectName(latin1("B"));
+    for (int i = 0; i < 2; ++i) {
+        const int beforeItsName = allocationCount();
+        m_index->enter(device);
+        QCOMPARE(allocationCount() - beforeItsName, i == 0 ? 1 : 0);
+    }
+    QCOMPARE(m_index->find("B"), device);
 }
 
 QTEST_MAIN(TestDeviceIndex)

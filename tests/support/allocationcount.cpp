@@ -3,10 +3,25 @@
 #include <cstddef>
 
 static thread_local int count = 0;
+static thread_local std::size_t largest = 0;
 
 int allocationCount()
 {
     return count;
+}
+
+std::size_t takeLargestAllocation()
+{
+    const std::size_t taken = largest;
+    largest = 0;
+    return taken;
+}
+
+static void note(std::size_t size)
+{
+    ++count;
+    if (size > largest)
+        largest = size;
 }
 
 #ifdef __SANITIZE_ADDRESS__
@@ -16,9 +31,9 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(
     void (*allocated)(const volatile void *, std::size_t), void (*freed)(const volatile void *));
 
 // The sanitizer has taken the place of malloc(), and says when it allocates.
-static void allocated(const volatile void *, std::size_t)
+static void allocated(const volatile void *, std::size_t size)
 {
-    ++count;
+    note(size);
 }
 
 static void freed(const volatile void *)
@@ -41,25 +56,25 @@ void *__libc_memalign(std::size_t alignment, std::size_t size);
 
 void *malloc(std::size_t size)
 {
-    ++count;
+    note(size);
     return __libc_malloc(size);
 }
 
 void *calloc(std::size_t number, std::size_t size)
 {
-    ++count;
+    note(number * size);
     return __libc_calloc(number, size);
 }
 
 void *realloc(void *memory, std::size_t size)
 {
-    ++count;
+    note(size);
     return __libc_realloc(memory, size);
 }
 
 void *memalign(std::size_t alignment, std::size_t size)
 {
-    ++count;
+    note(size);
     return __libc_memalign(alignment, size);
 }
 

@@ -60,6 +60,8 @@ private slots:
     void valuesAreThoseOfTheMoment();
     void requestThatComesWholeNeedsNoSocketOfQt_data();
     void requestThatComesWholeNeedsNoSocketOfQt();
+    void connectionThatEndedWithoutARequestNeedsNoSocketOfQt_data();
+    void connectionThatEndedWithoutARequestNeedsNoSocketOfQt();
     void requestInTwoSegmentsIsAnsweredAfterTheSecond();
     void otherMethodsAreNeverAnsweredAndStayOpen_data();
     void otherMethodsAreNeverAnsweredAndStayOpen();
@@ -262,6 +264,29 @@ void TestUpnpHttp::requestThatComesWholeNeedsNoSocketOfQt()
     QVERIFY(peer.readToEnd());
     QVERIFY(!peer.received().isEmpty());
     QCOMPARE(children.added, sockets);
+}
+
+void TestUpnpHttp::connectionThatEndedWithoutARequestNeedsNoSocketOfQt_data()
+{
+    QTest::addColumn<bool>("isReset");
+
+    QTest::newRow("closed") << false;
+    QTest::newRow("reset") << true;
+}
+
+// Its end is known before the server looks for a request.
+void TestUpnpHttp::connectionThatEndedWithoutARequestNeedsNoSocketOfQt()
+{
+    QFETCH(bool, isReset);
+    const ChildCounter children(m_server.data());
+    {
+        Peer peer;
+        QVERIFY(peer.isConnected());
+        if (isReset)
+            peer.reset();
+    }
+    QVERIFY(isServed());
+    QCOMPARE(children.added, 0);
 }
 
 void TestUpnpHttp::requestInTwoSegmentsIsAnsweredAfterTheSecond()
