@@ -18,7 +18,6 @@ BusLoss::BusLoss(const QString &neededService, const QByteArray &programName, QO
     : QObject(parent)
     , m_neededService(neededService)
     , m_programName(programName)
-    , m_probes(0)
     , m_failedProbes(0)
     , m_probesWithoutService(0)
     , m_hasWarned(false)
@@ -45,11 +44,18 @@ void BusLoss::timerEvent(QTimerEvent *)
         startAgain();
 }
 
-// Each probe has a connection name of its own: Qt 4 keeps a connection that failed under its name, and never tries it again.
-// A failed one costs four kilobytes, hence the longer period when the bus stays away.
+// Each probe of the process has a connection name of its own: Qt 4 keeps a connection that failed under its name, and never
+// tries it again.
+static QString newConnectionName()
+{
+    static int probes = 0;
+    return QLatin1String("probe") + QString::number(++probes);
+}
+
+// A failed probe costs four kilobytes, hence the longer period when the bus stays away.
 bool BusLoss::isBusReady()
 {
-    const QString name = QLatin1String("probe") + QString::number(++m_probes);
+    const QString name = newConnectionName();
     bool hasService = false;
     bool isConnected = false;
     {

@@ -34,7 +34,6 @@ private:
     QString m_neededService;
     QByteArray m_programName;
     QBasicTimer m_probeTimer; // runs while the bus is lost
-    int m_probes;
     int m_failedProbes; // in a row
     int m_probesWithoutService;
     bool m_hasWarned; // that the program could not be started
