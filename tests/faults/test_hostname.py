@@ -1,5 +1,6 @@
 """Calls that fail around the file with the host name."""
 
+import contextlib
 import errno
 import pathlib
 
@@ -51,7 +52,11 @@ def test_a_file_that_cannot_be_read_three_times_leaves_the_name(start_device, tm
 
 
 def has_watch(device) -> bool:
-    return any("inotify wd:" in entry.read_text() for entry in pathlib.Path(f"/proc/{device.pid}/fdinfo").iterdir())
+    for entry in pathlib.Path(f"/proc/{device.pid}/fdinfo").iterdir():
+        with contextlib.suppress(FileNotFoundError):  # closed in the meantime
+            if "inotify wd:" in entry.read_text():
+                return True
+    return False
 
 
 def test_a_watch_that_is_set_up_later_makes_up_no_change(start_device, ssdp, tmp_path):
