@@ -3,6 +3,7 @@
 #include "bytes.h"
 #include "caughtlog.h"
 #include "qtversions.h"
+#include "termsignal.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
@@ -12,6 +13,7 @@
 #include <QtTest/QtTest>
 
 #include <cerrno>
+#include <signal.h>
 #include <unistd.h>
 
 static const char neededService[] = "test.Needed";
@@ -48,6 +50,8 @@ private slots:
     void serviceIsWaitedForDuringSixtyProbes();
     void probesWithoutABusDoNotCountForTheService();
     void failedExecutionIsOneWarningAndTriedWithEachProbe();
+    void lossAfterSigtermIsNoMatter();
+    void sigtermEndsTheProbes();
 
 private:
     void probe(int times);
@@ -63,10 +67,10 @@ private:
 
 void TestBusLoss::init()
 {
+    m_isAway = false;
     m_socket = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData()).section(QLatin1Char('='), 1).section(QLatin1Char(','), 0, 0);
     QVERIFY(QFile::exists(m_socket));
     QVERIFY(QDBusConnection::systemBus().isConnected());
-    m_isAway = false;
     executions = 0;
     executed.clear();
     m_log.reset(new CaughtLog);
@@ -79,6 +83,10 @@ void TestBusLoss::cleanup()
     m_log.reset();
     bringBusBack();
     QDBusConnection::systemBus().unregisterService(text(neededService));
+    for (int i = 0; i < 2; ++i) {
+        close(termSocketPair[i]);
+        termSocketPair[i] = -1;
+    }
 }
 
 // As its timer does, without the wait.
@@ -200,6 +208,28 @@ void TestBusLoss::failedExecutionIsOneWarningAndTriedWithEachProbe()
         QCOMPARE(m_log->lines(), QStringList(text("warning: starting again failed: No such file or directory")));
         QCOMPARE(periods(), QList<int>() << 1000);
     }
+}
+
+void TestBusLoss::lossAfterSigtermIsNoMatter()
+{
+    createTermSocketPair();
+    termSignalHandler(SIGTERM);
+    QVERIFY(QMetaObject::invokeMethod(m_loss.data(), "disconnected"));
+    QVERIFY(periods().isEmpty());
+    QCOMPARE(m_log->lines(), QStringList());
+}
+
+// A program that was executed again would not go on saying byebye.
+void TestBusLoss::sigtermEndsTheProbes()
+{
+    createTermSocketPair();
+    QVERIFY(QDBusConnection::systemBus().registerService(text(neededService)));
+    QVERIFY(QMetaObject::invokeMethod(m_loss.data(), "disconnected"));
+    QCOMPARE(periods(), QList<int>() << 1000);
+    termSignalHandler(SIGTERM);
+    probe(1);
+    QVERIFY(periods().isEmpty());
+    QCOMPARE(executions, 0);
 }
 
 QTEST_MAIN(TestBusLoss)

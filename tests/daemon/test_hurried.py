@@ -47,6 +47,7 @@ def test_a_bus_that_stays_away_for_a_while_is_found_again(start_device, peer, tm
     device = start_device(program=hurried_program(tmp_path, 20))
     take_away(device)
     peer.listen_announcements().wait_for(b"KM-2044817", count=announcements, seconds=TIMEOUT)  # ten seconds of its time each
+    serves(device, peer)
     bring_back(device)
     device.bus.wait_for_name(BUS_NAME, TIMEOUT)
     device.wait_until_ready()

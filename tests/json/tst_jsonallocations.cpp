@@ -107,7 +107,7 @@ void tst_JsonAllocations::plainAsciiNeedsNoBlockForItsCharacters_data()
     QTest::addColumn<int>("size");
     QTest::addColumn<QByteArray>("blanks");
 
-    for (int size = 1000; size <= 1010; ++size) // around every number of eight bytes
+    for (int size = 1000; size <= 1010; ++size) // with every remainder by eight
         QTest::newRow(QByteArray::number(size).constData()) << size << QByteArray();
     QTest::newRow("the largest") << 2048 << QByteArray();
     QTest::newRow("ends of lines") << 1000 << QByteArray("\r\n\t");

@@ -5,7 +5,7 @@ import re
 
 # The black-box tests of what a folder does. The others come later.
 _CONCERNED = {
-    "core": "startup log command_line sigterm bus_restart bus_lost_at_start hostile_log hostile_start hostile_bus shared_ports change_order",
+    "core": "startup log command_line sigterm bus_restart bus_lost_at_start hurried hostile_log hostile_start hostile_bus shared_ports change_order",
     "settings": "startup network_change hostname registry change_order bus_interface announcing description search hostile_bus docs_dbus",
     "upnp": "search description announcing hostname network_change docs_wire control_points hostile_datagrams hostile_lines hostile_icon "
             "hostile_search_datagrams hostile_idle hostile_talkers sigterm shared_ports log monitor",
