@@ -1,15 +1,20 @@
 """The list: who is shown, how, and what is said when something is in the way."""
 
 import concurrent.futures
+import contextlib
+import itertools
 import json
 import re
 import signal
+import socket
+import threading
 import time
 
 import pytest
 
 from browsing import Browser
 from fakedevice import FakeDevice, RootDevice, addresses_of
+from scanning import announcing
 from simdevice import sandbox
 from simdevice.controlpoint import ANNOUNCEMENTS, SSDP
 from texts import ALIVE, BYEBYE, UUID
@@ -217,6 +222,57 @@ def test_nobody(pc):
     done = pc.run("--timeout", "0.3")
     assert (done.stdout, done.returncode) == ("", 1)
     assert "Nobody was heard in 0.3 s. Are there devices in this network" in done.stderr
+
+
+class Announcing(threading.Thread):
+    """Somebody who announces himself again and again, from several ports: the kernel may choose a receiver by them."""
+
+    def __init__(self, host):
+        super().__init__()
+        self.sent = 0
+        self._host = host
+        self._ends = threading.Event()
+
+    def run(self) -> None:
+        with contextlib.ExitStack() as stack:
+            sockets = itertools.cycle([stack.enter_context(self._host.socket()) for _ in range(8)])
+            while not self._ends.wait(0.002):
+                next(sockets).sendto(announcing("9000007"), ANNOUNCEMENTS)
+                self.sent += 1
+
+    def end(self) -> None:
+        self._ends.set()
+        self.join()
+
+
+def test_what_another_program_hears_on_another_network_stays_with_it(lan, pc):
+    pc.host.ip("link add eth2 type veth peer name far", "link set far up", "addr add 10.99.0.1/24 dev eth2", "link set eth2 up")
+    somebody = Announcing(lan.host(addresses=["10.77.0.7/24"]))
+    with pc.host.socket() as other:
+        for option in (socket.SO_REUSEADDR, socket.SO_REUSEPORT):
+            other.setsockopt(socket.SOL_SOCKET, option, 1)
+        other.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
+        other.bind(ANNOUNCEMENTS)
+        other.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP,
+                         socket.inet_aton(ANNOUNCEMENTS[0]) + socket.inet_aton("10.77.0.3"))
+        somebody.start()
+        found = [pc.objects("--interface", "eth2", "--timeout", "0.2") for _ in range(3)]
+        somebody.end()
+        assert found == [[], [], []]
+        other.settimeout(10)
+        for number in range(somebody.sent):
+            assert other.recv(65536) == announcing("9000007"), number
+
+
+@pytest.mark.parametrize("option", [socket.SO_REUSEADDR, socket.SO_REUSEPORT])
+def test_a_port_that_another_program_shares(fake, pc, option):
+    fake(7)
+    with pc.host.socket() as other:
+        other.setsockopt(socket.SOL_SOCKET, option, 1)
+        other.bind(("0.0.0.0", ANNOUNCEMENTS[1]))
+        done = pc.run("--timeout", "1")
+    assert done.stderr == ""
+    assert words(done.stdout)[1][0] == "kelta-7"
 
 
 def test_no_network(pc):

@@ -113,8 +113,10 @@ void TestIdleConnections::whatWasReadableIsNotClosed()
 void TestIdleConnections::whatIsLeftIsClosed()
 {
     QVERIFY(m_idle->add(m_own));
+    QVERIFY(m_idle->add(m_peer));
     m_idle.reset();
     QVERIFY(!isOpen(m_own));
+    QVERIFY(!isOpen(m_peer));
 }
 
 void TestIdleConnections::whatIsNoConnectionIsNotTaken()

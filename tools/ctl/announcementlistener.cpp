@@ -34,16 +34,31 @@ AnnouncementListener::~AnnouncementListener()
         close(m_socket);
 }
 
-// The port is shared as the daemon shares it, and the group joined where the daemon joins: on the interface of the route to it.
-bool AnnouncementListener::open()
+static bool setOption(int descriptor, int option)
 {
     const int on = 1;
+    return setsockopt(descriptor, SOL_SOCKET, option, &on, sizeof on) == 0;
+}
+
+// Shares the port by SO_REUSEADDR where that is enough. Sockets with SO_REUSEPORT are a group of which Linux 6 chooses any one for
+// what a single one of them has joined: the daemon would miss announcements.
+static bool bindShared(int descriptor, const struct sockaddr_in &shared)
+{
+    const struct sockaddr *const address = reinterpret_cast<const struct sockaddr *>(&shared);
+    if (!setOption(descriptor, SO_REUSEADDR))
+        return false;
+    if (bind(descriptor, address, sizeof shared) == 0)
+        return true;
+    return errno == EADDRINUSE && setOption(descriptor, SO_REUSEPORT) && bind(descriptor, address, sizeof shared) == 0;
+}
+
+// The group is joined where the daemon joins: on the interface of the route to it.
+bool AnnouncementListener::open()
+{
     const struct sockaddr_in address = groupAddress();
     struct ip_mreq membership = {};
     membership.imr_multiaddr = address.sin_addr;
-    return setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0
-        && setsockopt(m_socket, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on) == 0
-        && bind(m_socket, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) == 0
+    return bindShared(m_socket, address)
         && setsockopt(m_socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }
 
