@@ -8,7 +8,6 @@ import re
 import signal
 import socket
 import threading
-import time
 
 import pytest
 
@@ -318,11 +317,10 @@ def test_byebye(fake, pc):
     leaving = fake(7, alive=None, announcement=None, answer=None)
     fake(8)
     with pc.start("--json", "--timeout", "1") as running:
-        while running.poll() is None:
-            for text in (ALIVE, ALIVE, BYEBYE):
-                leaving.say(leaving.text(text))
-            time.sleep(0.1)
-        out, _ = running.communicate(timeout=10)
+        pc.wait_until_it_listens()
+        for text in (ALIVE, ALIVE, BYEBYE):
+            leaving.say(leaving.text(text))
+        out, _ = running.communicate(timeout=30)
     assert [json.loads(line)["name"] for line in out.splitlines()] == ["kelta-8"]
 
 
