@@ -40,8 +40,8 @@ static bool setOption(int descriptor, int option)
     return setsockopt(descriptor, SOL_SOCKET, option, &on, sizeof on) == 0;
 }
 
-// Shares the port by SO_REUSEADDR where that is enough. Sockets with SO_REUSEPORT are a group of which Linux 6 chooses any one for
-// what a single one of them has joined: the daemon would miss announcements.
+// Shares the port by SO_REUSEADDR where that is enough. Sockets with SO_REUSEPORT are a group of which newer kernels choose any
+// one for what a single one of them has joined: the daemon would miss announcements.
 static bool bindShared(int descriptor, const struct sockaddr_in &shared)
 {
     const struct sockaddr *const address = reinterpret_cast<const struct sockaddr *>(&shared);
