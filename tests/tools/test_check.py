@@ -36,6 +36,12 @@ def nothing_from_link_local(data: bytes) -> bytes:
     return b""
 
 
+def late() -> bool:
+    """Longer than the check listens for what may come; nothing else is answered meanwhile."""
+    time.sleep(0.8)
+    return True
+
+
 EVERY_SEARCH = {f"search for {name}" for name in (
     "ssdp:all", "ssdp:all to the group", "upnp:rootdevice", "something without MAN and MX", "something in another header", "its UUID",
     "its UDN")}
@@ -65,6 +71,8 @@ FAULTS = {
     "lower case answered": ({"rule": lambda search, uuid: real_rule(search.replace(b"m-search", b"M-SEARCH"), uuid)},
                             {"search with the method in lower case"}),
     "a blank answered": ({"rule": lambda search, uuid: real_rule(search.strip(), uuid)}, {"search with a blank before the method"}),
+    "lower case answered late": ({"rule": lambda search, uuid: real_rule(search, uuid) or search.startswith(b"m-search") and late()},
+                                 {"search with the method in lower case"}),
     "MAN needed": ({"rule": needs_man}, {"search for something without MAN and MX", "search for something in another header",
                                          "search for its UUID"}),
     "the UUID not known": ({"rule": lambda search, uuid: real_rule(search, b"ssdp:all")}, {"search for its UUID", "search for its UDN"}),
@@ -95,6 +103,8 @@ FAULTS = {
     "404 with a colon": ({"not_found": replacing(b"Server ", b"Server: ")}, {"GET /nothing-here"}),
     "a query served": ({"query": lambda data: b"HTTP/1.1 200 OK\r\n\r\n"}, {"GET /rootDesc.xml?x"}),
     "HEAD answered": ({"served": lambda line: b"HTTP/1.1 200 OK\r\n\r\n" if line[:1] == [b"HEAD"] else None}, {"HTTP method HEAD"}),
+    "HEAD answered late": ({"served": lambda line: b"HTTP/1.1 200 OK\r\n\r\n" if line[:1] == [b"HEAD"] and late() else None},
+                           {"HTTP method HEAD"}),
     "lower case closed": ({"served": lambda line: b"" if line[:1] == [b"get"] else None}, {"HTTP method get"}),
     "another serial number announced": ({"announcement": lambda data: re.sub(rb'"uuid":"\d+"', b'"uuid":"777"', data)},
                                         {"description and announcement"}),
