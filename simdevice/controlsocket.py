@@ -16,7 +16,8 @@ import sys
 import time
 
 _VARIABLE = "SIMDEVICE_CONTROL_SOCKET"
-_DYING = 2      # seconds that an earlier plant may need until the last of it is gone
+_ENDING = 2     # seconds that an earlier plant may need until its first process is gone
+_DYING = 30     # and the last: a busy kernel takes its time for so many networks
 _MOST = 65536
 _MOST_FILES = 16
 
@@ -28,12 +29,9 @@ class ControlError(Exception):
 def listen() -> bool:
     """To be called before the sandbox is entered. False when a plant of this user listens there already."""
     made = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-    deadline = time.monotonic() + _DYING
-    while not _bound(made):
-        if time.monotonic() > deadline:
-            made.close()
-            return False
-        time.sleep(0.05)
+    if not _comes_true(lambda: _bound(made)):
+        made.close()
+        return False
     made.listen()
     made.set_inheritable(True)
     os.environ[_VARIABLE] = str(made.detach())
@@ -86,10 +84,29 @@ class ControlSocket:
 
 def running_already() -> str:
     """A sentence for whoever wants to start a second plant of the same user. Empty when there is none."""
-    deadline = time.monotonic() + _DYING
-    while (process := _holder()) and time.monotonic() < deadline:
-        time.sleep(0.05)
-    return f"A plant of yours is running already, process {process}. End that one with Ctrl-C first." if process else ""
+    if _comes_true(lambda: not _holder()) or not (process := _holder()):
+        return ""
+    return f"A plant of yours is running already, process {process}. End that one with Ctrl-C first."
+
+
+def _comes_true(condition) -> bool:
+    """As soon as an earlier plant that is about to end is gone."""
+    begun = time.monotonic()
+    while not condition():
+        if time.monotonic() - begun > (_ENDING if _lives(_holder()) else _DYING):
+            return False
+        time.sleep(0.25)
+    return True
+
+
+def _lives(process: int) -> bool:
+    try:
+        os.kill(process, 0)
+    except ProcessLookupError:
+        return False
+    except PermissionError:
+        pass
+    return True
 
 
 def _holder() -> int:

@@ -215,6 +215,23 @@ def test_only_one_plant_at_a_time(plant, show):
     assert order("table").returncode == 0
 
 
+LAST_OF_A_PLANT = """
+import os, sys, time
+sys.path.insert(0, sys.argv[1])
+from simdevice import controlsocket
+assert controlsocket.listen()
+if os.fork() == 0:
+    time.sleep(4)
+"""
+
+
+def test_the_last_of_an_earlier_plant_is_waited_for(show):
+    """Its first process is gone, and the kernel still has others of it to end."""
+    subprocess.run([PYTHON, "-c", LAST_OF_A_PLANT, str(SIMDEVICE.parent)], check=True)
+    process = show("--no-tour", "--devices", "2")
+    wait_for(lambda: order("table").returncode == 0, what="the next plant is up", seen=lambda: (process.poll(), order("table")))
+
+
 def test_nobody_reads(show):
     reading, writing = os.pipe()
     os.close(reading)

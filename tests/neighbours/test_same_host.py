@@ -5,7 +5,7 @@ import struct
 
 import pytest
 
-from programs import Program
+from programs import Program, known_user
 from simdevice.device import ADDRESS
 from simdevice.recorder import drain
 from simdevice.waiting import wait_for
@@ -93,8 +93,8 @@ def test_avahi_beside_it(start_device, ssdp, peer, start_program, tmp_path):
     configuration = tmp_path / "avahi.conf"
     configuration.write_text("[server]\nhost-name=kelta\nuse-ipv6=no\nallow-interfaces=eth0\nenable-dbus=no\n")
     device = start_device()
-    avahi = start_program(Program, device.room.prefix, ["avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits",
-                                                        f"--file={configuration}"])
+    avahi = start_program(Program, [*device.room.prefix, *known_user(tmp_path, "avahi")], [
+        "avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", f"--file={configuration}"])
     avahi.wait_for_output("Server startup complete")
     with peer._udp() as asking:
         asking.sendto(question("kelta.local"), MDNS)

@@ -1,5 +1,7 @@
 """Runs tools/upnpvelorn-browse on a host, with or without a terminal."""
 
+import importlib.machinery
+import importlib.util
 import json
 import os
 import pathlib
@@ -7,6 +9,7 @@ import pty
 import select
 import struct
 import subprocess
+import sys
 import termios
 import time
 from fcntl import ioctl
@@ -17,6 +20,15 @@ from simdevice.waiting import wait_for
 
 TOOL = pathlib.Path(os.environ.get("UPNPVELORN_BROWSE")
                     or pathlib.Path(__file__).resolve().parent.parent.parent / "tools" / "upnpvelorn-browse")
+
+
+def tool():
+    """The tool as a module."""
+    sys.dont_write_bytecode = True
+    loader = importlib.machinery.SourceFileLoader("browse", str(TOOL))
+    sys.modules["browse"] = importlib.util.module_from_spec(importlib.util.spec_from_loader("browse", loader))
+    loader.exec_module(sys.modules["browse"])
+    return sys.modules["browse"]
 
 
 class Browser:

@@ -7,10 +7,11 @@ import time
 
 import pytest
 
-from browsing import Browser, Lines
+from browsing import Browser, Lines, tool
 from clocks import LIBRARY
 from fakedevice import FakeDevice, addresses_of, real_rule, redated, with_length
 from simdevice.device import png
+from simdevice.waiting import wait_for
 from texts import ICON_MISSING, icon_answer
 
 FIRST_NUMBER = 20
@@ -154,6 +155,22 @@ def test_each_planted_fault_is_found_and_nothing_else(checked, fault):
     assert wrong(done.stdout) == expected, done.stdout
     assert done.returncode == (1 if expected else 0)
     assert all("; a healthy device " in line for line in done.stdout.splitlines() if line.startswith("✗"))
+
+
+def test_the_time_of_an_answer_is_that_of_its_arrival(pc):
+    """Not of its reading, which a busy PC puts off. The kernel may notice the time of a datagram only after the first ones."""
+    browse = tool()
+    with pc.host.inside():
+        asking = browse.asking_socket("10.77.0.3")
+    with asking:
+        def seems_to_take() -> float:
+            sent = time.monotonic()
+            asking.sendto(b"x", asking.getsockname())
+            time.sleep(0.5)
+            [heard] = browse.hear([browse.Listener(asking, "", "")], 0)
+            return heard.time - sent
+
+        wait_for(lambda: 0 <= seems_to_take() < 0.3, what="a datagram that waited half a second is not as late as that")
 
 
 def test_a_real_device_is_right_in_everything(start_device, pc):

@@ -1,7 +1,5 @@
 """What strangers send: nothing of it reaches the terminal as it is, breaks a row or ends the tool."""
 
-import importlib.machinery
-import importlib.util
 import json
 import re
 import sys
@@ -10,7 +8,7 @@ import unicodedata
 
 import pytest
 
-from browsing import TOOL, Browser
+from browsing import Browser, tool
 from fakedevice import RootDevice, with_length
 from simdevice.controlpoint import ANNOUNCEMENTS, SSDP
 
@@ -57,15 +55,6 @@ STRANGE = {
 
 def is_harmless(text: str) -> bool:
     return all(one == "\n" or unicodedata.category(one) not in ("Cc", "Cf", "Cs", "Zl", "Zp") for one in text)
-
-
-def tool():
-    """The tool as a module."""
-    sys.dont_write_bytecode = True
-    loader = importlib.machinery.SourceFileLoader("browse", str(TOOL))
-    sys.modules["browse"] = importlib.util.module_from_spec(importlib.util.spec_from_loader("browse", loader))
-    loader.exec_module(sys.modules["browse"])
-    return sys.modules["browse"]
 
 
 @pytest.fixture

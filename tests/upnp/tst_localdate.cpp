@@ -1,6 +1,8 @@
 // The dates of messages are those of QDateTime, in whatever language. Runs in several environments.
 #include "localdate.h"
 
+#include "qtversions.h"
+
 #include <QtCore/QDateTime>
 #include <QtTest/QtTest>
 
@@ -47,6 +49,7 @@ private slots:
     void timesBefore1970();
     void partsOfASecondAreCut();
     void summerTimeBeginsAndEnds();
+    void leapSecondIsWrittenAsQtDoes();
     void changeOfTheTimeZoneIsFollowed();
     void namesAreInTheLanguageOfTheSystem();
 };
@@ -108,6 +111,18 @@ void TestLocalDate::summerTimeBeginsAndEnds()
 static QByteArray hours(int number)
 {
     return QDateTime(QDate(2026, 1, 1), QTime(number, 0)).toString(QLatin1String("hh:mm:ss")).toUtf8();
+}
+
+// Qt's minutes have sixty seconds.
+void TestLocalDate::leapSecondIsWrittenAsQtDoes()
+{
+    live("right/UTC");
+    const qint64 leapSecondOf2016 = Q_INT64_C(1483228826000);
+    const std::time_t seconds = std::time_t(leapSecondOf2016 / second);
+    if (std::localtime(&seconds)->tm_sec != 60)
+        SKIP("the machine has no time zones with leap seconds");
+    for (qint64 moment = leapSecondOf2016 - second; moment <= leapSecondOf2016 + second; moment += second)
+        compareWithQt(moment);
 }
 
 void TestLocalDate::changeOfTheTimeZoneIsFollowed()
