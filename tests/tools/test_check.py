@@ -142,7 +142,7 @@ def checked(shared_lan):
     def check(fault: str) -> subprocess.CompletedProcess:
         return pc.run("check", f"10.77.0.{numbers[fault]}", "--timeout", "5")
 
-    with concurrent.futures.ThreadPoolExecutor(12) as pool:
+    with concurrent.futures.ThreadPoolExecutor(6) as pool:
         found = dict(zip(FAULTS, pool.map(check, FAULTS)))
     for one in devices:
         one.close()
