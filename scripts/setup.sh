@@ -100,10 +100,16 @@ prepare_cross() {
 
 # build PRESET [OPTION OF cmake --build]...
 build() {
+    local folder
+    folder=$(build_folder "$1")
     say "Building ($1)"
-    cmake --preset "$1" >/dev/null
-    # Ninja has said why it ended, or nobody reads any more: CMake need not tell of it again.
-    { cmake --build --preset "$@" 2>&1 >&3 3>&- | sed '/^SIGPIPE$/d; /^CMake Error: Generator: /d' >&2; } 3>&1
+    mkdir -p "$folder"
+    (
+        flock --nonblock 9 || { say "Another command builds in $folder: waiting for that"; flock 9; }
+        cmake --preset "$1" >/dev/null
+        # Ninja has said why it ended, or nobody reads any more: CMake need not tell of it again.
+        { cmake --build --preset "$@" 2>&1 >&3 3>&- | sed '/^SIGPIPE$/d; /^CMake Error: Generator: /d' >&2; } 3>&1
+    ) 9>"$folder/.lock"
 }
 
 # clang-format and clang-tidy over the product's sources, two at a time
