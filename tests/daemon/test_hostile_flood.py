@@ -5,6 +5,7 @@ import pytest
 
 from burdens import MEGABYTE, cpu_seconds, is_sanitized, resident, small_quarantine
 from scanning import SERIAL, announcing, child, is_alive, wait_for_device
+from simdevice.bus import PROPERTIES
 from simdevice.waiting import wait_for
 from texts import ANSWER
 from wirebytes import compare_bytes
@@ -27,6 +28,11 @@ def knows(device, uuid: str) -> bool:
 
 def large(uuid: str, expiration=FOREVER, size: int = LARGE) -> bytes:
     return announcing(uuid, expiration, raw='{"x":"' + "x" * size + '"}')
+
+
+def refused(device) -> int:
+    """How many announcements found no room, as the device itself counts them."""
+    return device.call("Get", "com.zorv.upnpvelorn.Monitor", "AnnouncementsWithoutRoom", path="/monitor", interface=PROPERTIES)
 
 
 def all_read(device, peer, expiration=22) -> None:
@@ -58,11 +64,13 @@ def test_number_of_devices_is_bounded(good, peer):
         peer.announce(announcing(f"D{number}", FOREVER))
         if number % NOT_READ_YET == 0:
             all_read(good, peer)
+    assert refused(good) == 0
     # It stays for nine seconds, time enough for what follows. The flood takes longer than that on a busy machine.
     peer.announce(announcing("short", 3))
     peer.announce(announcing("late"))
     all_read(good, peer)
     assert knows(good, "short") and not knows(good, "late")
+    assert refused(good) == 1
     assert knows(good, "D0") and knows(good, "D19000")
     assert good.syslog.texts == [WARNING]
     compare_bytes(peer.search()[0].data, ANSWER)

@@ -12,7 +12,7 @@ _CONCERNED = {
     "scan": "registry scan_announcing scan_expiry scan_hostile scan_recovery hostile_flood hostile_clock hostile_datagrams network_change docs_dbus "
             "shared_ports log monitor",
     "json": "registry scan_announcing scan_hostile docs_dbus",
-    "monitor": "monitor registry docs_dbus bus_policy bus_interface",
+    "monitor": "monitor registry docs_dbus bus_policy bus_interface hostile_flood",
 }
 _CONCERNED_FAULTS = {"core": "start bus", "settings": "hostname start", "upnp": "icon start", "scan": "start", "json": "", "monitor": ""}
 # Whose unit tests a folder's code is in, apart from its own
