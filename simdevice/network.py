@@ -61,6 +61,13 @@ class Namespace:
         if not ipv6:
             self.sysctl("net/ipv6/conf/all/disable_ipv6", "1")
             self.sysctl("net/ipv6/conf/default/disable_ipv6", "1")
+        self._switch_syn_cookies_off()
+
+    def _switch_syn_cookies_off(self) -> None:
+        """With them, where many connect at once, a late packet makes a connection of one that both sides have closed, and
+        nobody ever closes that again."""
+        with contextlib.suppress(FileNotFoundError):  # not every kernel has them
+            self.sysctl("net/ipv4/tcp_syncookies", "0")
 
     def close(self) -> None:
         subprocess.run(["ip", "netns", "del", self.name], check=True)

@@ -49,6 +49,12 @@ def test_eth0_has_the_address_and_hardware_address(bare):
     assert "00:11:22:aa:bb:cc" in bare.host.command(["ip", "link", "show", "eth0"]).stdout
 
 
+def test_closed_connections_stay_closed_on_a_busy_machine(bare, peer):
+    """SYN cookies would let a late packet bring one back (test_hostile_idle.py failed with them)."""
+    for host in (bare.host, peer.host):
+        assert host.command(["cat", "/proc/sys/net/ipv4/tcp_syncookies"], check=False).stdout in ("0\n", "")
+
+
 def test_addresses_keep_their_order(start_device):
     device = start_device(daemon="off", addresses=["169.254.3.4/16", "10.77.0.2/24"])
     device.host.add_address("10.77.0.9/24")
