@@ -20,6 +20,7 @@ _ENDING = 2     # seconds that an earlier plant may need until its first process
 _DYING = 30     # and the last: a busy kernel takes its time for so many networks
 _MOST = 65536
 _MOST_FILES = 16
+_NO_PLANT = "No plant of yours is running. Start one in another terminal:  ./run"
 
 
 class ControlError(Exception):
@@ -126,16 +127,16 @@ def ask(request: dict) -> tuple:
         try:
             connection.connect(_name())
         except ConnectionRefusedError:
-            raise ControlError("No plant of yours is running. Start one in another terminal:  ./run") from None
+            raise ControlError(_NO_PLANT) from None
         if _peer(connection) != os.geteuid():
             raise ControlError("Another user has taken the plant's name.")
-        connection.send(json.dumps(request).encode())
         try:
+            connection.send(json.dumps(request).encode())
             data, files = _receive(connection)
         except OSError:
             data = b""
     if not data:
-        raise ControlError("The plant does not answer.")
+        raise ControlError(_NO_PLANT if _comes_true(lambda: not _holder()) else "The plant does not answer.")
     reply = json.loads(data)
     if "error" in reply:
         raise ControlError(reply["error"])

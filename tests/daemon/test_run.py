@@ -209,7 +209,7 @@ def test_strangers_do_no_harm(plant, output):
 
 def test_only_one_plant_at_a_time(plant, show):
     second = show("--no-tour")
-    assert second.wait(10) == 1
+    assert second.wait(30) == 1
     assert second.stderr.read().decode() == (
         f"A plant of yours is running already, process {plant.pid}. End that one with Ctrl-C first.\n")
     assert order("table").returncode == 0
@@ -232,12 +232,42 @@ def test_the_last_of_an_earlier_plant_is_waited_for(show):
     wait_for(lambda: order("table").returncode == 0, what="the next plant is up", seen=lambda: (process.poll(), order("table")))
 
 
+ASKED_PLANT = """
+import os, select, socket, sys, time
+sys.path.insert(0, sys.argv[1])
+from simdevice import controlsocket
+assert controlsocket.listen()
+listening = socket.socket(fileno=int(os.environ["SIMDEVICE_CONTROL_SOCKET"]))
+print("listens", flush=True)
+select.select([listening], [], [])
+if sys.argv[2] != "not accepted":
+    caller = listening.accept()[0]
+    caller.recv(1000)
+    caller.close()
+    time.sleep(1 if sys.argv[2] == "accepted" else 60)
+"""
+
+
+@pytest.mark.parametrize("what, said", [
+    ("not accepted", "No plant of yours is running. Start one in another terminal:  ./run\n"),
+    ("accepted", "No plant of yours is running. Start one in another terminal:  ./run\n"),
+    ("lives", "The plant does not answer.\n"),
+])
+def test_a_plant_that_ends_when_it_is_asked_does_not_run_any_more(what, said):
+    with subprocess.Popen([PYTHON, "-c", ASKED_PLANT, str(SIMDEVICE.parent), what], stdout=subprocess.PIPE) as plant:
+        assert plant.stdout.readline() == b"listens\n"
+        try:
+            assert order("table").stderr == said
+        finally:
+            plant.kill()
+
+
 def test_nobody_reads(show):
     reading, writing = os.pipe()
     os.close(reading)
     process = show("--no-tour", "--devices", "2", output=writing)
     os.close(writing)
-    assert process.wait(10) == 1
+    assert process.wait(30) == 1
     assert process.stderr.read() == b"Nobody reads the output any more: switched off.\n"
 
 
@@ -249,7 +279,7 @@ def test_ctrl_c_on_a_terminal(show, seconds):
     os.close(end)
     select.select([], [], [], seconds)
     os.write(terminal, b"\x03")
-    assert process.wait(10) in (0, 128 + signal.SIGINT, -signal.SIGINT)
+    assert process.wait(30) in (0, 128 + signal.SIGINT, -signal.SIGINT)
     assert b"Traceback" not in everything(terminal)
     assert process.stderr.read() == b""
 
@@ -261,7 +291,7 @@ def test_no_word_is_broken_on_80_columns(show):
     os.close(end)
     wait_for(lambda: "x x x x x x x" in order("table").stdout, 30, "the plant is up", lambda: order("table").stdout)
     os.write(terminal, b"\x03")
-    assert process.wait(10) == 0
+    assert process.wait(30) == 0
     lines = re.sub(rb"\x1b\[[0-9;]*[a-zA-Z]", b"", everything(terminal)).decode().splitlines()
     assert max(map(len, lines)) <= 79
     assert not [line for line in lines if "…" in line]
@@ -282,8 +312,8 @@ def everything(terminal: int) -> bytes:
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGKILL])
 def test_nothing_is_left(plant, number):
     plant.send_signal(number)
-    plant.wait(10)
+    plant.wait(30)
     # Everybody in the plant holds the pipe: it ends when the last of them is gone.
-    ready, _, _ = select.select([plant.stderr], [], [], 10)
+    ready, _, _ = select.select([plant.stderr], [], [], 30)
     assert ready and plant.stderr.read() == b""
     assert order("table").stderr == "No plant of yours is running. Start one in another terminal:  ./run\n"
