@@ -67,9 +67,9 @@ def listener(device):
 
 
 def test_a_device_that_comes_changes_and_goes(device, peer, listener):
-    peer.announce(announcing("visitor", 1))  # it stays for three seconds, longer than a signal takes
+    peer.announce(announcing("visitor", 3))  # it stays for nine seconds, and two signals take two
     listener.wait_for((["visitor"], [], [], 0))
-    peer.announce(announcing("visitor", 1, name="another name"))
+    peer.announce(announcing("visitor", 3, name="another name"))
     listener.wait_for((["visitor"], [], [], 0), ([], ["visitor"], [], 0))
     listener.wait_for((["visitor"], [], [], 0), ([], ["visitor"], [], 0), ([], [], ["visitor"], 0))
     assert "visitor" not in summaries(device)

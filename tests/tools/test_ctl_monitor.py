@@ -28,12 +28,12 @@ def monitor(device):
 
 
 def test_who_comes_changes_and_leaves(peer, monitor):
-    peer.announce(announcing("visitor", 1, name="guest"))
+    peer.announce(announcing("visitor", 3, name="guest"))
     line = monitor.wait_for("came", "guest")
     assert line.split()[1:] == ["came", "guest", "visitor", "Kelta", "CODESYS", "2.0.1", "10.77.0.3", "static"]
-    peer.announce(announcing("visitor", 1, name="host"))
+    peer.announce(announcing("visitor", 3, name="host"))
     assert monitor.wait_for("changed", "host").split(None, 3)[3] == "name guest → host"
-    peer.announce(announcing("visitor", 1, name="host", raw='{"configurationMethod":"static","ipv4":[{"address":"10.77.0.3"}],"x":1}'))
+    peer.announce(announcing("visitor", 3, name="host", raw='{"configurationMethod":"static","ipv4":[{"address":"10.77.0.3"}],"x":1}'))
     monitor.wait_for("changed", 'another value that only "show" has')
     monitor.wait_for("left", "host")
     assert len([line for line in monitor.read() if "guest" in line or "host" in line]) == 4
