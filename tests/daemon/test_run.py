@@ -244,7 +244,7 @@ if sys.argv[2] != "not accepted":
     caller = listening.accept()[0]
     caller.recv(1000)
     caller.close()
-    time.sleep(1 if sys.argv[2] == "accepted" else 60)
+    time.sleep(0.2 if sys.argv[2] == "accepted" else 60)
 """
 
 
