@@ -1,6 +1,7 @@
 #include "remotedbuswatcher.h"
 
 #include "bytes.h"
+#include "testbus.h"
 #include "waitfor.h"
 
 #include <QtDBus/QDBusConnection>
@@ -14,7 +15,7 @@ public:
     explicit Program(const char *connectionName)
         : m_name(QString::fromLatin1(connectionName))
     {
-        QDBusConnection::connectToBus(QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData()), m_name);
+        connectToTestBus(m_name);
     }
     ~Program() { QDBusConnection::disconnectFromBus(m_name); }
 

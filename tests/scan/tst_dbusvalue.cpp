@@ -1,5 +1,6 @@
 #include "dbusvalue.h"
 
+#include "testbus.h"
 #include "waitfor.h"
 
 #include <QtDBus/QtDBus>
@@ -113,8 +114,8 @@ class Conversation
 {
 public:
     Conversation()
-        : m_server(open("server"))
-        , m_client(open("client"))
+        : m_server(connectToTestBus(latin1("server")))
+        , m_client(connectToTestBus(latin1("client")))
     {
         m_server.registerObject(latin1("/"), &m_answering, QDBusConnection::ExportAllSlots);
     }
@@ -141,11 +142,6 @@ public:
     bool isConnected() const { return m_server.isConnected(); }
 
 private:
-    static QDBusConnection open(const char *name)
-    {
-        return QDBusConnection::connectToBus(QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData()), latin1(name));
-    }
-
     Answering m_answering;
     QDBusConnection m_server;
     QDBusConnection m_client;

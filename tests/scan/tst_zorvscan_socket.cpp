@@ -2,6 +2,7 @@
 #include "network.h"
 #include "ownprogram.h"
 #include "scantest.h"
+#include "testbus.h"
 #include "waitfor.h"
 #include "zorvdevice.h"
 #include "zorvscan.h"
@@ -305,7 +306,7 @@ void TestZorvScanSocket::onlineOnTheBusOfAnySender()
     ZorvScan scan(m_settings, interval, 0);
     takeWarnings();
     blocker.release();
-    QDBusConnection stranger = QDBusConnection::connectToBus(QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData()), text("stranger"));
+    QDBusConnection stranger = connectToTestBus(text("stranger"));
     QDBusMessage signal = QDBusMessage::createSignal(text("/any/path"), text("net.connman.Service"), text("PropertyChanged"));
     signal << text("State") << QVariant::fromValue(QDBusVariant(text("online")));
     QVERIFY(stranger.send(signal));

@@ -4,6 +4,7 @@
 #include "ownprogram.h"
 #include "qtversions.h"
 #include "settingstest.h"
+#include "testbus.h"
 #include "upnpsettings.h"
 #include "waitfor.h"
 
@@ -96,8 +97,7 @@ void TestUpnpSettingsBus::thereAreNoPropertiesAndNoClassInformation()
 // The settings live on the connection that the call comes in on, so the event loop has to run meanwhile.
 QDBusMessage TestUpnpSettingsBus::callOverTheBus(const char *path, const char *interface, const char *method)
 {
-    const QString address = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData());
-    const QDBusConnection client = QDBusConnection::connectToBus(address, text("client"));
+    const QDBusConnection client = connectToTestBus(text("client"));
     const QDBusMessage call = QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), text(path), text(interface), text(method));
     const QDBusPendingCall pending = client.asyncCall(call);
     const bool answered = waitFor([&] { return pending.isFinished(); });

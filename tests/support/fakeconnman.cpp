@@ -1,5 +1,6 @@
 #include "fakeconnman.h"
 
+#include "testbus.h"
 #include "waitfor.h"
 
 #include <QtDBus/QDBusConnection>
@@ -19,8 +20,7 @@ static void waitUntilTold(bool isOwned)
 
 FakeConnman::FakeConnman()
 {
-    const QString address = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData());
-    QDBusConnection connection = QDBusConnection::connectToBus(address, QLatin1String(connectionName));
+    QDBusConnection connection = connectToTestBus(QLatin1String(connectionName));
     if (!connection.registerService(QLatin1String(busName)))
         qFatal("net.connman is taken");
     waitUntilTold(true);

@@ -1,6 +1,7 @@
 #include "fakefwconfig.h"
 
 #include "fwconfigglobals.h"
+#include "testbus.h"
 
 #include <QtCore/QMutexLocker>
 #include <QtDBus/QDBusConnection>
@@ -129,8 +130,7 @@ void FakeFwConfig::inThread(const char *slot)
 
 void FakeFwConfig::openConnection()
 {
-    const QString address = QString::fromLocal8Bit(qgetenv("DBUS_SYSTEM_BUS_ADDRESS").constData());
-    QDBusConnection connection = QDBusConnection::connectToBus(address, QLatin1String(connectionName));
+    QDBusConnection connection = connectToTestBus(QLatin1String(connectionName));
     m_objects = new QObject;
     FakeObject *variables = new FakeObject("/systemvariables", this, m_objects);
     new SystemVariables(variables);
